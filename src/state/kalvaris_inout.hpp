@@ -1,0 +1,76 @@
+// kalvaris_inout: names and streams of the run files, the console, and the one way to stop a run.
+// It owns the table from unit number to open stream. Every room writes through it; no other piece builds a file name.
+#pragma once
+#include <fstream>
+#include <iosfwd>
+#include <map>
+#include <memory>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace kalvaris_inout {
+
+/// Thrown by stop_cond alone; caught by main and by the driver of a series.
+struct run_stopped {
+  std::string text;
+};
+
+/// Units by which the program knows its text files.
+namespace unit {
+enum : int { control = 1, data = 4, listing = 7, summary = 8, background = 12, reflections_in = 15, plot = 17, new_control = 19 };
+}
+
+struct inout_type {
+  std::string directory;               ///< where the run works, "" or ending in '/'; put before every run file name
+  std::string filenam;                 ///< code of the run: control file without its extension
+  std::vector<std::string> filedat;    ///< data file of each pattern, without extension
+  std::vector<std::string> extdat;     ///< its extension with the point
+  std::vector<std::string> fileres;    ///< resolution file of each pattern
+  bool file_error = false;             ///< a file could not be opened
+  std::string file_error_mess;
+  std::string namefil;                 ///< last name built by openfile
+  bool multi_pattern = false;          ///< the control file has the multi-pattern form
+  bool multipatt = false;              ///< run files carry the pattern number (openfile key 1000)
+  bool l_sequential = false;           ///< the run is part of a series
+  int ishkl = 0;                       ///< 1 when the reflections came from a file of the second to fourth name
+  std::ostream* console = nullptr;     ///< where console lines go; null: standard output
+  std::map<int, std::unique_ptr<std::fstream>> units;  ///< open streams
+};
+
+/// What openfile is asked for. ipat, iph: 1-based numbers, 0 when the name does not use them.
+struct open_request {
+  int key = 0;
+  int ipat = 0, iph = 0;
+  bool fou_msf = false;
+};
+
+/// Opens the run file of the key (1 control file, -1 code.new, 2 listing and summary, 5 data, 12 background, 17 ...)
+/// under its unit, closing what the unit held. Failure sets file_error and file_error_mess and leaves the unit closed.
+/// Key 1000 turns on the per-pattern names.
+void openfile(inout_type& io, const open_request& request);
+/// Full path of a run file name (directory put in front unless the name is absolute).
+[[nodiscard]] std::string run_path(const inout_type& io, std::string_view name);
+/// Stream of a unit; a stream that swallows everything when the unit is not open.
+[[nodiscard]] std::ostream& out(inout_type& io, int unit_number);
+/// Whole content of the file that a unit was opened on; nullopt when it cannot be read.
+[[nodiscard]] std::optional<std::string> content(inout_type& io, int unit_number);
+void close_unit(inout_type& io, int unit_number);
+void close_all(inout_type& io);
+/// Writes the text beside the target and renames it over it, so that a kill leaves the old file or the new one whole.
+/// False when that failed; then the target is as it was.
+[[nodiscard]] bool replace_file(const std::string& path, std::string_view text);
+
+/// One line to the console; " => " goes in front unless the first or second character is '='. Blank text: two blanks.
+void mess_cons(inout_type& io, std::string_view text);
+/// One line with numbers behind the text, by ntype: 1 ival, 2 rval, 3 both joined by " and ", other none.
+void message_cons(inout_type& io, std::string_view text, int ival, float rval, int ntype, std::string_view text2 = {});
+/// The line as it stands to listing and summary (units 7 and 8).
+void both_listings(inout_type& io, std::string_view line);
+/// Prints the text on standard error; fatal: throws run_stopped.
+void stop_cond(inout_type& io, std::string_view text, bool fatal);
+/// Answer to a console question: blank unless standard input and output are both terminals.
+[[nodiscard]] std::string read_cons(inout_type& io);
+
+}  // namespace kalvaris_inout

@@ -1,0 +1,27 @@
+// kalvaris_util: clock, date and the seeding of the random generator of a run.
+// It owns clock_type; the driver starts and reads it.
+#pragma once
+#include <chrono>
+#include <cstdint>
+#include <string>
+
+#include "kalvaris_inout.hpp"
+
+namespace kalvaris_util {
+
+struct clock_type {
+  std::chrono::steady_clock::time_point itick1{};
+  std::string dat_tim;  ///< "    Date: dd/mm/yyyy  Time: hh:mm:ss.sss"
+};
+
+/// i = 1 starts the clock; i = 2 prints the elapsed time in seconds and minutes on the console and in the listings.
+void ggtim(kalvaris_inout::inout_type& io, clock_type& clock, int i);
+
+struct date_time {
+  std::string dat;  ///< dd/mm/yyyy
+  std::string tim;  ///< hh:mm:ss.sss
+};
+/// Local date and time; fills dat_tim.
+date_time fecha(clock_type& clock);
+
+}  // namespace kalvaris_util

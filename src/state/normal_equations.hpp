@@ -1,0 +1,51 @@
+// normal_equations: the normal matrix rjac and vector vx of the least-squares problem, and the operations that add to them.
+// It owns the arrays; the pattern sums, integrated data and restraints add rows, the cycle solves and scales them.
+// Sums run in single precision inside a block of rows and in double precision over the blocks.
+#pragma once
+#include <cstddef>
+#include <span>
+#include <vector>
+
+namespace normal_equations {
+
+/// Order n; parameters are 0-based in here. rjac is row-major n x n; only its upper triangle is filled before fill_lower.
+class normal_matrix {
+ public:
+  void reset(int n);  ///< order n, all sums zero
+  [[nodiscard]] int order() const { return n_; }
+  [[nodiscard]] double& rjac(int i, int j) { return rjac_[index(i, j)]; }
+  [[nodiscard]] double rjac(int i, int j) const { return rjac_[index(i, j)]; }
+  [[nodiscard]] double& vx(int i) { return vx_[static_cast<std::size_t>(i)]; }
+  [[nodiscard]] double vx(int i) const { return vx_[static_cast<std::size_t>(i)]; }
+  [[nodiscard]] std::span<double> matrix() { return rjac_; }
+  [[nodiscard]] std::span<double> vector() { return vx_; }
+
+  /// One observation: derivatives of its calculated value by the n parameters, weight 1/variance, observed - calculated.
+  void add_row(std::span<const float> derivatives, double weight, double difference);
+
+  /// A block of observations at once. derivatives: n rows of `stride` floats, the first `count` of a row alive;
+  /// weights, differences: count. active: the parameters whose rows are not all zero, ascending.
+  void add_block(const float* derivatives, std::size_t stride, std::size_t count, const float* weights,
+                 const float* differences, std::span<const int> active);
+
+  void fill_lower();  ///< copies the upper triangle to the lower
+
+ private:
+  [[nodiscard]] std::size_t index(int i, int j) const {
+    return static_cast<std::size_t>(i) * static_cast<std::size_t>(n_) + static_cast<std::size_t>(j);
+  }
+  int n_ = 0;
+  std::vector<double> rjac_, vx_;
+  std::vector<float> weighted_;  ///< work of add_block
+};
+
+/// Result of dp_inv.
+struct inversion {
+  bool singular = false;  ///< a pivot fell below 1e-40; matrix and vector are then undefined
+  double condition = 0;   ///< largest row sum of the matrix times that of its inverse
+};
+/// Gauss-Jordan elimination with row equilibration and partial pivoting in double precision: matrix (row-major n x n)
+/// becomes its inverse, vector the solution. A matrix of order 1 is divided without a test.
+inversion dp_inv(std::span<double> matrix, std::span<double> vector, int n);
+
+}  // namespace normal_equations
