@@ -19,23 +19,32 @@ struct run_stopped {
 
 /// Units by which the program knows its text files.
 namespace unit {
-enum : int { control = 1, data = 4, listing = 7, summary = 8, background = 12, reflections_in = 15, plot = 17, new_control = 19 };
+enum : int {
+  control = 1,
+  data = 4,
+  listing = 7,
+  summary = 8,
+  background = 12,
+  reflections_in = 15,
+  plot = 17,
+  new_control = 19
+};
 }
 
 struct inout_type {
-  std::string directory;               ///< where the run works, "" or ending in '/'; put before every run file name
-  std::string filenam;                 ///< code of the run: control file without its extension
-  std::vector<std::string> filedat;    ///< data file of each pattern, without extension
-  std::vector<std::string> extdat;     ///< its extension with the point
-  std::vector<std::string> fileres;    ///< resolution file of each pattern
-  bool file_error = false;             ///< a file could not be opened
+  std::string directory;             ///< where the run works, "" or ending in '/'; put before every run file name
+  std::string filenam;               ///< code of the run: control file without its extension
+  std::vector<std::string> filedat;  ///< data file of each pattern, without extension
+  std::vector<std::string> extdat;   ///< its extension with the point
+  std::vector<std::string> fileres;  ///< resolution file of each pattern
+  bool file_error = false;           ///< a file could not be opened
   std::string file_error_mess;
-  std::string namefil;                 ///< last name built by openfile
-  bool multi_pattern = false;          ///< the control file has the multi-pattern form
-  bool multipatt = false;              ///< run files carry the pattern number (openfile key 1000)
-  bool l_sequential = false;           ///< the run is part of a series
-  int ishkl = 0;                       ///< 1 when the reflections came from a file of the second to fourth name
-  std::ostream* console = nullptr;     ///< where console lines go; null: standard output
+  std::string namefil;              ///< last name built by openfile
+  bool multi_pattern = false;       ///< the control file has the multi-pattern form
+  bool multipatt = false;           ///< run files carry the pattern number (openfile key 1000)
+  bool l_sequential = false;        ///< the run is part of a series
+  int ishkl = 0;                    ///< 1 when the reflections came from a file of the second to fourth name
+  std::ostream* console = nullptr;  ///< where console lines go; null: standard output
   std::map<int, std::unique_ptr<std::fstream>> units;  ///< open streams
 };
 

@@ -41,25 +41,42 @@ struct dimensions {
 /// Slots of par. The numbers are file format: never renumber; element 0 is unused.
 namespace slot {
 enum : int {
-  scale = 1,                                ///< scale factor of the phase in the pattern, >= 0
-  bov = 2,                                  ///< overall B [angstrom^2]
-  u = 3, v = 4, w = 5,                      ///< Gaussian width: U, V, W [deg^2]
-  cell_a = 6, cell_f = 11,                  ///< as read a, b, c, alpha, beta, gamma; from set-up on A..F of 1/d^2 [1/angstrom^2]
-  pref1 = 12, pref2 = 13,                   ///< preferred orientation G1, G2
-  asy1 = 14,                                ///< asymmetry P1
-  x = 15, y = 16,                           ///< Lorentzian strain and size widths [deg]; x: 2theta slope of eta for npro 5
-  shape1 = 17,                              ///< eta0 of npro 5
-  str1 = 18, str3 = 20,                     ///< first three strain parameters
-  xi = 33,                                  ///< Lorentzian part of anisotropic strain; for npro 5 width slope of eta
-  gausiz = 34,                              ///< Gaussian size, /cos^2(theta) [deg^2]
-  asy2 = 35, asy3 = 36, asy4 = 37,          ///< asymmetry P2, P3, P4
-  shift1 = 38, shift3 = 40,                 ///< hkl-dependent shifts
-  s_l = 41, d_l = 42,                       ///< axial divergence S/L and D/L
-  u2 = 43, v2 = 44, w2 = 45,                ///< Gaussian width of the second wavelength, with iuvw 1 [deg^2]
-  u_r = 46, v_r = 47, w_r = 48,             ///< right half of npro 11 [deg^2]
-  shape1_r = 49, x_r = 50,                  ///< right eta and its slope of npro 11
-  lorsiz = 51,                              ///< size parameter [1000/angstrom]
-  zero_ph = 95, sycos_ph = 96, sysin_ph = 97,  ///< shifts of the phase alone [deg]
+  scale = 1,  ///< scale factor of the phase in the pattern, >= 0
+  bov = 2,    ///< overall B [angstrom^2]
+  u = 3,
+  v = 4,
+  w = 5,  ///< Gaussian width: U, V, W [deg^2]
+  cell_a = 6,
+  cell_f = 11,  ///< as read a, b, c, alpha, beta, gamma; from set-up on A..F of 1/d^2 [1/angstrom^2]
+  pref1 = 12,
+  pref2 = 13,  ///< preferred orientation G1, G2
+  asy1 = 14,   ///< asymmetry P1
+  x = 15,
+  y = 16,       ///< Lorentzian strain and size widths [deg]; x: 2theta slope of eta for npro 5
+  shape1 = 17,  ///< eta0 of npro 5
+  str1 = 18,
+  str3 = 20,    ///< first three strain parameters
+  xi = 33,      ///< Lorentzian part of anisotropic strain; for npro 5 width slope of eta
+  gausiz = 34,  ///< Gaussian size, /cos^2(theta) [deg^2]
+  asy2 = 35,
+  asy3 = 36,
+  asy4 = 37,  ///< asymmetry P2, P3, P4
+  shift1 = 38,
+  shift3 = 40,  ///< hkl-dependent shifts
+  s_l = 41,
+  d_l = 42,  ///< axial divergence S/L and D/L
+  u2 = 43,
+  v2 = 44,
+  w2 = 45,  ///< Gaussian width of the second wavelength, with iuvw 1 [deg^2]
+  u_r = 46,
+  v_r = 47,
+  w_r = 48,  ///< right half of npro 11 [deg^2]
+  shape1_r = 49,
+  x_r = 50,     ///< right eta and its slope of npro 11
+  lorsiz = 51,  ///< size parameter [1000/angstrom]
+  zero_ph = 95,
+  sycos_ph = 96,
+  sysin_ph = 97,  ///< shifts of the phase alone [deg]
   last = MPAR,
 };
 static_assert(cell_f - cell_a == 5);
@@ -68,16 +85,22 @@ static_assert(cell_f - cell_a == 5);
 /// Slots of glb, the parameters of a pattern.
 namespace gslot {
 enum : int {
-  zero = 1,                   ///< zero shift, added to the calculated position [deg]
-  sycos = 2,                  ///< displacement: coefficient of cos(theta), of cos(2 theta) with disp_ds [deg]
-  sysin = 3,                  ///< transparency: coefficient of sin(2 theta) [deg]
-  lambda = 9,                 ///< first wavelength [angstrom], alive only with a code
-  p0 = 10, cp = 11, tau = 12, ///< microabsorption
-  ratio2 = 13,                ///< intensity ratio of the second wavelength
-  bac = 14,                   ///< first background coefficient or height (node j, 1-based: bac + j - 1)
-  debye_amp = 26, debye_dist = 32,  ///< six Debye amplitudes, six distances [angstrom]
-  bfile_a = 14, bfile_b = 15, bfile_c = 16, bfile_d = 17,  ///< scaled background file: a B((1+c)x+d) + b
-  user_bk = 391,              ///< first of ten user profiles in the background
+  zero = 1,    ///< zero shift, added to the calculated position [deg]
+  sycos = 2,   ///< displacement: coefficient of cos(theta), of cos(2 theta) with disp_ds [deg]
+  sysin = 3,   ///< transparency: coefficient of sin(2 theta) [deg]
+  lambda = 9,  ///< first wavelength [angstrom], alive only with a code
+  p0 = 10,
+  cp = 11,
+  tau = 12,     ///< microabsorption
+  ratio2 = 13,  ///< intensity ratio of the second wavelength
+  bac = 14,     ///< first background coefficient or height (node j, 1-based: bac + j - 1)
+  debye_amp = 26,
+  debye_dist = 32,  ///< six Debye amplitudes, six distances [angstrom]
+  bfile_a = 14,
+  bfile_b = 15,
+  bfile_c = 16,
+  bfile_d = 17,   ///< scaled background file: a B((1+c)x+d) + b
+  user_bk = 391,  ///< first of ten user profiles in the background
   last = NGL,
 };
 }  // namespace gslot
@@ -85,10 +108,17 @@ enum : int {
 /// Columns of xl, the parameters of an atom.
 namespace aslot {
 enum : int {
-  x = 1, y = 2, z = 3,  ///< fractions of the cell
-  biso = 4,             ///< isotropic B [angstrom^2]
-  occ = 5,              ///< occupancy times site over general multiplicity
-  b11 = 13, b22 = 14, b33 = 15, b12 = 16, b13 = 17, b23 = 18,  ///< betas
+  x = 1,
+  y = 2,
+  z = 3,     ///< fractions of the cell
+  biso = 4,  ///< isotropic B [angstrom^2]
+  occ = 5,   ///< occupancy times site over general multiplicity
+  b11 = 13,
+  b22 = 14,
+  b33 = 15,
+  b12 = 16,
+  b13 = 17,
+  b23 = 18,  ///< betas
   last = NAT_P,
 };
 }  // namespace aslot
@@ -107,40 +137,42 @@ struct slot_ref {
   int owner, ip, k;
   float& value;
   int& number;
-  float& code;        ///< raw code word until treat_codes, then the signed multiplier
+  float& code;  ///< raw code word until treat_codes, then the signed multiplier
   float& code_read;
 };
 
 struct atom_type {
-  std::string atext;       ///< label, up to 6 characters
-  std::string ntyp;        ///< scattering species, up to 4 characters, as written
+  std::string atext;                      ///< label, up to 6 characters
+  std::string ntyp;                       ///< scattering species, up to 4 characters, as written
   std::array<float, NAT_P + 1> xl{};      ///< values, columns aslot::
   std::array<int, NAT_P + 1> lp{};        ///< parameter numbers, 0 fixed
   std::array<float, NAT_P + 1> a{};       ///< raw code words until treat_codes, then signed multipliers
   std::array<float, NAT_P + 1> a_read{};  ///< code words as they stood in the control file
-  int n_t = 0;             ///< 0 isotropic; 2, 3 with betas
-  std::array<int, 2> isap{};  ///< range of operators summed for this atom, 0 0: all
-  int sp_pointers = 0;     ///< field Spc
-  std::string atm_info;    ///< text behind the # of its line
-  int phase = 0;           ///< phase that it belongs to, 0-based
-  std::vector<int> species;  ///< per pattern: index into pattern_type::scattering, -1 none (lookup)
+  int n_t = 0;                            ///< 0 isotropic; 2, 3 with betas
+  std::array<int, 2> isap{};              ///< range of operators summed for this atom, 0 0: all
+  int sp_pointers = 0;                    ///< field Spc
+  std::string atm_info;                   ///< text behind the # of its line
+  int phase = 0;                          ///< phase that it belongs to, 0-based
+  std::vector<int> species;               ///< per pattern: index into pattern_type::scattering, -1 none (lookup)
 };
 
 /// What one chemical species scatters in one pattern.
 struct scattering_entry {
-  std::string nam;           ///< name as used by the atoms
-  float dfp = 0.f;           ///< X-rays: f'; neutrons: scattering length [1e-12 cm]
-  float dfpp = 0.f;          ///< X-rays: f''; neutrons: imaginary part
-  int ity = 0;               ///< kind of entry as read
-  std::array<float, 9> ac{}; ///< a1 b1 a2 b2 a3 b3 a4 b4 c of the form factor
-  float z = 0.f;             ///< atomic number, for electrons
-  std::vector<float> star;   ///< abscissae sin(theta)/lambda of a table, [1/angstrom]
-  std::vector<float> ftab;   ///< values of the table
+  std::string nam;                ///< name as used by the atoms
+  float dfp = 0.f;                ///< X-rays: f'; neutrons: scattering length [1e-12 cm]
+  float dfpp = 0.f;               ///< X-rays: f''; neutrons: imaginary part
+  int ity = 0;                    ///< kind of entry as read
+  std::array<float, 9> ac{};      ///< a1 b1 a2 b2 a3 b3 a4 b4 c of the form factor
+  float z = 0.f;                  ///< atomic number, for electrons
+  std::vector<float> star;        ///< abscissae sin(theta)/lambda of a table, [1/angstrom]
+  std::vector<float> ftab;        ///< values of the table
   std::vector<float> posi, scat;  ///< pairs of values that stood before the coefficients, kept for the writer
-  bool from_file = false;    ///< given in the control file
+  bool from_file = false;         ///< given in the control file
 };
 
-struct excluded_region { float alow = 0.f, ahigh = 0.f; };
+struct excluded_region {
+  float alow = 0.f, ahigh = 0.f;
+};
 
 /// SHELX-like weights: w = 1/(var + (a P)^2 + b P + d), P = calc + f (obs - calc).
 struct weighting_scheme {
@@ -150,37 +182,41 @@ struct weighting_scheme {
 
 /// Merged reflection list of a pattern: arrays of one length, in ascending position over all phases after assignk.
 struct reflection_list {
-  std::vector<std::int32_t> irefs;    ///< packed phase, wavelength, h, k, l: kv_irefs functions below
-  std::vector<int> mlt;               ///< multiplicity (powder)
-  std::vector<int> ihkl;              ///< satellite number, 0 for a fundamental reflection
-  std::vector<std::uint8_t> spec_ref; ///< has own profile parameters
-  std::vector<int> icod;              ///< first par slot of these
-  std::vector<float> hw;              ///< refs(1): total FWHM [deg]
-  std::vector<double> pos;            ///< refs(2): position without zero and sample shifts [deg]
-  std::vector<float> lp;              ///< refs(3): Lorentz-polarisation-absorption
-  std::vector<float> dspacing;        ///< refs(4): d [angstrom]
+  std::vector<std::int32_t> irefs;       ///< packed phase, wavelength, h, k, l: kv_irefs functions below
+  std::vector<int> mlt;                  ///< multiplicity (powder)
+  std::vector<int> ihkl;                 ///< satellite number, 0 for a fundamental reflection
+  std::vector<std::uint8_t> spec_ref;    ///< has own profile parameters
+  std::vector<int> icod;                 ///< first par slot of these
+  std::vector<float> hw;                 ///< refs(1): total FWHM [deg]
+  std::vector<double> pos;               ///< refs(2): position without zero and sample shifts [deg]
+  std::vector<float> lp;                 ///< refs(3): Lorentz-polarisation-absorption
+  std::vector<float> dspacing;           ///< refs(4): d [angstrom]
   std::vector<float> halfg, halfl, gam;  ///< Gaussian and Lorentzian FWHM [deg], mixing eta
-  std::vector<float> ggi, cci;        ///< instrumental additions: Gaussian FWHM^2, Lorentzian FWHM
-  std::vector<float> sl_i, dl_i;      ///< instrumental additions to S/L, D/L
-  std::vector<float> ff;              ///< multiplicity times F^2
-  std::vector<float> corr;            ///< intensity correction
-  std::vector<float> phasen;          ///< phase of F [rad]
-  std::vector<float> asfa, bsfa;      ///< real and imaginary part of F
-  std::vector<float> iobs, icalc;     ///< integrated intensities of the last bragg
+  std::vector<float> ggi, cci;           ///< instrumental additions: Gaussian FWHM^2, Lorentzian FWHM
+  std::vector<float> sl_i, dl_i;         ///< instrumental additions to S/L, D/L
+  std::vector<float> ff;                 ///< multiplicity times F^2
+  std::vector<float> corr;               ///< intensity correction
+  std::vector<float> phasen;             ///< phase of F [rad]
+  std::vector<float> asfa, bsfa;         ///< real and imaginary part of F
+  std::vector<float> iobs, icalc;        ///< integrated intensities of the last bragg
   [[nodiscard]] int size() const { return static_cast<int>(irefs.size()); }
   void resize(std::size_t n);
   void permute(const std::vector<int>& order);  ///< element i becomes the former order[i], in every array
 };
 
 /// A reflection as it is packed into irefs. phase 0-based, wave 1 or 2.
-struct reflection_key { int phase = 0, wave = 1, h = 0, k = 0, l = 0; };
+struct reflection_key {
+  int phase = 0, wave = 1, h = 0, k = 0, l = 0;
+};
 [[nodiscard]] std::int32_t pack_irefs(const reflection_key& key);  ///< phases 0..15, indices -128..127
 [[nodiscard]] reflection_key unpack_irefs(std::int32_t word);
 
 /// Range of reflections that reach a point. Stored 1-based: lo, hi; 0 0 none; excluded is a mark of its own.
 [[nodiscard]] constexpr std::int64_t pack_kr(int lo, int hi, int maxreflx) { return std::int64_t{hi} * maxreflx + lo; }
 [[nodiscard]] constexpr int kr_lo(std::int64_t kr, int maxreflx) { return static_cast<int>(kr % maxreflx); }
-[[nodiscard]] constexpr int kr_hi(std::int64_t kr, int maxreflx) { return static_cast<int>((kr / maxreflx) % maxreflx); }
+[[nodiscard]] constexpr int kr_hi(std::int64_t kr, int maxreflx) {
+  return static_cast<int>((kr / maxreflx) % maxreflx);
+}
 [[nodiscard]] constexpr bool kr_excluded(std::int64_t kr, int maxreflx) { return kr == maxreflx; }
 
 /// Sums and indices of one set of points (all non-excluded, or those with a Bragg contribution).
@@ -192,87 +228,87 @@ struct agreement_set {
 
 struct pattern_type {
   // flags of the control file, as read; forced values are applied in place and noted beside the field
-  int jobtyp = 2;       ///< 0 X-rays, 1 neutrons, 2/3 calculation only, 4 electrons; radiation by the absolute value
-  int nprof = 7;        ///< default peak shape of the pattern
-  int nbckgd = 0;       ///< absolute value of the background flag
-  int isbac = 1;        ///< its sign
-  int nexcrg = 0;       ///< excluded regions
-  int nscat = 0;        ///< scattering entries, signed: negative for tables
-  int nori = 0;         ///< preferred orientation: 0 exponential, 1 March-Dollase
-  int iwgt = 0;         ///< weights: 0 1/var, 1 maximum likelihood, 2 unit, 3 SHELX-like
-  int ilor = 0;         ///< geometry
-  int ireso = 0;        ///< resolution file
-  int istep = 0;        ///< thinning of the data
-  int ixunit = 0;       ///< abscissa, 0 2theta
-  int icorr = 0;        ///< intensity corrections from a file
-  int anm = 0;          ///< long form: anomalous difference
-  int cry_flag = 0;     ///< long form: field Int
+  int jobtyp = 2;    ///< 0 X-rays, 1 neutrons, 2/3 calculation only, 4 electrons; radiation by the absolute value
+  int nprof = 7;     ///< default peak shape of the pattern
+  int nbckgd = 0;    ///< absolute value of the background flag
+  int isbac = 1;     ///< its sign
+  int nexcrg = 0;    ///< excluded regions
+  int nscat = 0;     ///< scattering entries, signed: negative for tables
+  int nori = 0;      ///< preferred orientation: 0 exponential, 1 March-Dollase
+  int iwgt = 0;      ///< weights: 0 1/var, 1 maximum likelihood, 2 unit, 3 SHELX-like
+  int ilor = 0;      ///< geometry
+  int ireso = 0;     ///< resolution file
+  int istep = 0;     ///< thinning of the data
+  int ixunit = 0;    ///< abscissa, 0 2theta
+  int icorr = 0;     ///< intensity corrections from a file
+  int anm = 0;       ///< long form: anomalous difference
+  int cry_flag = 0;  ///< long form: field Int
   int iot = 0, ipl = 0, ipc = 0, lst1 = 0, lst2 = 0, lst3 = 0;  ///< output flags
-  int pl_prf = 1;       ///< plot file: 1 prf, 3 and -3 tab-separated columns, 0 none
-  int instr = 0;        ///< layout of the data file
+  int pl_prf = 1;                      ///< plot file: 1 prf, 3 and -3 tab-separated columns, 0 none
+  int instr = 0;                       ///< layout of the data file
   int jlkh = 0, jfou = 0, ianaly = 0;  ///< output flags
-  int iuvw = 0;         ///< 1: own U, V, W for the second wavelength
-  int iabscor = 0;      ///< absorption correction
-  int iglmore = 0;      ///< more global lines: 1 microabsorption, 2 user profiles, 3 both
-  int nbk_pr = 0;       ///< user profiles in the background
-  int affpat = 1;       ///< 0: takes no part in the refinement
-  float w_pat = 1.f;    ///< normalised weight in the joint sum
-  bool cry_pat = false; ///< integrated intensities
-  bool disp_ds = false; ///< displacement acts with cos(2 theta) (Debye-Scherrer)
+  int iuvw = 0;                        ///< 1: own U, V, W for the second wavelength
+  int iabscor = 0;                     ///< absorption correction
+  int iglmore = 0;                     ///< more global lines: 1 microabsorption, 2 user profiles, 3 both
+  int nbk_pr = 0;                      ///< user profiles in the background
+  int affpat = 1;                      ///< 0: takes no part in the refinement
+  float w_pat = 1.f;                   ///< normalised weight in the joint sum
+  bool cry_pat = false;                ///< integrated intensities
+  bool disp_ds = false;                ///< displacement acts with cos(2 theta) (Debye-Scherrer)
   bool single_wave = false;
-  bool brefint = false; ///< some background point is refined
-  bool bref = false;    ///< the background is rebuilt in every cycle
-  bool brea = false;    ///< the background is a scaled file
+  bool brefint = false;  ///< some background point is refined
+  bool bref = false;     ///< the background is rebuilt in every cycle
+  bool brea = false;     ///< the background is a scaled file
 
   // values of the control file
   std::array<float, 2> lamda{1.54056f, 1.54439f};  ///< wavelengths [angstrom]
   std::array<float, 2> ratio{1.f, 0.5f};           ///< their relative intensities
-  float bkpos = 40.f;   ///< origin of the polynomial background
-  float wdt = 8.f;      ///< reach of a peak in units of its FWHM
-  float cthm = 0.91f;   ///< monochromator, cos^2(2 theta_m)
-  float rkk = 0.f;      ///< polarisation fraction
-  std::array<float, 2> tmv{};  ///< mu R or mu t per wavelength
-  float rlim = 0.f;     ///< asymmetry and axial divergence act at and below this 2theta [deg]
-  float alpsd = 0.f;    ///< incident angle of the flat plate [deg]
-  float sent0 = 0.f;    ///< angle below which the beam overfills the sample [deg]
+  float bkpos = 40.f;                              ///< origin of the polynomial background
+  float wdt = 8.f;                                 ///< reach of a peak in units of its FWHM
+  float cthm = 0.91f;                              ///< monochromator, cos^2(2 theta_m)
+  float rkk = 0.f;                                 ///< polarisation fraction
+  std::array<float, 2> tmv{};                      ///< mu R or mu t per wavelength
+  float rlim = 0.f;   ///< asymmetry and axial divergence act at and below this 2theta [deg]
+  float alpsd = 0.f;  ///< incident angle of the flat plate [deg]
+  float sent0 = 0.f;  ///< angle below which the beam overfills the sample [deg]
   float thmin_read = 1.f, step_read = 0.02f, thmax_read = 150.f;  ///< range as written in the control file
-  std::array<float, NGL + 1> glb{};        ///< values, slots gslot::
-  std::array<int, NGL + 1> lglb{};         ///< parameter numbers, 0 fixed
+  std::array<float, NGL + 1> glb{};                               ///< values, slots gslot::
+  std::array<int, NGL + 1> lglb{};                                ///< parameter numbers, 0 fixed
   std::array<float, NGL + 1> aglb{};       ///< raw code words until treat_codes, then signed multipliers
   std::array<float, NGL + 1> aglb_read{};  ///< code words as they stood in the control file
-  std::vector<float> pos;                     ///< abscissae of the background points
+  std::vector<float> pos;                  ///< abscissae of the background points
   std::vector<excluded_region> excluded;
   weighting_scheme wght;
-  std::vector<scattering_entry> scattering;   ///< those of the control file first, then what lookup adds
-  std::vector<std::string> file_bpr;          ///< names of the user profiles
-  std::string vary_command, fix_command;      ///< the VARY and FIX lines, blank when absent
-  float fwindow = 0.f;  ///< window of the Fourier filter of the background [points]
-  int win_cyc = 1;      ///< cycles between two filterings
+  std::vector<scattering_entry> scattering;  ///< those of the control file first, then what lookup adds
+  std::vector<std::string> file_bpr;         ///< names of the user profiles
+  std::string vary_command, fix_command;     ///< the VARY and FIX lines, blank when absent
+  float fwindow = 0.f;                       ///< window of the Fourier filter of the background [points]
+  int win_cyc = 1;                           ///< cycles between two filterings
 
   // the measured points (readint); all of one length npts, txv one longer
   float thmin = 1.f, step = 0.02f, thmax = 150.f;  ///< first abscissa, mean step, last abscissa
   int npts = 0;
-  bool iconstep = true;     ///< constant step: txv follows from thmin and step
+  bool iconstep = true;                     ///< constant step: txv follows from thmin and step
   float low_range = 0.f, high_range = 0.f;  ///< limits that the reader applies, alive above 1
-  float cnorm = 1.f;        ///< mean of var/y
-  float tsamp = 0.f;        ///< sample temperature
-  int numor = 0;            ///< run number
-  float yo_max = 0.f;       ///< largest observed intensity
-  std::vector<float> txv;   ///< abscissae [deg]
-  std::vector<float> y;     ///< observed intensity
-  std::vector<float> var;   ///< VARIANCE of y, never sigma; > 0 for every point used
-  std::vector<int> iww;     ///< detectors summed into the point
-  std::vector<float> yc;    ///< calculated Bragg sum (the cycle)
-  std::vector<float> bk;    ///< background (the background model)
-  std::vector<std::int64_t> kr;  ///< packed range of reflections of the point (assignk)
-  std::vector<std::vector<float>> bk_pr;  ///< user profiles of the background on the grid of the data
+  float cnorm = 1.f;                        ///< mean of var/y
+  float tsamp = 0.f;                        ///< sample temperature
+  int numor = 0;                            ///< run number
+  float yo_max = 0.f;                       ///< largest observed intensity
+  std::vector<float> txv;                   ///< abscissae [deg]
+  std::vector<float> y;                     ///< observed intensity
+  std::vector<float> var;                   ///< VARIANCE of y, never sigma; > 0 for every point used
+  std::vector<int> iww;                     ///< detectors summed into the point
+  std::vector<float> yc;                    ///< calculated Bragg sum (the cycle)
+  std::vector<float> bk;                    ///< background (the background model)
+  std::vector<std::int64_t> kr;             ///< packed range of reflections of the point (assignk)
+  std::vector<std::vector<float>> bk_pr;    ///< user profiles of the background on the grid of the data
 
   reflection_list refl;
 
   // results of the cycle
-  int num = 0, num1 = 0;    ///< points counted, points under reflections
-  agreement_set all, bragg; ///< the second set is the one with the prefix e
-  float scor = 0.f;         ///< Berar-Lelann factor of the last cycle
+  int num = 0, num1 = 0;                          ///< points counted, points under reflections
+  agreement_set all, bragg;                       ///< the second set is the one with the prefix e
+  float scor = 0.f;                               ///< Berar-Lelann factor of the last cycle
   bool flag_gauss = false, flag_lorentz = false;  ///< a negative width was met in this cycle
 
   /// Refinement data (as opposed to a pattern that is only calculated).
@@ -285,49 +321,49 @@ struct pattern_type {
 };
 
 struct phase_type {
-  std::string phsnm;      ///< name, without its VARY xyz and FIX xyz
+  std::string phsnm;  ///< name, without its VARY xyz and FIX xyz
   bool vary_xyz = false, fix_xyz = false;
-  int natom = 0;          ///< atoms of the asymmetric unit
-  int first_atom = 0;     ///< index of its first atom, 0-based
+  int natom = 0;            ///< atoms of the asymmetric unit
+  int first_atom = 0;       ///< index of its first atom, 0-based
   int ndic = 0, nangc = 0;  ///< soft restraints (refused when above 0)
-  int jbt = 0;            ///< 0 structure, +-2 profile matching, 3 fixed relative intensities
+  int jbt = 0;              ///< 0 structure, +-2 profile matching, 3 fixed relative intensities
   int isym = 0, istr = 0, ifurt = 0, nvk = 0, imore = 0;
-  float atz = 0.f;        ///< weight factor of the quantitative analysis
+  float atz = 0.f;  ///< weight factor of the quantitative analysis
   int jview = 0, jdist = 0, jhelix = 0, jsol = 0, nmagc = 0, jter = 0, n_domains = 0;  ///< line of imore
   int ismo = 0, isi = 0, ishif = 0;  ///< strain, size and shift models
-  std::string symb;       ///< space-group symbol as read
+  std::string symb;                  ///< space-group symbol as read
   lmix_crystallographic_symmetry::space_group_type spgr;
   lmix_crystal_metrics::crystal_cell_type cellp;  ///< current direct cell
   std::array<float, 6> cell_esd{};                ///< esds of a, b, c, alpha, beta, gamma of the last cycle
-  bool stfac_nref = false;  ///< no structural parameter is refined: F^2 is calculated once
-  bool suppress = false;    ///< no selected pattern uses it
-  float dlim = 0.f;         ///< user limit of d [angstrom], alive above 0.001
+  bool stfac_nref = false;                        ///< no structural parameter is refined: F^2 is calculated once
+  bool suppress = false;                          ///< no selected pattern uses it
+  float dlim = 0.f;                               ///< user limit of d [angstrom], alive above 0.001
   /// Profile matching in any form: the intensities are not calculated from atoms.
   [[nodiscard]] bool profile_matching() const { return jbt == 2 || jbt == -2 || jbt == 3 || jbt == -3; }
 };
 
 /// What a phase holds in a pattern.
 struct mix_type {
-  int jcontr = 1;         ///< the phase contributes to the pattern
-  int irf = 0;            ///< source of the reflection list: 0 generated
-  int npro = 0;           ///< peak shape
-  int npro_read = 0;      ///< as written (0 takes nprof of the pattern)
+  int jcontr = 1;     ///< the phase contributes to the pattern
+  int irf = 0;        ///< source of the reflection list: 0 generated
+  int npro = 0;       ///< peak shape
+  int npro_read = 0;  ///< as written (0 takes nprof of the pattern)
   int jtyp = 0, nref_sp = 0, ph_shift = 0;
   std::array<float, 3> pref{0.f, 0.f, 1.f};  ///< direction of preferred orientation
   float brinl = 0.f, rmua = 0.f, rmub = 0.f, rmuc = 0.f;
-  std::string file_hkl;   ///< reflection file of FILE_HKL, blank: the default name
-  int p_ph = 1;           ///< phase number looked for in that file
+  std::string file_hkl;                     ///< reflection file of FILE_HKL, blank: the default name
+  int p_ph = 1;                             ///< phase number looked for in that file
   std::array<float, MPAR + 1> par{};        ///< values, slots slot::
   std::array<int, MPAR + 1> lpar{};         ///< parameter numbers, 0 fixed
   std::array<float, MPAR + 1> apar{};       ///< raw code words until treat_codes, then signed multipliers
   std::array<float, MPAR + 1> apar_read{};  ///< code words as they stood in the control file
-  int num_refl = 0;       ///< reflections in the list of the pattern, both wavelengths
-  float r_bragg = 0.f, r_f = 0.f;  ///< agreement of integrated intensities of the last cycle [%]
+  int num_refl = 0;                         ///< reflections in the list of the pattern, both wavelengths
+  float r_bragg = 0.f, r_f = 0.f;           ///< agreement of integrated intensities of the last cycle [%]
 };
 
 /// A parameter with limits.
 struct parameter_limit {
-  int number = 0;         ///< parameter number
+  int number = 0;  ///< parameter number
   float vlim1 = 0.f, vlim2 = 0.f, step = 0.f;
   int condition = 0;
   std::string name;
@@ -335,27 +371,27 @@ struct parameter_limit {
 
 struct run_type {
   std::string title;
-  bool s_format = true;       ///< short form of the control file
-  bool w_pat_line = false;    ///< a W_PAT line stood in the file
+  bool s_format = true;     ///< short form of the control file
+  bool w_pat_line = false;  ///< a W_PAT line stood in the file
   int n_patt = 1, nphase = 1;
   int idum = 0, iasg = 0, nrell = 0, icryg = 0;
   bool optimize = false, automatic = false;
   int mat = 0, nxt = 1, nlinc = 0, jcil = 0, jsy = 0, ishor = 0;  ///< output flags
-  int mcycle = 1;             ///< cycles asked for
-  float eps = 0.1f;           ///< convergence: shift/sigma
+  int mcycle = 1;                                                 ///< cycles asked for
+  float eps = 0.1f;                                               ///< convergence: shift/sigma
   std::array<float, 5> relax{0.f, 1.f, 1.f, 1.f, 1.f};  ///< relax[1..4]: atoms, anisotropic, profile, cell and pattern
-  int maxs = 0;               ///< refined parameters
-  float t_chi2_ini = 1.0e8f;  ///< joint chi-square that the control file carries
-  float t_chi2 = 0.f, t_s2 = 0.f;  ///< joint chi-square and weighted residual of the last cycle
-  int icycle_c = 0;           ///< cycle now running
-  int cycles_done = 0;        ///< cycles calculated
-  float cond = 0.f;           ///< condition estimate of the last inversion
-  bool ctr_err = false;       ///< the listing asked to abort
-  bool code_splitted = false; ///< the code arrays hold multipliers
-  bool finish_required = false;  ///< a stop-request file asked to finish
+  int maxs = 0;                                         ///< refined parameters
+  float t_chi2_ini = 1.0e8f;                            ///< joint chi-square that the control file carries
+  float t_chi2 = 0.f, t_s2 = 0.f;                       ///< joint chi-square and weighted residual of the last cycle
+  int icycle_c = 0;                                     ///< cycle now running
+  int cycles_done = 0;                                  ///< cycles calculated
+  float cond = 0.f;                                     ///< condition estimate of the last inversion
+  bool ctr_err = false;                                 ///< the listing asked to abort
+  bool code_splitted = false;                           ///< the code arrays hold multipliers
+  bool finish_required = false;                         ///< a stop-request file asked to finish
   int n_pat_plot = 1;
   float t1_lim = 0.f, t2_lim = 0.f;
-  int maximum_lcode = 0;      ///< highest parameter number met
+  int maximum_lcode = 0;         ///< highest parameter number met
   bool pattern_to_plot = false;  ///< the line stood in the file
   std::vector<parameter_limit> limits;
 };
@@ -373,7 +409,7 @@ struct state_type {
   std::vector<pattern_type> pattern;
   std::vector<phase_type> phase;
   std::vector<atom_type> atom;
-  std::vector<mix_type> mixes;      ///< phase-major: mix(ph, ip)
+  std::vector<mix_type> mixes;  ///< phase-major: mix(ph, ip)
   parameter_table parm;
   normal_equations::normal_matrix ne;
   kalvaris_inout::inout_type io;
@@ -386,10 +422,12 @@ struct state_type {
   }
   /// Walks every refinable slot in the fixed order: glb of each pattern; then of each phase par of each pattern and its
   /// atoms. The callback takes one slot_ref.
-  template <class F> void for_each_slot(F&& f);
+  template <class F>
+  void for_each_slot(F&& f);
 };
 
-template <class F> void state_type::for_each_slot(F&& f) {
+template <class F>
+void state_type::for_each_slot(F&& f) {
   auto block = [&](slot_family family, int owner, int ip, auto& v, auto& n, auto& m, auto& r) {
     for (int k = 1; k < static_cast<int>(v.size()); ++k) {
       const auto i = static_cast<std::size_t>(k);

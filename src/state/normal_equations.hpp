@@ -1,6 +1,6 @@
-// normal_equations: the normal matrix rjac and vector vx of the least-squares problem, and the operations that add to them.
-// It owns the arrays; the pattern sums, integrated data and restraints add rows, the cycle solves and scales them.
-// Sums run in single precision inside a block of rows and in double precision over the blocks.
+// normal_equations: the normal matrix rjac and vector vx of the least-squares problem, and the operations that add to
+// them. It owns the arrays; the pattern sums, integrated data and restraints add rows, the cycle solves and scales
+// them. Sums run in single precision inside a block of rows and in double precision over the blocks.
 #pragma once
 #include <cstddef>
 #include <span>
@@ -8,7 +8,8 @@
 
 namespace normal_equations {
 
-/// Order n; parameters are 0-based in here. rjac is row-major n x n; only its upper triangle is filled before fill_lower.
+/// Order n; parameters are 0-based in here. rjac is row-major n x n; only its upper triangle is filled before
+/// fill_lower.
 class normal_matrix {
  public:
   void reset(int n);  ///< order n, all sums zero
@@ -20,7 +21,8 @@ class normal_matrix {
   [[nodiscard]] std::span<double> matrix() { return rjac_; }
   [[nodiscard]] std::span<double> vector() { return vx_; }
 
-  /// One observation: derivatives of its calculated value by the n parameters, weight 1/variance, observed - calculated.
+  /// One observation: derivatives of its calculated value by the n parameters, weight 1/variance, observed -
+  /// calculated.
   void add_row(std::span<const float> derivatives, double weight, double difference);
 
   /// A block of observations at once. derivatives: n rows of `stride` floats, the first `count` of a row alive;
