@@ -152,6 +152,7 @@ struct atom_type {
   std::array<int, 2> isap{};              ///< range of operators summed for this atom, 0 0: all
   int sp_pointers = 0;                    ///< field Spc
   std::string atm_info;                   ///< text behind the # of its line
+  int line_nb = 0;                        ///< line of the control file that it stands on
   int phase = 0;                          ///< phase that it belongs to, 0-based
   std::vector<int> species;               ///< per pattern: index into pattern_type::scattering, -1 none (lookup)
 };

@@ -14,16 +14,16 @@ constexpr double mott_bethe = 0.023934;  // m e^2/(2 h^2) in the units that go w
 
 /// cos and sin of 2 pi t for many t at once. The turn is reduced to |r| <= 1/8 around a quarter turn; the polynomials
 /// are Taylor's, exact to 3e-8 there.
-[[gnu::target_clones("arch=x86-64-v4", "arch=x86-64-v3", "default")]]
-void cos_sin_turns(const float* turns, float* cosine, float* sine, int n) {
+[[gnu::target_clones("arch=x86-64-v4", "arch=x86-64-v3", "default")]] void cos_sin_turns(const float* turns,
+                                                                                         float* cosine, float* sine,
+                                                                                         int n) {
   constexpr float to_integer = 12582912.f;  // 1.5 * 2^23: adding and subtracting it rounds to the nearest integer
 #pragma omp simd
   for (int i = 0; i < n; ++i) {
     const float t = turns[i] - ((turns[i] + to_integer) - to_integer);
     const float quarter = (4.f * t + to_integer) - to_integer;  // -2..2
     const float x = (t - 0.25f * quarter) * 6.2831855f, x2 = x * x;
-    const float s =
-        x * (1.f + x2 * (-1.f / 6.f + x2 * (1.f / 120.f + x2 * (-1.f / 5040.f + x2 * (1.f / 362880.f)))));
+    const float s = x * (1.f + x2 * (-1.f / 6.f + x2 * (1.f / 120.f + x2 * (-1.f / 5040.f + x2 * (1.f / 362880.f)))));
     const float c = 1.f + x2 * (-0.5f + x2 * (1.f / 24.f + x2 * (-1.f / 720.f + x2 * (1.f / 40320.f))));
     const bool odd = quarter == 1.f || quarter == -1.f;
     const bool half = quarter == 2.f || quarter == -2.f;

@@ -29,19 +29,19 @@ struct scattering_value {
 struct phase_model {
   struct atom {
     float x = 0, y = 0, z = 0, biso = 0, occ = 0;
-    std::array<float, 6> beta{};   ///< 11 22 33 12 13 23
+    std::array<float, 6> beta{};  ///< 11 22 33 12 13 23
     bool anisotropic = false;
-    int species = -1;              ///< index into entries, -1: scatters nothing
-    int first_op = 0, last_op = 0; ///< half-open range of operators summed for this atom
+    int species = -1;               ///< index into entries, -1: scatters nothing
+    int first_op = 0, last_op = 0;  ///< half-open range of operators summed for this atom
     bool wants_position = false, wants_beta = false;
   };
   std::vector<atom> atoms;
-  std::vector<column> columns;     ///< derivatives wanted, in this order
+  std::vector<column> columns;  ///< derivatives wanted, in this order
   std::vector<kalvaris_params::scattering_entry> entries;
   std::array<std::vector<float>, 9> rot;  ///< rotation parts of the operators, element (i,j) in rot[3i+j]
   std::array<std::vector<float>, 3> tr;
   int n_ops = 0;
-  int nlatti = 1;          ///< centring vectors
+  int nlatti = 1;                    ///< centring vectors
   bool inversion_at_origin = false;  ///< half of the operators is summed and the sine sums vanish
   bool electrons = false;
 };
@@ -60,13 +60,14 @@ struct workspace {
 };
 
 struct result {
-  double fsq = 0;      ///< nlatti (|F(h)|^2 + |F(-h)|^2)/2 over the summed operators [electrons^2 or 1e-24 cm^2]
-  double a = 0, b = 0; ///< real and imaginary part of F(h)
+  double fsq = 0;       ///< nlatti (|F(h)|^2 + |F(-h)|^2)/2 over the summed operators [electrons^2 or 1e-24 cm^2]
+  double a = 0, b = 0;  ///< real and imaginary part of F(h)
 };
 
 /// F^2 of the reflection h at s2 = (sin(theta)/lambda)^2. dfsq: empty, or one place per column of the model for
 /// dF^2/d(column). A powder line holds h and its Friedel mate, so the mean of both squares is taken: it differs from
 /// |F(h)|^2 when the group has no centre and some atom has an imaginary part.
-result stfac(const phase_model& model, const std::array<float, 3>& h, double s2, workspace& work, std::span<double> dfsq);
+result stfac(const phase_model& model, const std::array<float, 3>& h, double s2, workspace& work,
+             std::span<double> dfsq);
 
 }  // namespace kv_structure_factors

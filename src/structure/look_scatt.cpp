@@ -117,8 +117,8 @@ int lookup(state_type& st, int ip) {
         tables_used = true;
       } else if (std::find(missing.begin(), missing.end(), atom.ntyp) == missing.end()) {
         missing.push_back(atom.ntyp);
-        const std::string where = " (atom " + atom.atext + ", line" +
-                                  fmt_line{}.i(6, atom.line_nb).str() + " of the control file)";
+        const std::string where =
+            " (atom " + atom.atext + ", line" + fmt_line{}.i(6, atom.line_nb).str() + " of the control file)";
         listing << " Scattering coefficients NOT FOUND for " << atom.ntyp << where << '\n';
         kalvaris_inout::mess_cons(st.io, "Scattering coefficients NOT FOUND for " + atom.ntyp + where);
       }
