@@ -1,0 +1,41 @@
+// apply_shifts: carries the solution of the normal equations into the slots of the model, with relaxation, limits and
+// the guards that refuse unphysical values. It writes the slots, their multipliers, the direct cells and their esds.
+// What happened to every refined slot comes back as a record; the listing prints that record and computes nothing.
+#pragma once
+#include <string>
+#include <vector>
+
+#include "kalvaris_params.hpp"
+
+namespace apply_shifts {
+
+/// One refined slot after a cycle. owner: pattern, phase or atom; n: parameter number (1-based).
+struct slot_change {
+  kalvaris_params::slot_family family = kalvaris_params::slot_family::global;
+  int owner = 0, ip = 0, k = 0, n = 0;
+  float value = 0, shift = 0, sigma = 0;
+};
+
+struct shift_report {
+  std::vector<slot_change> changes;   ///< in the fixed order of the slots
+  std::vector<int> limited;           ///< parameters held at a bound: positive upper, negative lower
+  std::vector<std::string> warnings;  ///< what the guards did, console words
+};
+
+/// Sizes of the reference multipliers: the first slot in the fixed order with number n and a multiplier that is not 0
+/// is the reference of parameter n; parm.m_ref[n] is the size of its multiplier, 0 when no slot moves. The parameter
+/// is the value of its reference slot, so that a slot with multiplier m enters every derivative with m/m_ref.
+void set_reference_multipliers(kalvaris_params::state_type& st);
+
+/// Weight m/m_ref of a slot with number n >= 1 and multiplier m; 0 for a parameter above maxs or without a reference.
+[[nodiscard]] float reference_weight(const kalvaris_params::state_type& st, int n, float m);
+
+/// Adds vx(n) m relax(class) to every refined slot; sigma = |m/m_ref| sqrt(rjac(n,n)) with the inverse in rjac. Then
+/// rebuilds what depends on slots: wavelengths, ratio, direct cells with esds, valx and svalx.
+shift_report apply(kalvaris_params::state_type& st);
+
+/// Direct cell of a phase from the A..F of 1/d^2 in pattern ip, with esds from the inverse matrix (zero when maxs is
+/// 0).
+void direct(kalvaris_params::state_type& st, int ip, int ph);
+
+}  // namespace apply_shifts
