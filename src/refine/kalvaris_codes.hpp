@@ -29,13 +29,13 @@ void mod_codes(kalvaris_params::state_type& st);
 /// deselected, since the numbers of the others were closed up.
 void restore_codes(kalvaris_params::state_type& st);
 
-/// Applies the Laue class of the group of phase ph to the cell of pattern ip and to its codes. With fresh_numbers a code
-/// that asks for a number without having one gets the next free one. Otherwise also fills phase.cellp (first pattern)
-/// and loads A..F of 1/d^2 into the cell slots. False with st.fmt set when the cell cannot close.
+/// Applies the Laue class of the group of phase ph to the cell of pattern ip and to its codes. With fresh_numbers a
+/// code that asks for a number without having one gets the next free one. Otherwise also fills phase.cellp (first
+/// pattern) and loads A..F of 1/d^2 into the cell slots. False with st.fmt set when the cell cannot close.
 bool cell_const(kalvaris_params::state_type& st, int ph, int ip, bool fresh_numbers);
 
-/// Positions and betas of atoms on special positions get codes that keep them there: zero, equal, or a multiple. Acts on
-/// raw codes, in automatic mode, for phases with a calculated structure; a request without a number gets one.
+/// Positions and betas of atoms on special positions get codes that keep them there: zero, equal, or a multiple. Acts
+/// on raw codes, in automatic mode, for phases with a calculated structure; a request without a number gets one.
 void set_symmetryconstraints(kalvaris_params::state_type& st);
 
 /// Highest number in the raw codes.

@@ -1,0 +1,423 @@
+#include "kalvaris_codes.hpp"
+
+#include <algorithm>
+#include <array>
+#include <cmath>
+
+#include "apply_shifts.hpp"
+#include "lmix_fixed_format.hpp"
+
+namespace kalvaris_codes {
+
+namespace {
+
+using kalvaris_params::atom_type;
+using kalvaris_params::mix_type;
+using kalvaris_params::pattern_type;
+using kalvaris_params::phase_type;
+using kalvaris_params::slot_family;
+using kalvaris_params::slot_ref;
+using kalvaris_params::state_type;
+namespace slot = kalvaris_params::slot;
+namespace gslot = kalvaris_params::gslot;
+namespace aslot = kalvaris_params::aslot;
+using lmix_fixed_format::fmt_line;
+
+constexpr float smallest_multiplier = 0.001f;  // anything smaller asks for nothing
+
+void refuse(state_type& st, std::initializer_list<std::string> lines) {
+  st.fmt.ierr_fmt = 100;
+  st.fmt.mess_findfmt.clear();
+  for (const std::string& line : lines) st.fmt.mess_findfmt.add(line);
+}
+
+/// The slot belongs to nothing that a selected pattern uses.
+bool out_of_play(const state_type& st, const slot_ref& s) {
+  switch (s.family) {
+    case slot_family::global:
+      return st.pattern[static_cast<std::size_t>(s.owner)].affpat == 0;
+    case slot_family::phase:
+      return st.pattern[static_cast<std::size_t>(s.ip)].affpat == 0 || st.mix(s.owner, s.ip).jcontr == 0;
+    case slot_family::atom:
+      break;
+  }
+  const phase_type& phase = st.phase[static_cast<std::size_t>(st.atom[static_cast<std::size_t>(s.owner)].phase)];
+  return phase.suppress || phase.profile_matching();
+}
+
+/// Splits every code word. False when a number is above the limit.
+bool treat_codes(state_type& st) {
+  for (int ph = 0; ph < st.run.nphase; ++ph) {
+    phase_type& phase = st.phase[static_cast<std::size_t>(ph)];
+    phase.suppress = true;
+    for (int ip = 0; ip < st.run.n_patt; ++ip)
+      if (st.mix(ph, ip).jcontr != 0 && st.pattern[static_cast<std::size_t>(ip)].affpat != 0) phase.suppress = false;
+  }
+  st.run.maximum_lcode = 0;
+  bool good = true;
+  st.for_each_slot([&](const slot_ref& s) {
+    if (s.code == 0.f || !good) return;
+    if (out_of_play(st, s)) {
+      s.code = 0.f;
+      s.number = 0;
+      return;
+    }
+    const split_code c = split(s.code);
+    if (c.number > st.dim.maxparam) {
+      refuse(st, {" Error in a code: " + fmt_line{}.f(12, 2, s.code).str(),
+                  " The maximum number of parameters is: " + fmt_line{}.i(6, st.dim.maxparam).str()});
+      good = false;
+      return;
+    }
+    s.number = c.number;
+    s.code = c.multiplier;
+    st.run.maximum_lcode = std::max(st.run.maximum_lcode, c.number);
+  });
+  st.run.code_splitted = good;
+  return good;
+}
+
+/// Automatic numbering: requests get the free numbers in order, then new ones; what is still free is closed up.
+void modify_codes(state_type& st) {
+  std::vector<int> uses(static_cast<std::size_t>(st.run.maximum_lcode) + 1, 0);
+  st.for_each_slot([&](const slot_ref& s) {
+    if (s.number > 0) ++uses[static_cast<std::size_t>(s.number)];
+  });
+  std::vector<int> gaps;
+  for (int n = 1; n <= st.run.maximum_lcode; ++n)
+    if (uses[static_cast<std::size_t>(n)] == 0) gaps.push_back(n);
+  std::size_t next_gap = 0;
+  st.run.maxs = st.run.maximum_lcode;
+  st.for_each_slot([&](const slot_ref& s) {
+    if (s.number != 0 || !(std::abs(s.code) > smallest_multiplier)) return;
+    s.number = next_gap < gaps.size() ? gaps[next_gap++] : ++st.run.maxs;
+    if (std::abs(s.code) > 1.001f) s.code -= std::copysign(1.f, s.code);  // the word 1.5 asks for a multiplier of 0.5
+  });
+  // the highest numbers move into the gaps that are left, counted from below
+  std::vector<int> renamed(static_cast<std::size_t>(st.run.maxs) + 1);
+  for (std::size_t n = 0; n < renamed.size(); ++n) renamed[n] = static_cast<int>(n);
+  std::vector<char> empty(renamed.size(), 0);
+  for (std::size_t g = next_gap; g < gaps.size(); ++g) empty[static_cast<std::size_t>(gaps[g])] = 1;
+  for (std::size_t g = next_gap; g < gaps.size(); ++g) {
+    while (st.run.maxs > 0 && empty[static_cast<std::size_t>(st.run.maxs)]) --st.run.maxs;
+    if (gaps[g] > st.run.maxs) break;
+    renamed[static_cast<std::size_t>(st.run.maxs)] = gaps[g];
+    empty[static_cast<std::size_t>(gaps[g])] = 0;
+    --st.run.maxs;
+  }
+  while (st.run.maxs > 0 && empty[static_cast<std::size_t>(st.run.maxs)]) --st.run.maxs;
+  st.for_each_slot([&](const slot_ref& s) {
+    if (s.number > 0) s.number = renamed[static_cast<std::size_t>(s.number)];
+  });
+}
+
+/// Names and starting values of the parameters, by their reference slot.
+void name_parameters(state_type& st) {
+  const auto size = static_cast<std::size_t>(st.run.maxs) + 1;
+  st.parm.nampar.assign(size, std::string());
+  st.parm.valx.assign(size, 0.f);
+  st.parm.svalx.assign(size, 0.f);
+  std::vector<char> has_reference(size, 0);
+  st.for_each_slot([&](const slot_ref& s) {
+    if (s.number < 1 || s.number > st.run.maxs) return;
+    const auto n = static_cast<std::size_t>(s.number);
+    if (st.parm.nampar[n].empty()) st.parm.nampar[n] = slot_name(st, s);
+    if (has_reference[n] || s.code == 0.f) return;
+    has_reference[n] = 1;
+    st.parm.nampar[n] = slot_name(st, s);
+    st.parm.valx[n] = s.value;
+  });
+}
+
+/// How a Laue class ties the cell: for each of a, b, c, alpha, beta, gamma the parameter whose value and code it takes,
+/// itself when free, or a fixed angle.
+struct cell_rule {
+  std::array<int, 6> follows{0, 1, 2, 3, 4, 5};  ///< -1: fixed angle
+  std::array<float, 6> fixed{0, 0, 0, 90.f, 90.f, 90.f};
+  int gamma_code_of = -1;  ///< hexagonal: F = a*^2 takes the code of a
+};
+
+/// Axis (0..2) that a monoclinic group keeps: the one on which its rotation or mirror acts with the other sign.
+int unique_axis(const lmix_crystallographic_symmetry::space_group_type& group) {
+  for (const auto& op : group.symop) {
+    const int trace = op.rot[0][0] + op.rot[1][1] + op.rot[2][2];
+    if (trace == 3 || trace == -3) continue;
+    for (std::size_t i = 0; i < 3; ++i)
+      if (op.rot[i][i] * trace < 0) return static_cast<int>(i);
+  }
+  return 1;
+}
+
+cell_rule rule_of(const lmix_crystallographic_symmetry::space_group_type& group) {
+  cell_rule r;
+  const std::string& laue = group.laue;
+  if (laue == "-1") return r;
+  if (laue == "2/m") {
+    const int keep = 3 + unique_axis(group);
+    for (int i = 3; i < 6; ++i)
+      if (i != keep) r.follows[static_cast<std::size_t>(i)] = -1;
+    return r;
+  }
+  if (laue == "-3 R" || laue == "-3m R") {
+    r.follows = {0, 0, 0, 3, 3, 3};
+    return r;
+  }
+  if (laue == "mmm") {
+    r.follows = {0, 1, 2, -1, -1, -1};
+  } else if (laue == "4/m" || laue == "4/mmm") {
+    r.follows = {0, 0, 2, -1, -1, -1};
+  } else if (laue == "m-3" || laue == "m-3m" || laue == "m3" || laue == "m3m") {
+    r.follows = {0, 0, 0, -1, -1, -1};
+  } else {  // hexagonal axes
+    r.follows = {0, 0, 2, -1, -1, -1};
+    r.fixed[5] = 120.f;
+    r.gamma_code_of = 0;
+  }
+  return r;
+}
+
+/// Next number that no code uses.
+struct number_source {
+  int last;
+  int operator()() { return ++last; }
+};
+
+/// A request without a number gets one.
+void number_request(float& code, number_source& fresh) {
+  const split_code c = split(code);
+  if (c.number == 0 && std::abs(c.multiplier) > smallest_multiplier)
+    code = join(
+        {fresh(), std::abs(c.multiplier) > 1.001f ? c.multiplier - std::copysign(1.f, c.multiplier) : c.multiplier},
+        false);
+}
+
+/// Codes of the components first .. first + n - 1 by the relations of a site.
+bool constrain_components(std::span<float> codes, const lmix_crystallographic_symmetry::site_relations& site,
+                          number_source& fresh) {
+  bool complete = true;
+  const auto n = static_cast<std::size_t>(site.n);
+  std::array<float, 6> wanted{};
+  for (std::size_t i = 0; i < n; ++i) {  // a code on any member of a group frees its independent component
+    const int j = site.component[i].free;
+    if (j >= 0 && std::abs(codes[i]) > smallest_multiplier && wanted[static_cast<std::size_t>(j)] == 0.f)
+      wanted[static_cast<std::size_t>(j)] = static_cast<int>(i) == j ? codes[i]
+                                            : codes[static_cast<std::size_t>(j)] != 0.f
+                                                ? codes[static_cast<std::size_t>(j)]
+                                                : codes[i];
+  }
+  for (std::size_t j = 0; j < n; ++j) number_request(wanted[j], fresh);
+  for (std::size_t i = 0; i < n; ++i) {
+    int terms = 0;
+    for (std::size_t j = 0; j < n; ++j) terms += std::abs(site.coefficient[i][j]) > 0.01f ? 1 : 0;
+    const auto& c = site.component[i];
+    if (terms > 1 || c.free < 0) {
+      complete = complete && terms <= 1;
+      codes[i] = 0.f;
+      continue;
+    }
+    split_code code = split(wanted[static_cast<std::size_t>(c.free)]);
+    code.multiplier *= c.multiplier;
+    codes[i] = std::abs(code.multiplier) < smallest_multiplier ? 0.f : join(code, false);
+  }
+  return complete;
+}
+
+// --- names
+struct slot_label {
+  int k;
+  const char* name;
+};
+constexpr std::array global_labels{
+    slot_label{gslot::zero, "Zero"},     slot_label{gslot::sycos, "SyCos"},  slot_label{gslot::sysin, "SySin"},
+    slot_label{gslot::lambda, "Lambda"}, slot_label{gslot::p0, "P0"},        slot_label{gslot::cp, "Cp"},
+    slot_label{gslot::tau, "Tau"},       slot_label{gslot::ratio2, "Ratio"},
+};
+constexpr std::array phase_labels{
+    slot_label{slot::scale, "Scale"},
+    slot_label{slot::bov, "Bov"},
+    slot_label{slot::u, "U"},
+    slot_label{slot::v, "V"},
+    slot_label{slot::w, "W"},
+    slot_label{slot::cell_a, "Cell_A"},
+    slot_label{slot::cell_a + 1, "Cell_B"},
+    slot_label{slot::cell_a + 2, "Cell_C"},
+    slot_label{slot::cell_a + 3, "Cell_D"},
+    slot_label{slot::cell_a + 4, "Cell_E"},
+    slot_label{slot::cell_f, "Cell_F"},
+    slot_label{slot::pref1, "Pref1"},
+    slot_label{slot::pref2, "Pref2"},
+    slot_label{slot::asy1, "Asy1"},
+    slot_label{slot::x, "X"},
+    slot_label{slot::y, "Y"},
+    slot_label{slot::shape1, "Shape1"},
+    slot_label{slot::str1, "Str_1"},
+    slot_label{slot::str1 + 1, "Str_2"},
+    slot_label{slot::str3, "Str_3"},
+    slot_label{slot::xi, "Xi"},
+    slot_label{slot::gausiz, "GauSiz"},
+    slot_label{slot::asy2, "Asy2"},
+    slot_label{slot::asy3, "Asy3"},
+    slot_label{slot::asy4, "Asy4"},
+    slot_label{slot::shift1, "Shift_1"},
+    slot_label{slot::shift1 + 1, "Shift_2"},
+    slot_label{slot::shift3, "Shift_3"},
+    slot_label{slot::s_l, "S_L"},
+    slot_label{slot::d_l, "D_L"},
+    slot_label{slot::u2, "U2"},
+    slot_label{slot::v2, "V2"},
+    slot_label{slot::w2, "W2"},
+    slot_label{slot::u_r, "U_r"},
+    slot_label{slot::v_r, "V_r"},
+    slot_label{slot::w_r, "W_r"},
+    slot_label{slot::shape1_r, "Shape1_r"},
+    slot_label{slot::x_r, "X_r"},
+    slot_label{slot::lorsiz, "LorSiz"},
+    slot_label{slot::zero_ph, "Zero_ph"},
+    slot_label{slot::sycos_ph, "SyCos_ph"},
+    slot_label{slot::sysin_ph, "SySin_ph"},
+};
+constexpr std::array atom_labels{
+    slot_label{aslot::x, "X"},       slot_label{aslot::y, "Y"},     slot_label{aslot::z, "Z"},
+    slot_label{aslot::biso, "Biso"}, slot_label{aslot::occ, "Occ"}, slot_label{aslot::b11, "B11"},
+    slot_label{aslot::b22, "B22"},   slot_label{aslot::b33, "B33"}, slot_label{aslot::b12, "B12"},
+    slot_label{aslot::b13, "B13"},   slot_label{aslot::b23, "B23"},
+};
+std::string label(std::span<const slot_label> table, int k, const char* other) {
+  const auto row = std::find_if(table.begin(), table.end(), [&](const slot_label& l) { return l.k == k; });
+  return row != table.end() ? row->name : other + std::to_string(k);
+}
+
+}  // namespace
+
+split_code split(float code) {
+  const float size = std::abs(code);
+  const int number = static_cast<int>(std::min(size * 0.1f, 1.0e8f));
+  return {number, std::copysign(size - 10.f * static_cast<float>(number), code)};
+}
+
+float join(const split_code& code, bool automatic) {
+  if (code.number == 0 && !automatic) return 0.f;
+  return std::copysign(std::abs(code.multiplier) + 10.f * static_cast<float>(code.number), code.multiplier);
+}
+
+int get_code_max(state_type& st) {
+  int highest = 0;
+  st.for_each_slot([&](const slot_ref& s) { highest = std::max(highest, split(s.code).number); });
+  return highest;
+}
+
+void mod_codes(state_type& st) {
+  if (!treat_codes(st)) return;
+  const bool all_selected = std::ranges::none_of(st.pattern, [](const pattern_type& p) { return p.affpat == 0; });
+  const bool calculation_only = std::ranges::any_of(st.pattern, [](const pattern_type& p) { return !p.refining(); });
+  const int given = st.run.maxs;
+  if (calculation_only) {
+    st.run.maxs = 0;
+  } else if (st.run.automatic || !all_selected) {
+    modify_codes(st);
+    if (!st.run.automatic && given == 0) st.run.maxs = 0;
+  } else if (st.run.maximum_lcode > given && given > 0) {
+    kalvaris_inout::mess_cons(st.io, " Warning! Codes above the number of refined parameters are not refined: " +
+                                         std::to_string(st.run.maximum_lcode));
+  }
+  if (st.run.maxs > st.dim.maxparam) {
+    refuse(st, {" Error: number of refined parameters:" + fmt_line{}.i(6, st.run.maxs).str(),
+                " The maximum number of parameters is: " + fmt_line{}.i(6, st.dim.maxparam).str()});
+    return;
+  }
+  name_parameters(st);
+  apply_shifts::set_reference_multipliers(st);
+}
+
+void restore_codes(state_type& st) {
+  const bool deselected = std::ranges::any_of(st.pattern, [](const pattern_type& p) { return p.affpat == 0; });
+  if (deselected || !st.run.code_splitted) return;
+  st.for_each_slot([&](const slot_ref& s) {
+    if (out_of_play(st, s)) return;
+    const float word = join({s.number, s.code}, st.run.automatic);
+    const bool changed = std::abs(split(s.code_read).multiplier) > std::abs(s.code) * 1.0001f && s.number != 0;
+    if (st.run.automatic || changed) s.code_read = word;
+  });
+}
+
+bool cell_const(state_type& st, int ph, int ip, bool fresh_numbers) {
+  mix_type& mix = st.mix(ph, ip);
+  phase_type& phase = st.phase[static_cast<std::size_t>(ph)];
+  const cell_rule rule = rule_of(phase.spgr);
+  const auto value = [&](int i) -> float& { return mix.par[static_cast<std::size_t>(slot::cell_a + i)]; };
+  const auto code = [&](int i) -> float& { return mix.apar[static_cast<std::size_t>(slot::cell_a + i)]; };
+  if (fresh_numbers) {
+    number_source fresh{get_code_max(st)};
+    for (const int i : {0, 3})
+      if (rule.follows[static_cast<std::size_t>(i)] == i) number_request(code(i), fresh);
+  }
+  for (int i = 0; i < 6; ++i) {
+    const int j = rule.follows[static_cast<std::size_t>(i)];
+    value(i) = j < 0 ? rule.fixed[static_cast<std::size_t>(i)] : value(j);
+    code(i) = j < 0 ? 0.f : code(j);
+  }
+  if (rule.gamma_code_of >= 0) code(5) = code(rule.gamma_code_of);
+  if (fresh_numbers) return true;
+
+  lmix_crystal_metrics::cell_parameters cell{};
+  for (int i = 0; i < 6; ++i) {
+    if (i >= 3 && value(i) < 1.0e-5f) value(i) = 90.f;
+    cell[static_cast<std::size_t>(i)] = static_cast<double>(value(i));
+  }
+  const auto form = lmix_crystal_metrics::quadratic_form_from_cell(cell);
+  if (!form) {
+    refuse(st, {" => Error in the cell of phase: " + std::to_string(ph + 1) + " pattern: " + std::to_string(ip + 1),
+                " Bad cell parameters: lengths must be positive and the angles must be able to close"});
+    return false;
+  }
+  if (phase.cellp.cellvol == 0.f) {
+    const auto error = set_crystal_cell({value(0), value(1), value(2)}, {value(3), value(4), value(5)}, phase.cellp);
+    if (error.err_crys) {
+      refuse(st, {error.err_crys_mess});
+      return false;
+    }
+  }
+  for (int i = 0; i < 6; ++i) value(i) = static_cast<float>((*form)[static_cast<std::size_t>(i)]);
+  return true;
+}
+
+void set_symmetryconstraints(state_type& st) {
+  if (!st.run.automatic) return;
+  namespace sym = lmix_crystallographic_symmetry;
+  number_source fresh{get_code_max(st)};
+  for (const phase_type& phase : st.phase) {
+    if (phase.profile_matching()) continue;
+    for (int ia = phase.first_atom; ia < phase.first_atom + phase.natom; ++ia) {
+      atom_type& atom = st.atom[static_cast<std::size_t>(ia)];
+      const sym::vector3 x{atom.xl[aslot::x], atom.xl[aslot::y], atom.xl[aslot::z]};
+      const auto stabiliser = sym::get_stabilizerc(x, phase.spgr);
+      bool complete =
+          constrain_components(std::span(atom.a).subspan(aslot::x, 3), sym::position_relations(stabiliser), fresh);
+      if (atom.n_t >= 2)
+        complete =
+            constrain_components(std::span(atom.a).subspan(aslot::b11, 6), sym::beta_relations(stabiliser), fresh) &&
+            complete;
+      if (!complete)
+        kalvaris_inout::mess_cons(st.io, " Warning! A symmetry relation of atom " + atom.atext +
+                                             " needs two parameters in one code; that component is kept fixed");
+    }
+  }
+}
+
+std::string slot_name(const state_type& st, const slot_ref& s) {
+  const std::string in_pattern = "_pat" + std::to_string(s.ip + 1);
+  switch (s.family) {
+    case slot_family::global:
+      if (s.k >= gslot::user_bk) return "AddBck_" + std::to_string(s.k - gslot::user_bk + 1) + in_pattern;
+      if (s.k >= gslot::bac) return "Bck_" + std::to_string(s.k - gslot::bac) + in_pattern;
+      return label(global_labels, s.k, "Glb_") + in_pattern;
+    case slot_family::phase:
+      return label(phase_labels, s.k, "Par_") + "_ph" + std::to_string(s.owner + 1) + in_pattern;
+    case slot_family::atom:
+      break;
+  }
+  const atom_type& atom = st.atom[static_cast<std::size_t>(s.owner)];
+  return label(atom_labels, s.k, "Ff_") + "_" + atom.atext + "_ph" + std::to_string(atom.phase + 1);
+}
+
+}  // namespace kalvaris_codes
