@@ -35,6 +35,8 @@ TEST(ListInput, RowsOfReals) {
       {"999999999*0", list_status::value, {0, 0, 0}},
       {"1,,3", list_status::value, {1, 9, 3}},
       {",2 3", list_status::value, {9, 2, 3}},
+      {"1,,,4", list_status::value, {1, 9, 9}},
+      {"2*,5", list_status::value, {9, 9, 5}},
       {",,,", list_status::value, {9, 9, 9}},
       {"1,", list_status::end, {1}},
       {"1\n,2,\n3", list_status::value, {1, 2, 3}},

@@ -138,6 +138,7 @@ TEST(Findfmt, LinesThatAreRefused) {
       {"FF", "1,2", 7, bad_character, " --^"},
       {"F", "nan", 7, bad_character, "  ^----"},
       {"33", "ABCDE", 10, no_separator, " ----^"},
+      {"2I", "AB5", 10, no_separator, " ---^"},
       {"5I", "ABCDE5", 10, no_separator, " ------^"},
       {"F", "E5", 11, no_exponent, "  ^----"},
       {"FF", "1 d", 11, no_exponent, " ---^"},
