@@ -1,0 +1,177 @@
+// Small mathematics: 3x3 matrices, trigonometry in degrees, linear systems, cubic splines, table search, random
+// numbers. Owns nothing: every operation is a function of its arguments. The state of the random generator is a struct
+// that its user holds.
+#pragma once
+
+#include <algorithm>
+#include <array>
+#include <cmath>
+#include <concepts>
+#include <cstddef>
+#include <cstdint>
+#include <limits>
+#include <optional>
+#include <span>
+#include <vector>
+
+namespace lmix_math_general {
+
+template <std::floating_point R>
+using vec3 = std::array<R, 3>;
+/// m[i][j]: row i, column j.
+template <std::floating_point R>
+using mat3 = std::array<std::array<R, 3>, 3>;
+using vec3f = vec3<float>;
+using mat3f = mat3<float>;
+using vec3d = vec3<double>;
+using mat3d = mat3<double>;
+
+// ---- vectors and 3x3 matrices
+template <std::floating_point R>
+[[nodiscard]] constexpr R dot(const vec3<R>& u, const vec3<R>& v) {
+  return u[0] * v[0] + u[1] * v[1] + u[2] * v[2];
+}
+template <std::floating_point R>
+[[nodiscard]] constexpr vec3<R> cross(const vec3<R>& u, const vec3<R>& v) {
+  return {u[1] * v[2] - u[2] * v[1], u[2] * v[0] - u[0] * v[2], u[0] * v[1] - u[1] * v[0]};
+}
+template <std::floating_point R>
+[[nodiscard]] R norm(const vec3<R>& v) {
+  return std::sqrt(dot(v, v));
+}
+template <std::floating_point R>
+[[nodiscard]] constexpr mat3<R> identity() {
+  return {{{1, 0, 0}, {0, 1, 0}, {0, 0, 1}}};
+}
+template <std::floating_point R>
+[[nodiscard]] constexpr mat3<R> transpose(const mat3<R>& m) {
+  return {{{m[0][0], m[1][0], m[2][0]}, {m[0][1], m[1][1], m[2][1]}, {m[0][2], m[1][2], m[2][2]}}};
+}
+/// m v, the vector as a column.
+template <std::floating_point R>
+[[nodiscard]] constexpr vec3<R> multiply(const mat3<R>& m, const vec3<R>& v) {
+  return {dot(m[0], v), dot(m[1], v), dot(m[2], v)};
+}
+/// v m, the vector as a row.
+template <std::floating_point R>
+[[nodiscard]] constexpr vec3<R> multiply(const vec3<R>& v, const mat3<R>& m) {
+  return multiply(transpose(m), v);
+}
+template <std::floating_point R>
+[[nodiscard]] constexpr mat3<R> multiply(const mat3<R>& m, const mat3<R>& n) {
+  return {multiply(m[0], n), multiply(m[1], n), multiply(m[2], n)};
+}
+template <std::floating_point R>
+[[nodiscard]] constexpr R determinant(const mat3<R>& m) {
+  return dot(m[0], cross(m[1], m[2]));
+}
+/// Inverse, or nullopt when the determinant cannot be told from 0: |det| at or below 8 epsilon times the product of the
+/// row lengths, the largest value it can have for rows of these lengths. A NaN element gives nullopt too.
+template <std::floating_point R>
+[[nodiscard]] std::optional<mat3<R>> inverse(const mat3<R>& m) {
+  const R det = determinant(m);
+  const R bound = norm(m[0]) * norm(m[1]) * norm(m[2]);
+  if (!(std::abs(det) > 8 * std::numeric_limits<R>::epsilon() * bound) || !std::isfinite(det)) return std::nullopt;
+  mat3<R> adjoint = transpose(mat3<R>{cross(m[1], m[2]), cross(m[2], m[0]), cross(m[0], m[1])});
+  for (auto& row : adjoint)
+    for (R& element : row) element /= det;
+  return adjoint;
+}
+/// The same numbers in another precision.
+template <std::floating_point To, std::floating_point From>
+[[nodiscard]] constexpr vec3<To> convert(const vec3<From>& v) {
+  return {static_cast<To>(v[0]), static_cast<To>(v[1]), static_cast<To>(v[2])};
+}
+template <std::floating_point To, std::floating_point From>
+[[nodiscard]] constexpr mat3<To> convert(const mat3<From>& m) {
+  return {convert<To>(m[0]), convert<To>(m[1]), convert<To>(m[2])};
+}
+
+// ---- trigonometry in degrees; evaluated in double, exact at the multiples of 90 degrees
+[[nodiscard]] double cosd(double x);
+[[nodiscard]] double sind(double x);
+[[nodiscard]] double tand(double x);   ///< infinite at odd multiples of 90
+[[nodiscard]] double acosd(double x);  ///< an argument outside -1..1 counts as the nearer end
+[[nodiscard]] double asind(double x);  ///< the same
+[[nodiscard]] double atan2d(double y, double x);
+[[nodiscard]] inline float cosd(float x) { return static_cast<float>(cosd(double{x})); }
+[[nodiscard]] inline float sind(float x) { return static_cast<float>(sind(double{x})); }
+[[nodiscard]] inline float tand(float x) { return static_cast<float>(tand(double{x})); }
+[[nodiscard]] inline float acosd(float x) { return static_cast<float>(acosd(double{x})); }
+[[nodiscard]] inline float asind(float x) { return static_cast<float>(asind(double{x})); }
+[[nodiscard]] inline float atan2d(float y, float x) { return static_cast<float>(atan2d(double{y}, double{x})); }
+
+// ---- linear systems
+/// Solves a x = b for n = b.size() unknowns by elimination with partial pivoting; `a` holds n rows of n and is used up,
+/// b becomes x. False, with b spoilt, when a pivot is 0 or not finite or `a` has not n*n elements.
+[[nodiscard]] bool solve_linear(std::span<double> a, std::span<double> b);
+
+// ---- search
+/// Number of elements of the increasing table that are not above x: 0 below the first, table.size() at or above the
+/// last. As a 1-based index it is the last point at or below x. Bisection; a NaN gives 0.
+template <std::floating_point R>
+[[nodiscard]] std::size_t locate(std::span<const R> table, R x) {
+  std::size_t low = 0, high = table.size();
+  while (low < high) {
+    const std::size_t middle = low + (high - low) / 2;
+    if (table[middle] <= x) {
+      low = middle + 1;
+    } else {
+      high = middle;
+    }
+  }
+  return low;
+}
+
+// ---- natural cubic spline (second derivative 0 at both ends)
+/// The spline's matrix over a set of abscissae, factorised: it serves any number of curves on them.
+class natural_spline {
+ public:
+  /// x strictly increasing, at least two points; otherwise valid() is false and the other operations give NaN.
+  explicit natural_spline(std::span<const double> x);
+  [[nodiscard]] bool valid() const { return x_.size() >= 2; }
+  [[nodiscard]] std::size_t size() const { return x_.size(); }
+
+  /// Second derivatives at the points, from the ordinates y. Both spans of size().
+  void second_derivatives(std::span<const double> y, std::span<double> y2) const;
+  /// Value at t. Outside the points the cubic of the first or last interval goes on.
+  [[nodiscard]] double value(std::span<const double> y, std::span<const double> y2, double t) const;
+  /// The value at t as a linear form of the ordinates: value = sum w_i y_i. `work` is scratch; both spans of size().
+  void weights(double t, std::span<double> w, std::span<double> work) const;
+
+ private:
+  struct place {
+    std::size_t i;      ///< left point of the interval
+    double a, b, c, d;  ///< value = a y_i + b y_i+1 + c y2_i + d y2_i+1
+  };
+  [[nodiscard]] place at(double t) const;
+  void solve(std::span<double> z) const;  ///< z of size(): right-hand side to solution, the ends become 0
+
+  std::vector<double> x_;
+  std::vector<double> pivot_;  ///< of the factors L D L^T of the tridiagonal matrix, element 0 and the last unused
+};
+
+/// Second derivatives of the natural spline through (x, y); empty if x is not strictly increasing, the sizes differ or
+/// there are fewer than two points. Evaluated in double.
+[[nodiscard]] std::vector<float> spline(std::span<const float> x, std::span<const float> y);
+/// Value at t of the spline with the second derivatives y2 (all spans of one size >= 2). The cubic of the first or last
+/// interval goes on outside.
+[[nodiscard]] float splint(std::span<const float> x, std::span<const float> y, std::span<const float> y2, float t);
+
+// ---- random numbers
+/// L'Ecuyer's combination of two multiplicative congruential generators (P. L'Ecuyer, Commun. ACM 31 (1988) 742-749),
+/// period 2.3e18.
+struct combined_generator {
+  static constexpr std::int64_t modulus1 = 2147483563, modulus2 = 2147483399;
+  static constexpr std::int64_t multiplier1 = 40014, multiplier2 = 40692;
+  std::int64_t s1 = 1, s2 = 1;  ///< 1..modulus - 1
+
+  /// Any seed is brought into its range by its modulus; one that falls on 0 becomes the top of the range.
+  void seed(std::int64_t seed1, std::int64_t seed2);
+  /// Uniform in (0,1), both ends excluded; steps of 1/modulus1.
+  [[nodiscard]] double uniform();
+  /// The same in single precision; the ends stay excluded after the rounding.
+  [[nodiscard]] float uniform_float();
+};
+
+}  // namespace lmix_math_general
