@@ -1,0 +1,213 @@
+// lmix_crystallographic_symmetry: the space-group record, the roads that build it, and what follows from its operators.
+// It owns space_group_type and the operators in it; positions, stabilisers and relations are handed out as small
+// records. Only set_spacegroup writes a record; all other operations read it. Failures come back as err_symm_type, none
+// stops.
+#pragma once
+#include <array>
+#include <cstdint>
+#include <span>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace lmix_crystallographic_symmetry {
+
+using matrix3i = std::array<std::array<std::int32_t, 3>, 3>;
+using vector3 = std::array<float, 3>;
+
+/// Outcome of an operation that can fail.
+struct [[nodiscard]] err_symm_type {
+  bool err_symm = false;
+  std::string err_symm_mess;
+  explicit operator bool() const { return err_symm; }  ///< true when it failed
+};
+
+/// One operator: x' = rot x + tr, in fractions of the cell.
+struct sym_oper_type {
+  matrix3i rot{{{1, 0, 0}, {0, 1, 0}, {0, 0, 1}}};
+  vector3 tr{};
+};
+
+/// One Wyckoff position.
+struct wyck_pos_type {
+  int multp = 0;                       ///< positions per cell
+  char letter = ' ';                   ///< Wyckoff letter, A for the 27th
+  std::string site;                    ///< site symmetry, such as ".m."
+  int norb = 0;                        ///< positions without the centring vectors
+  std::string str_orig;                ///< the first one, x,y,z text
+  std::vector<std::string> str_orbit;  ///< all `norb`
+};
+
+struct wyckoff_type {
+  int num_orbit = 0;
+  std::vector<wyck_pos_type> orbit;  ///< from the general position down to a
+};
+
+/// Meaning of `centred`.
+namespace centring_code {
+enum : int {
+  centric_elsewhere = 0,  ///< the inversion centre lies at centre_coord
+  acentric = 1,
+  centric_at_origin = 2,
+};
+}
+
+/// A space group in one setting. Order of symop: the reduced set; then, for a centric group, the same `numops`
+/// operators followed by the inversion; then this whole list again for each further centring vector.
+struct space_group_type {
+  int numspg = 0;                   ///< number 1..230, 0 unknown
+  std::string spg_symb;             ///< Hermann-Mauguin symbol
+  std::string hall;                 ///< Hall symbol
+  std::string ghall;                ///< symbol of a transformed setting
+  std::string crystalsys;           ///< one of lmix_symmetry_tables::sys_cry
+  std::string laue;                 ///< one of laue_class
+  std::string pg;                   ///< one of point_group, in the orientation of the setting
+  std::string info;                 ///< setting choice of the table, such as "b1", "2", "R"
+  std::string sg_setting;           ///< how the record was made
+  bool hexa = false;                ///< the rotations need the hexagonal table
+  char spg_lat = ' ';               ///< P A B C I R F, or Z for any other set of centring vectors
+  std::string spg_latsy;            ///< two letters, such as "oP"
+  int numlat = 0;                   ///< centring vectors, the origin included
+  std::vector<vector3> latt_trans;  ///< the centring vectors; the first is zero
+  std::string bravais;              ///< their text
+  std::string centre;               ///< text of `centred`
+  int centred = centring_code::acentric;
+  vector3 centre_coord{};              ///< the inversion centre
+  int numops = 0;                      ///< size of the reduced set
+  int multip = 0;                      ///< number of operators
+  int num_gen = 0;                     ///< generators beside the inversion and the lattice
+  std::vector<sym_oper_type> symop;    ///< all `multip`
+  std::vector<std::string> symopsymb;  ///< their x,y,z texts
+  wyckoff_type wyckoff;                ///< empty for a setting without tabulated positions
+  std::array<std::array<float, 2>, 3> r_asym_unit{{{0.f, 1.f}, {0.f, 1.f}, {0.f, 1.f}}};  ///< lower and upper bounds
+};
+
+// ---- the record ----------------------------------------------------------------------------------------------------
+
+/// Builds the record. `spacegen` is a Hermann-Mauguin symbol of any tabulated setting (any case, with or without the
+/// blanks between its fields), a number, either with a choice behind a colon ("F d -3 m:1", "227:2", "R -3 c:R",
+/// "15:c1"), or a Hall symbol with an origin shift in brackets (twelfths). A group with two origins is taken at the
+/// second unless told.
+/// `mode`: empty tries all that; "HMS", "ITC" (number or symbol, from the generators of International Tables) and "HAL"
+/// take one road; "GEN" closes the operators `gen` to a group, "FIX" takes them as they stand as the complete list,
+/// with the first letter of `spacegen` (or Z) as lattice symbol; such a record has centred 1, numlat 1, numops =
+/// multip. On failure the record is left empty.
+err_symm_type set_spacegroup(std::string_view spacegen, space_group_type& spacegroup,
+                             std::span<const std::string> gen = {}, std::string_view mode = {});
+
+/// Listing of the record; with `full` also of its operators, at most 192 of them.
+std::string write_spacegroup(const space_group_type& spg, bool full);
+
+/// Expands a position text with the operators of the group: the distinct positions without the centring vectors.
+std::vector<std::string> wyckoff_orbit(std::string_view str_orig, const space_group_type& spg);
+
+/// Laue class and point group of a set of rotations, indices from 1 in the tables, found from the kinds and directions
+/// of its axes; 0, 0 when the rotations are no crystallographic point group.
+struct laue_pg {
+  int laue = 0, pg = 0;
+};
+laue_pg get_laue_pg(std::span<const sym_oper_type> symop);
+
+// ---- operators -----------------------------------------------------------------------------------------------------
+
+/// Reads one operator such as "-y,x-y,z+1/3" or "1/2+x, 0.5-y, z" from position `istart` (from 0) of `info`. With
+/// `ctrl` a matrix of zero determinant is refused. The translation is kept as read, not reduced.
+err_symm_type read_xsym(std::string_view info, std::size_t istart, sym_oper_type& op, bool ctrl = true);
+
+/// Reads a generator: an operator with a determinant of 1 or -1 and whole numbers in the matrix.
+err_symm_type check_generator(std::string_view gen, sym_oper_type& op);
+
+/// x,y,z text of an operator: "-x+y,-x,z+1/3". Translations that are no simple fraction are written with four decimals.
+std::string get_symsymbi(const matrix3i& rot, const vector3& t);
+
+/// Type and locus as International Tables writes them: "2 (0,1/2,0) 0,y,1/4", "-3+ 0,0,z; 0,0,0", "n (1/2,0,1/2)
+/// x,1/4,z".
+std::string symmetry_symbol_op(const sym_oper_type& op);
+
+/// rot v + tr.
+vector3 applyso(const sym_oper_type& op, const vector3& v);
+/// a after b; the translation is reduced to [0,1).
+sym_oper_type sym_prod(const sym_oper_type& a, const sym_oper_type& b);
+/// Every component brought into [0,1).
+vector3 modulo_lat(const vector3& t);
+/// Same rotation, and translations that differ by whole numbers.
+bool equal_symop(const sym_oper_type& a, const sym_oper_type& b);
+int determinant(const matrix3i& rot);
+
+/// Number (from 1) of a rotation among the proper point operations: 1..24 of m-3m, 25..36 of 6/mmm, looked for in first
+/// .. last. Negative for the operation times the inversion, 0 when it is none of them.
+int searchop(const matrix3i& rot, int first = 1, int last = 36);
+
+// ---- lattice -------------------------------------------------------------------------------------------------------
+
+/// Centring vectors of a lattice letter P A B C I R F in either case (also S, T, H of Hall symbols); empty: no such
+/// letter.
+std::vector<vector3> latsym(char symb);
+/// True if v is a centring vector (or a lattice vector) within 0.001.
+bool lattice_trans(const vector3& v, char lat);
+bool lattice_trans(const vector3& v, std::span<const vector3> latt_trans);
+
+// ---- sites ---------------------------------------------------------------------------------------------------------
+
+/// Positions are equal when they agree within this in every component [fractions of the cell].
+inline constexpr float position_tolerance = 0.001f;
+
+/// The orbit of a position in one cell.
+struct orbit_type {
+  int mult = 0;
+  std::vector<vector3> orb;     ///< positions, reduced to [0,1); the first is x itself
+  std::vector<int> ptr;         ///< ptr[i]: operator (from 0) that makes orb[i]
+  std::vector<int> image;       ///< image[m]: position that operator m makes
+  std::vector<int> stabilizer;  ///< operators that leave x in place up to a lattice vector
+};
+orbit_type get_orbit(const vector3& x, const space_group_type& spg);
+
+/// Positions equivalent to x in one cell, centring included.
+int get_multip_pos_crys(const vector3& x, const space_group_type& spg);
+/// Multiplicity over general multiplicity.
+float get_occ_site(const vector3& x, const space_group_type& spg);
+
+/// Operators that leave x where it is, each with the translation (centring and lattice vector included) that brings the
+/// position back on itself: applyso(op, x) = x within the tolerance. The identity comes first.
+std::vector<sym_oper_type> get_stabilizerc(const vector3& x, const space_group_type& spg);
+
+/// One component of a quantity at a site: `multiplier` times component `free`, or fixed at 0.
+struct component_relation {
+  int free = -1;           ///< component (from 0) that it follows; itself when it is free; -1: zero by symmetry
+  float multiplier = 0.f;  ///< 1 for a free component
+};
+
+/// What a site symmetry allows. component i = sum over the free j of coefficient[i][j] * component j.
+/// `single` tells that no row needs more than one free component, so that `component` says all; otherwise (skew axes)
+/// `component` of such a row names its largest term and `coefficient` is the whole truth.
+struct site_relations {
+  int n = 0;       ///< 3 or 6 components
+  int n_free = 0;  ///< independent ones
+  bool single = true;
+  std::array<component_relation, 6> component{};
+  std::array<std::array<float, 6>, 6> coefficient{};
+  std::array<std::array<float, 6>, 6> projector{};  ///< mean over the stabiliser: makes any quantity comply
+};
+
+/// Shifts of (x,y,z) that keep the site symmetry.
+site_relations position_relations(std::span<const sym_oper_type> stabilizer);
+/// Displacement tensor in the order 11, 22, 33, 12, 13, 23; beta' = R beta R^T. The same relations hold for any tensor
+/// of this kind on fractional axes (beta, not U in skew cells).
+site_relations beta_relations(std::span<const sym_oper_type> stabilizer);
+/// Axial vector (moment) along the cell axes, M' = det(R) R M, for operators without time reversal. Holds for
+/// components in units of length where the axes that a rotation mixes are equally long, as in all conventional
+/// settings.
+site_relations moment_relations(std::span<const sym_oper_type> stabilizer);
+/// The position at the middle of the images under its stabiliser: exactly on the symmetry element.
+vector3 nearest_special_position(const vector3& x, std::span<const sym_oper_type> stabilizer);
+
+/// Relations of the displacement tensor as text ("b11, b11, b33, b11/2, 0, 0") and as code words with which a
+/// refinement would tie the components: code[i] = 0 fixed, otherwise the number (from 1) of the free component.
+struct b_relations {
+  std::string text;
+  std::array<int, 6> codes{};
+  std::array<float, 6> multip{};
+};
+b_relations sym_b_relations(std::span<const sym_oper_type> stabilizer);
+
+}  // namespace lmix_crystallographic_symmetry

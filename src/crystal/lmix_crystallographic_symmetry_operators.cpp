@@ -1,0 +1,569 @@
+#include <algorithm>
+#include <cctype>
+#include <cmath>
+#include <cstdio>
+#include <cstdlib>
+#include <numeric>
+
+#include "lmix_crystallographic_symmetry_parts.hpp"
+#include "lmix_symmetry_tables.hpp"
+
+namespace lmix_crystallographic_symmetry {
+namespace parts {
+
+matrix3i negated(const matrix3i& m) {
+  matrix3i out = m;
+  for (auto& row : out)
+    for (auto& e : row) e = -e;
+  return out;
+}
+
+matrix3i product(const matrix3i& a, const matrix3i& b) {
+  matrix3i c{};
+  for (std::size_t i = 0; i < 3; ++i)
+    for (std::size_t j = 0; j < 3; ++j) c[i][j] = a[i][0] * b[0][j] + a[i][1] * b[1][j] + a[i][2] * b[2][j];
+  return c;
+}
+
+exact_op product(const exact_op& a, const exact_op& b) {
+  exact_op c{product(a.rot, b.rot), a.tr};
+  for (std::size_t i = 0; i < 3; ++i)
+    for (std::size_t j = 0; j < 3; ++j) c.tr[i] += a.rot[i][j] * b.tr[j];
+  reduce(c);
+  return c;
+}
+
+void reduce(exact_op& op) {
+  for (double& t : op.tr) {
+    t -= std::floor(t);
+    if (t > 1.0 - 1e-6 || t < 1e-6) t = 0.0;
+  }
+}
+
+void snap(exact_op& op) {
+  for (double& t : op.tr) {
+    const double grid = std::round(t * 24.0) / 24.0;
+    if (std::abs(t - grid) < 5.0e-4) t = grid;
+  }
+  reduce(op);
+}
+
+bool equal(const exact_op& a, const exact_op& b) {
+  if (a.rot != b.rot) return false;
+  for (std::size_t i = 0; i < 3; ++i) {
+    const double d = a.tr[i] - b.tr[i];
+    if (std::abs(d - std::round(d)) > translation_tolerance) return false;
+  }
+  return true;
+}
+
+exact_op exact(const sym_oper_type& op) {
+  exact_op out{op.rot, {}};
+  for (std::size_t i = 0; i < 3; ++i) out.tr[i] = static_cast<double>(op.tr[i]);
+  snap(out);
+  return out;
+}
+
+sym_oper_type rounded(const exact_op& op) {
+  sym_oper_type out{op.rot, {}};
+  exact_op clean = op;
+  snap(clean);
+  for (std::size_t i = 0; i < 3; ++i) out.tr[i] = static_cast<float>(clean.tr[i]);
+  return out;
+}
+
+closed_group close_group(std::span<const exact_op> generators) {
+  closed_group g;
+  std::vector<exact_op>& element = g.element;
+  const auto add_if_new = [&](const exact_op& op) {
+    if (std::ranges::none_of(element, [&](const exact_op& e) { return equal(e, op); })) element.push_back(op);
+    return element.size() <= max_order;
+  };
+  // A whole matrix of finite order has entries of at most a few units on any axes in use.
+  const auto bounded = [](const matrix3i& m) {
+    return std::ranges::all_of(
+        m, [](const auto& r) { return std::ranges::all_of(r, [](int e) { return std::abs(e) < 100; }); });
+  };
+  element.emplace_back();
+  for (std::size_t ig = 0; ig < generators.size(); ++ig) {
+    const exact_op& generator = generators[ig];
+    const std::size_t old = element.size();
+    for (std::size_t i = 0; i < element.size(); ++i)
+      // Elements of the subgroup closed so far need the new generator only.
+      for (std::size_t k = i < old ? ig : 0; k <= ig; ++k) {
+        const exact_op p = product(generators[k], element[i]);
+        if (!bounded(p.rot) || !add_if_new(p)) return {};
+      }
+    if (element.size() > old && generator.rot != identity && generator.rot != negated(identity)) ++g.num_gen;
+  }
+  return g;
+}
+
+std::string fraction_text(double v) {
+  for (int den = 1; den <= 24; ++den) {
+    const double num = std::round(v * den);
+    if (std::abs(v * den - num) > 1e-4 * den) continue;
+    std::string text = std::to_string(static_cast<int>(num));
+    return den == 1 ? text : text + "/" + std::to_string(den);
+  }
+  char buffer[32];
+  std::snprintf(buffer, sizeof buffer, "%.4f", v);
+  return buffer;
+}
+
+int rotation_type(const matrix3i& rot) {
+  const int det = determinant(rot);
+  const int trace = rot[0][0] + rot[1][1] + rot[2][2];
+  if (std::abs(det) != 1) return 0;
+  switch (det * trace) {
+    case 3:
+      return det;
+    case -1:
+      return 2 * det;
+    case 0:
+      return 3 * det;
+    case 1:
+      return 4 * det;
+    case 2:
+      return 6 * det;
+    default:
+      return 0;
+  }
+}
+
+std::array<int, 3> rotation_axis(const matrix3i& rot) {
+  const int type = rotation_type(rot);
+  const matrix3i proper = type < 0 ? negated(rot) : rot;
+  if (std::abs(type) < 2) return {};
+  // The sum of the powers of a rotation projects on its axis.
+  matrix3i sum{}, power = identity;
+  for (int k = 0; k < std::abs(type); ++k) {
+    for (std::size_t i = 0; i < 3; ++i)
+      for (std::size_t j = 0; j < 3; ++j) sum[i][j] += power[i][j];
+    power = product(power, proper);
+  }
+  for (std::size_t j = 0; j < 3; ++j) {
+    std::array<int, 3> u{sum[0][j], sum[1][j], sum[2][j]};
+    const int divisor = std::gcd(std::gcd(u[0], u[1]), u[2]);
+    if (divisor == 0) continue;
+    for (int& e : u) e /= divisor;
+    return u;
+  }
+  return {};
+}
+
+}  // namespace parts
+
+namespace {
+
+err_symm_type failure(std::string text) { return {true, std::move(text)}; }
+
+// An operator as written, before it is known whether its matrix is whole.
+struct triplet {
+  std::array<std::array<double, 3>, 3> coefficient{};
+  std::array<double, 3> translation{};
+};
+
+// A number under way: "12", "0.5", "1/3".
+struct number_reader {
+  double value = 0.0, decimal = 0.0, denominator = 0.0;
+  bool any = false, in_denominator = false;
+
+  void digit(int d) {
+    any = true;
+    if (in_denominator) {
+      denominator = denominator * 10.0 + d;
+    } else if (decimal > 0.0) {
+      value += d * decimal;
+      decimal *= 0.1;
+    } else {
+      value = value * 10.0 + d;
+    }
+  }
+  // False where a point or a slash makes no sense.
+  bool point() { return !in_denominator && decimal == 0.0 ? (decimal = 0.1, true) : false; }
+  bool slash() { return any && !in_denominator ? (in_denominator = true, true) : false; }
+  bool complete() const { return !in_denominator || denominator > 0.0; }
+  double result() const { return in_denominator ? value / denominator : value; }
+};
+
+err_symm_type invalid_character(char c, std::string_view text) {
+  return failure(std::string(" Invalid character... ") + c + " in operator string" + (text.empty() ? "" : ": ") +
+                 std::string(text));
+}
+
+err_symm_type read_field(std::string_view field, std::string_view text, std::array<double, 3>& row,
+                         double& translation) {
+  double sign = 1.0;
+  number_reader number;
+  bool content = false;
+  char last = ' ';
+  const auto flush = [&] {
+    if (number.any) translation += sign * number.result();
+    const bool complete = number.complete();
+    number = {};
+    return complete;
+  };
+  for (const char c : field) {
+    if (c == ' ' || c == '\t') continue;
+    const char low = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
+    bool good = true;
+    if (low >= 'x' && low <= 'z') {
+      good = number.complete();
+      row[static_cast<std::size_t>(low - 'x')] += sign * (number.any ? number.result() : 1.0);
+      number = {};
+      sign = 1.0;
+      content = true;
+    } else if (c == '+' || c == '-') {
+      good = flush();
+      sign = c == '-' ? -1.0 : 1.0;
+    } else if (std::isdigit(static_cast<unsigned char>(c))) {
+      number.digit(c - '0');
+      content = true;
+    } else {
+      good = c == '.' ? number.point() : c == '/' && number.slash();
+    }
+    if (!good) return invalid_character(c, text);
+    last = c;
+  }
+  if (!flush() || last == '+' || last == '-') return invalid_character(last, text);
+  if (!content) return failure(" Blank operator field");
+  return {};
+}
+
+err_symm_type read_triplet(std::string_view text, triplet& out) {
+  std::size_t start = 0;
+  for (std::size_t i = 0; i < 3; ++i) {
+    if (start > text.size()) return failure(" Blank operator field");
+    const std::size_t end = std::min(text.find_first_of(",*", start), text.size());
+    if (auto err = read_field(text.substr(start, end - start), text, out.coefficient[i], out.translation[i]))
+      return err;
+    start = end + 1;
+  }
+  return {};
+}
+
+// False when the matrix holds a number that is not whole (or absurd).
+bool whole(const triplet& t, sym_oper_type& op) {
+  for (std::size_t i = 0; i < 3; ++i) {
+    for (std::size_t j = 0; j < 3; ++j) {
+      const double e = t.coefficient[i][j];
+      if (e != std::round(e) || std::abs(e) > 99.0) return false;
+      op.rot[i][j] = static_cast<std::int32_t>(e);
+    }
+    op.tr[i] = static_cast<float>(t.translation[i]);
+  }
+  return true;
+}
+
+// Solves (R - 1) p = -w for a point of the locus with as many zero coordinates as possible; R - 1 may be singular.
+std::array<double, 3> point_of_locus(const matrix3i& rot, const std::array<double, 3>& w) {
+  std::array<std::array<double, 4>, 3> a{};
+  for (std::size_t i = 0; i < 3; ++i) {
+    for (std::size_t j = 0; j < 3; ++j) a[i][j] = rot[i][j] - (i == j ? 1 : 0);
+    a[i][3] = -w[i];
+  }
+  // Elimination from the last column to the first leaves the first letters free: x,x+1/2,z and not x-1/2,x,z.
+  std::array<int, 3> pivot_of_column{-1, -1, -1};
+  std::size_t used = 0;
+  for (std::size_t c = 3; c-- > 0 && used < 3;) {
+    std::size_t best = used;
+    for (std::size_t r = used; r < 3; ++r)
+      if (std::abs(a[r][c]) > std::abs(a[best][c])) best = r;
+    if (std::abs(a[best][c]) < 1e-9) continue;
+    std::swap(a[best], a[used]);
+    for (std::size_t r = 0; r < 3; ++r) {
+      if (r == used) continue;
+      const double f = a[r][c] / a[used][c];
+      for (std::size_t k = 0; k < 4; ++k) a[r][k] -= f * a[used][k];
+    }
+    pivot_of_column[c] = static_cast<int>(used++);
+  }
+  std::array<double, 3> p{};
+  for (std::size_t c = 0; c < 3; ++c)
+    if (pivot_of_column[c] >= 0) {
+      const auto r = static_cast<std::size_t>(pivot_of_column[c]);
+      p[c] = a[r][3] / a[r][c];
+    }
+  return p;
+}
+
+// Sense of the axis that International Tables choose for a row of directions.
+std::array<int, 3> conventional_direction(std::array<int, 3> u) {
+  const int nonzero = (u[0] != 0) + (u[1] != 0) + (u[2] != 0);
+  bool turn;
+  if (nonzero == 3) {
+    turn = u[0] * u[1] * u[2] < 0;
+  } else {
+    const int first = u[0] != 0 ? u[0] : u[1] != 0 ? u[1] : u[2];
+    turn = first < 0;
+    if (u[1] == 0 && u[0] * u[2] < 0) turn = u[0] > 0;  // -x,0,x
+  }
+  if (turn)
+    for (int& e : u) e = -e;
+  return u;
+}
+
+// Direction whose coordinates are polynomials of the letters: rows give the coefficient of each letter.
+std::string locus_text(std::span<const std::array<int, 3>> directions, const std::array<double, 3>& point) {
+  constexpr std::string_view letters = "xyz";
+  std::string out;
+  std::array<std::size_t, 2> letter{};
+  for (std::size_t k = 0; k < directions.size(); ++k)
+    letter[k] = directions[k][0] != 0 ? 0 : directions[k][1] != 0 ? 1 : 2;
+  for (std::size_t i = 0; i < 3; ++i) {
+    std::string term;
+    for (std::size_t k = 0; k < directions.size(); ++k) {
+      const int c = directions[k][i];
+      if (c == 0) continue;
+      if (c < 0) term += '-';
+      if (c > 0 && !term.empty()) term += '+';
+      if (std::abs(c) > 1) term += std::to_string(std::abs(c));
+      term += letters[letter[k]];
+    }
+    const std::string shift = parts::fraction_text(point[i]);
+    if (term.empty())
+      term = shift;
+    else if (shift != "0")
+      term += (shift[0] == '-' ? "" : "+") + shift;
+    out += (i ? "," : "") + term;
+  }
+  return out;
+}
+
+// Two directions that span the plane invariant under a reflection, in the form that the letters ask for.
+std::vector<std::array<int, 3>> mirror_directions(const matrix3i& rot) {
+  // Columns of 1 + R span the plane; reduce them to an echelon of whole numbers.
+  std::vector<std::array<int, 3>> v;
+  for (std::size_t j = 0; j < 3; ++j) {
+    std::array<int, 3> u{};
+    for (std::size_t i = 0; i < 3; ++i) u[i] = rot[i][j] + (i == j ? 1 : 0);
+    v.push_back(u);
+  }
+  std::vector<std::array<int, 3>> echelon;
+  for (std::size_t c = 0; c < 3 && echelon.size() < 2; ++c) {
+    const auto pivot = std::ranges::find_if(v, [&](const auto& u) { return u[c] != 0; });
+    if (pivot == v.end()) continue;
+    const std::array<int, 3> p = *pivot;
+    v.erase(pivot);
+    const auto clear = [&](std::array<int, 3>& u) {
+      const int f = u[c];
+      for (std::size_t i = 0; i < 3; ++i) u[i] = u[i] * p[c] - p[i] * f;
+    };
+    for (auto& u : v) clear(u);
+    for (auto& u : echelon) clear(u);
+    echelon.push_back(p);
+  }
+  for (auto& u : echelon) {
+    const int divisor = std::gcd(std::gcd(u[0], u[1]), u[2]);
+    for (int& e : u) e /= divisor;
+    u = conventional_direction(u);
+  }
+  return echelon;
+}
+
+std::string vector_text(const std::array<double, 3>& v) {
+  return "(" + parts::fraction_text(v[0]) + "," + parts::fraction_text(v[1]) + "," + parts::fraction_text(v[2]) + ")";
+}
+
+bool is_zero(const std::array<double, 3>& v) {
+  return std::ranges::all_of(v, [](double e) { return std::abs(e) < 1e-4; });
+}
+
+// Part of the translation that no shift of the origin removes: the mean of the powers.
+std::array<double, 3> intrinsic_translation(const sym_oper_type& op, int order) {
+  std::array<double, 3> w{};
+  matrix3i power = parts::identity;
+  for (int k = 0; k < order; ++k) {
+    for (std::size_t i = 0; i < 3; ++i)
+      for (std::size_t j = 0; j < 3; ++j) w[i] += power[i][j] * static_cast<double>(op.tr[j]) / order;
+    power = parts::product(power, op.rot);
+  }
+  return w;
+}
+
+// Letter of a reflection with glide vector g in units of the cell.
+std::string glide_letter(const std::array<double, 3>& g) {
+  if (is_zero(g)) return "m";
+  const auto is = [](double v, double to) { return std::abs(std::abs(v) - to) < 1e-4; };
+  int halves = 0, quarters = 0;
+  for (const double e : g) {
+    halves += is(e, 0.5);
+    quarters += is(e, 0.25);
+  }
+  if (quarters >= 2) return "d";
+  if (halves == 1 && is(g[0] + g[1] + g[2], 0.5)) return is(g[0], 0.5) ? "a" : is(g[1], 0.5) ? "b" : "c";
+  return halves >= 2 && quarters == 0 ? "n" : "g";
+}
+
+// "+" or "-": the sense of a rotation seen along its axis u.
+std::string rotation_sense(const matrix3i& proper, const std::array<int, 3>& u) {
+  // det(u, v, R v) has the sign of the turn for any v off the axis.
+  std::array<int, 3> v{1, 0, 0};
+  if (u[1] == 0 && u[2] == 0) v = {0, 1, 0};
+  std::array<int, 3> r{};
+  for (std::size_t i = 0; i < 3; ++i) r[i] = proper[i][0] * v[0] + proper[i][1] * v[1] + proper[i][2] * v[2];
+  return determinant(matrix3i{{{u[0], v[0], r[0]}, {u[1], v[1], r[1]}, {u[2], v[2], r[2]}}}) > 0 ? "+" : "-";
+}
+
+}  // namespace
+
+int determinant(const matrix3i& m) {
+  return m[0][0] * (m[1][1] * m[2][2] - m[1][2] * m[2][1]) - m[0][1] * (m[1][0] * m[2][2] - m[1][2] * m[2][0]) +
+         m[0][2] * (m[1][0] * m[2][1] - m[1][1] * m[2][0]);
+}
+
+err_symm_type read_xsym(std::string_view info, std::size_t istart, sym_oper_type& op, bool ctrl) {
+  if (istart > info.size()) return failure(" Blank operator field");
+  const std::string_view text = info.substr(istart);
+  triplet t;
+  if (auto err = read_triplet(text, t)) return err;
+  sym_oper_type read;
+  if (!whole(t, read) || (ctrl && determinant(read.rot) == 0))
+    return failure(" The above operator is wrong: " + std::string(text));
+  op = read;
+  return {};
+}
+
+err_symm_type check_generator(std::string_view gen, sym_oper_type& op) {
+  triplet t;
+  if (auto err = read_triplet(gen, t)) return err;
+  sym_oper_type read;
+  if (!whole(t, read)) return failure("The matrix corresponding to a generator has non-integer values!");
+  if (std::abs(determinant(read.rot)) != 1)
+    return failure("The matrix corresponding to a generator has a determinant with absolute value different of 1.0");
+  op = read;
+  return {};
+}
+
+std::string get_symsymbi(const matrix3i& rot, const vector3& t) {
+  std::string out;
+  for (std::size_t i = 0; i < 3; ++i) {
+    std::string term;
+    for (std::size_t j = 0; j < 3; ++j) {
+      const int c = rot[i][j];
+      if (c == 0) continue;
+      if (c < 0) term += '-';
+      if (c > 0 && !term.empty()) term += '+';
+      if (std::abs(c) > 1) term += std::to_string(std::abs(c));
+      term += static_cast<char>('x' + j);
+    }
+    const std::string shift = parts::fraction_text(static_cast<double>(t[i]));
+    if (term.empty())
+      term = shift;
+    else if (shift != "0")
+      term += (shift[0] == '-' ? "" : "+") + shift;
+    out += (i ? "," : "") + term;
+  }
+  return out;
+}
+
+std::string symmetry_symbol_op(const sym_oper_type& op) {
+  const int type = parts::rotation_type(op.rot);
+  const std::array<double, 3> t{static_cast<double>(op.tr[0]), static_cast<double>(op.tr[1]),
+                                static_cast<double>(op.tr[2])};
+  if (type == 0) return "?";
+  if (type == 1) return is_zero(t) ? "1" : "t " + vector_text(t);
+  if (type == -1) return "-1 " + locus_text({}, point_of_locus(op.rot, t));
+  if (type == -2) {
+    const std::array<double, 3> g = intrinsic_translation(op, 2);
+    const std::string kind = glide_letter(g);
+    const bool named = kind == "m" || kind == "a" || kind == "b" || kind == "c";
+    const std::array<double, 3> w{t[0] - g[0], t[1] - g[1], t[2] - g[2]};
+    return kind + " " + (named ? "" : vector_text(g) + " ") +
+           locus_text(mirror_directions(op.rot), point_of_locus(op.rot, w));
+  }
+  const matrix3i proper = type < 0 ? parts::negated(op.rot) : op.rot;
+  const std::array<std::array<int, 3>, 1> axis{conventional_direction(parts::rotation_axis(op.rot))};
+  std::string out = std::to_string(type) + (type == 2 ? "" : rotation_sense(proper, axis[0])) + " ";
+  if (type < 0) {
+    const std::array<double, 3> centre = point_of_locus(op.rot, t);
+    // The axis runs through the inversion point; told by the point of it where its own letter is 0.
+    std::array<double, 3> on_axis = centre;
+    const std::size_t letter = axis[0][0] != 0 ? 0 : axis[0][1] != 0 ? 1 : 2;
+    for (std::size_t i = 0; i < 3; ++i) on_axis[i] -= centre[letter] * axis[0][i] / axis[0][letter];
+    return out + locus_text(axis, on_axis) + "; " + locus_text({}, centre);
+  }
+  const std::array<double, 3> screw = intrinsic_translation(op, type);
+  const std::array<double, 3> w{t[0] - screw[0], t[1] - screw[1], t[2] - screw[2]};
+  return out + (is_zero(screw) ? "" : vector_text(screw) + " ") + locus_text(axis, point_of_locus(op.rot, w));
+}
+
+vector3 applyso(const sym_oper_type& op, const vector3& v) {
+  vector3 out = op.tr;
+  for (std::size_t i = 0; i < 3; ++i)
+    for (std::size_t j = 0; j < 3; ++j) out[i] += static_cast<float>(op.rot[i][j]) * v[j];
+  return out;
+}
+
+sym_oper_type sym_prod(const sym_oper_type& a, const sym_oper_type& b) {
+  return parts::rounded(parts::product(parts::exact(a), parts::exact(b)));
+}
+
+vector3 modulo_lat(const vector3& t) {
+  vector3 out = t;
+  for (float& e : out) {
+    e -= std::floor(e);
+    if (e > 1.f - 1e-6f) e = 0.f;
+  }
+  return out;
+}
+
+bool equal_symop(const sym_oper_type& a, const sym_oper_type& b) {
+  return a.rot == b.rot && lattice_trans({a.tr[0] - b.tr[0], a.tr[1] - b.tr[1], a.tr[2] - b.tr[2]}, 'P');
+}
+
+int searchop(const matrix3i& rot, int first, int last) {
+  const auto table = lmix_symmetry_tables::point_operations();
+  const int det = determinant(rot);
+  for (int number = std::max(first, 1); number <= std::min(last, 36); ++number) {
+    const std::size_t row = static_cast<std::size_t>(number <= 24 ? number - 1 : 48 + number - 25);
+    bool same = true;
+    for (std::size_t k = 0; k < 9; ++k) same = same && rot[k / 3][k % 3] * det == table[row].rot[k];
+    if (same) return det < 0 ? -number : number;
+  }
+  return 0;
+}
+
+std::vector<vector3> latsym(char symb) {
+  constexpr float h = 0.5f, t = 1.f / 3.f, u = 2.f / 3.f;
+  constexpr vector3 o{};
+  switch (std::toupper(static_cast<unsigned char>(symb))) {
+    case 'P':
+      return {o};
+    case 'A':
+      return {o, {0, h, h}};
+    case 'B':
+      return {o, {h, 0, h}};
+    case 'C':
+      return {o, {h, h, 0}};
+    case 'I':
+      return {o, {h, h, h}};
+    case 'R':
+      return {o, {u, t, t}, {t, u, u}};
+    case 'F':
+      return {o, {0, h, h}, {h, 0, h}, {h, h, 0}};
+    case 'S':
+      return {o, {t, t, u}, {u, u, t}};
+    case 'T':
+      return {o, {t, u, t}, {u, t, u}};
+    case 'H':
+      return {o, {u, t, 0}, {t, u, 0}};
+    default:
+      return {};
+  }
+}
+
+bool lattice_trans(const vector3& v, std::span<const vector3> latt_trans) {
+  return std::ranges::any_of(latt_trans, [&](const vector3& c) {
+    for (std::size_t i = 0; i < 3; ++i) {
+      const float d = v[i] - c[i];
+      if (!(std::abs(d - std::round(d)) <= position_tolerance)) return false;
+    }
+    return true;
+  });
+}
+
+bool lattice_trans(const vector3& v, char lat) { return lattice_trans(v, latsym(lat)); }
+
+}  // namespace lmix_crystallographic_symmetry
