@@ -113,7 +113,7 @@ class Writer:
             self.put(*(f"{i:3d}" for i in flags))
             self.comment("Iot Ipl Ipc Mat Nxt Ls1 Ls2 Ls3 Nli Prf Ins Jci Jsy Jlk Jfo Sho Ana")
             instr = case["patterns"][0]["instr"]
-            self.put(*(f"{i:3d}" for i in [0, 0, 1, 0, 1, 0, 0, 0, 0, 1, instr, 0, 0, 0, 0, 0, 1]))
+            self.put(*(f"{i:3d}" for i in [0, 0, 1, 0, int(not self.exact), 0, 0, 0, 0, 1, instr, 0, 0, 0, 0, 0, 1]))
             return
         self.comment("Nph Dum Ias Nre Cry Opt Aut")
         self.put(*(f"{i:3d}" for i in [len(case["phases"]), 0, self.assign(), 0, 0, 0, 0]))
@@ -125,7 +125,7 @@ class Writer:
         for p in case["patterns"]:
             self.put(p["file"] + ".dat")
         self.comment("Mat Nxt Nli Jci Jsy Sho")
-        self.put("  0   1   0   0   0   0")
+        self.put(*(f"{i:3d}" for i in [0, int(not self.exact), 0, 0, 0, 0]))
         self.comment("Iot Ipl Ipc Ls1 Ls2 Ls3 Prf Ins Jlk Jfo Ana")
         for p in case["patterns"]:
             self.put(*(f"{i:3d}" for i in [0, 0, 1, 0, 0, 0, 1, p["instr"], 0, 0, 1]))
@@ -290,7 +290,7 @@ def write_structure_factors(path, case):
     path.write_text("\n".join(lines) + "\n")
 
 
-def write_truth(path, case, name, entries):
+def write_truth(path, case, name, entries, exact=False):
     """truth.json; what fit.py has added to a former one is kept."""
     kept = {}
     if path.exists():
@@ -301,6 +301,10 @@ def write_truth(path, case, name, entries):
     truth = {"title": case["title"], "control_file": f"{name}.pcr",
              "patterns": [{"data": p["file"] + ".dat", "excluded": p.get("excluded", [])} for p in case["patterns"]],
              "parameters": entries}
+    if exact:
+        truth["exact_control_file"] = f"{name}_exact.pcr"
+        for pattern, p in zip(truth["patterns"], case["patterns"]):
+            pattern["reference"] = p["file"] + ".ref"
     path.write_text(json.dumps(truth, indent=1) + "\n")
 
 
@@ -314,7 +318,7 @@ def write_all(directory, exact=True):
         (directory / f"{name}_exact.pcr").write_text(Writer(case, "v", name).text())
         if any(phase.get("kind") == "profile" for phase in case["phases"]):
             write_structure_factors(directory / f"{name}_exact.hkl", case)
-    write_truth(directory / "truth.json", case, name, start.numbers.entries)
+    write_truth(directory / "truth.json", case, name, start.numbers.entries, exact)
     if "filter" in case:
         case["patterns"][0]["background"] = {"kind": "filter", **case["filter"]}
         filtered = Writer(case, "s", f"{name}_filter")
