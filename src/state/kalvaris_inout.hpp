@@ -4,7 +4,6 @@
 #include <fstream>
 #include <iosfwd>
 #include <map>
-#include <memory>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -31,6 +30,31 @@ enum : int {
 };
 }
 
+/// Keys of openfile: what is to be opened.
+namespace file_key {
+enum : int {
+  control_rerun = -1,    ///< code.new
+  control = 1,           ///< code.pcr
+  listings = 2,          ///< code.out and code.sum
+  data = 5,              ///< measured pattern, its extension found by trial
+  reflections_in = 6,    ///< list of reflections or of integrated intensities
+  fourier = 7,           ///< structure factors for a Fourier synthesis
+  reflections_out = 10,  ///< reflection list of a phase
+  plot = 11,
+  background = 12,
+  background_out = -12,
+  resolution = 13,
+  new_control = 16,   ///< code.new, written
+  per_pattern = 1000  ///< no file: from now on the names carry the pattern number
+};
+}
+
+/// One open text file.
+struct run_file {
+  std::string path;
+  std::fstream stream;
+};
+
 struct inout_type {
   std::string directory;             ///< where the run works, "" or ending in '/'; put before every run file name
   std::string filenam;               ///< code of the run: control file without its extension
@@ -45,20 +69,27 @@ struct inout_type {
   bool l_sequential = false;        ///< the run is part of a series
   int ishkl = 0;                    ///< 1 when the reflections came from a file of the second to fourth name
   std::ostream* console = nullptr;  ///< where console lines go; null: standard output
-  std::map<int, std::unique_ptr<std::fstream>> units;  ///< open streams
+  std::map<int, run_file> units;    ///< open files
+  std::fstream nothing;             ///< never opened: takes what is written to a unit that is not open
+  bool console_is_log = false;      ///< console is the log file of a series: lines keep their leading blanks
 };
 
-/// What openfile is asked for. ipat, iph: 1-based numbers, 0 when the name does not use them.
+/// What openfile is asked for. ipat, iph: 1-based numbers, 0 when the name does not use them; iph below -1 with the
+/// plot key: plot file number -iph.
 struct open_request {
   int key = 0;
   int ipat = 0, iph = 0;
-  bool fou_msf = false;
+  bool fou_msf = false;  ///< magnetic structure factors instead of Fourier coefficients
+  bool cry_pat = false;  ///< the pattern is a set of integrated intensities (reflections_in)
 };
 
-/// Opens the run file of the key (1 control file, -1 code.new, 2 listing and summary, 5 data, 12 background, 17 ...)
-/// under its unit, closing what the unit held. Failure sets file_error and file_error_mess and leaves the unit closed.
-/// Key 1000 turns on the per-pattern names.
+/// Opens the run file of the key (file_key and others, see its table) under its unit, closing what the unit held. Where
+/// several names are possible they are tried in order. Only regular files are read. Failure sets file_error and
+/// file_error_mess and leaves the unit closed; success leaves both as they were. Never stops the run.
+/// A control file whose name begins with "starting" is made, empty, when it does not exist.
 void openfile(inout_type& io, const open_request& request);
+/// Number of lines of the file that a unit was opened on, the last one with or without its end; 0 when there is none.
+[[nodiscard]] int number_of_records(inout_type& io, int unit_number);
 /// Full path of a run file name (directory put in front unless the name is absolute).
 [[nodiscard]] std::string run_path(const inout_type& io, std::string_view name);
 /// Stream of a unit; a stream that swallows everything when the unit is not open.
@@ -71,6 +102,11 @@ void close_all(inout_type& io);
 /// False when that failed; then the target is as it was.
 [[nodiscard]] bool replace_file(const std::string& path, std::string_view text);
 
+/// Sets file_error with the words for a file (namefil) that could not be opened on the unit.
+void stop_err(inout_type& io, int unit_number);
+
+/// The line as it stands to the console.
+void console_line(inout_type& io, std::string_view line);
 /// One line to the console; " => " goes in front unless the first or second character is '='. Blank text: two blanks.
 void mess_cons(inout_type& io, std::string_view text);
 /// One line with numbers behind the text, by ntype: 1 ival, 2 rval, 3 both joined by " and ", other none.
@@ -79,7 +115,10 @@ void message_cons(inout_type& io, std::string_view text, int ival, float rval, i
 void both_listings(inout_type& io, std::string_view line);
 /// Prints the text on standard error; fatal: throws run_stopped.
 void stop_cond(inout_type& io, std::string_view text, bool fatal);
-/// Answer to a console question: blank unless standard input and output are both terminals.
-[[nodiscard]] std::string read_cons(inout_type& io);
+/// True when a question may be asked: standard input and output are both terminals and the run is not part of a series.
+[[nodiscard]] bool may_ask(const inout_type& io);
+/// Answer to a question already printed, blank for the default: also at the end of the input and, without waiting, when
+/// may_ask is false.
+[[nodiscard]] std::string read_cons(const inout_type& io);
 
 }  // namespace kalvaris_inout

@@ -249,7 +249,7 @@ struct pattern_type {
   int instr = 0;                       ///< layout of the data file
   int jlkh = 0, jfou = 0, ianaly = 0;  ///< output flags
   int iuvw = 0;                        ///< 1: own U, V, W for the second wavelength
-  int iabscor = 0;                     ///< absorption correction
+  int iabscor = 2;                     ///< absorption correction
   int iglmore = 0;                     ///< more global lines: 1 microabsorption, 2 user profiles, 3 both
   int nbk_pr = 0;                      ///< user profiles in the background
   int affpat = 1;                      ///< 0: takes no part in the refinement

@@ -3,9 +3,11 @@
 #pragma once
 #include <chrono>
 #include <cstdint>
+#include <span>
 #include <string>
 
 #include "kalvaris_inout.hpp"
+#include "lmix_math_general.hpp"
 
 namespace kalvaris_util {
 
@@ -23,5 +25,9 @@ struct date_time {
 };
 /// Local date and time; fills dat_tim.
 date_time fecha(clock_type& clock);
+
+/// Seeds the generator with seed[0] and seed[1], each brought into its range; from the clock when seed[0] is 0 or
+/// absent.
+void init_ran(lmix_math_general::combined_generator& generator, std::span<const std::int32_t> seed);
 
 }  // namespace kalvaris_util
