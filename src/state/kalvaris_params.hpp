@@ -200,6 +200,7 @@ struct reflection_list {
   std::vector<float> phasen;             ///< phase of F [rad]
   std::vector<float> asfa, bsfa;         ///< real and imaginary part of F
   std::vector<float> iobs, icalc;        ///< integrated intensities of the last bragg
+  std::vector<int> first_point, last_point;  ///< points that it reaches, 0-based, last excluded (assignk writes, last)
   [[nodiscard]] int size() const { return static_cast<int>(irefs.size()); }
   void resize(std::size_t n);
   void permute(const std::vector<int>& order);  ///< element i becomes the former order[i], in every array
