@@ -256,7 +256,7 @@ placed_peak pattern_calculation::place_peak(int k) {
   refl.halfl[u] = static_cast<float>(g.hl);
   refl.gam[u] = static_cast<float>(g.eta);
   refl.lp[u] = static_cast<float>(lpabs(wave.lp, g.sinth2, g.sinth, g.costh, g.pos));
-  place.at = apply_shifts(work_of(key).shifts, g.pos);
+  place.at = kv_peak_geometry::apply_shifts(work_of(key).shifts, g.pos);
   const double left = pattern.wdt * g.h, right = wave.geometry.npro == 11 ? pattern.wdt * g.hl : left;
   place.reach = kv_assignk::points_between(pattern, place.at.pos - left, place.at.pos + right);
   place.reach.first = std::max(place.reach.first - 1, 0);  // rounding may lose a point; the peak function cuts exactly

@@ -1,0 +1,12 @@
+// kv_setup: the stage between reading the control file and the first cycle: codes, cells, data, background, scattering,
+// reflection lists, with the echo of the input in the listing in its order. It leaves a state that iterate can run on.
+#pragma once
+#include "kalvaris_params.hpp"
+
+namespace kv_setup {
+
+/// Runs the stage. Refusals of content come back in st.fmt (ierr_fmt above 0), of files in st.io.file_error; the reader
+/// of the data and the reflection lists may stop the run through stop_cond.
+void write_out(kalvaris_params::state_type& st);
+
+}  // namespace kv_setup
