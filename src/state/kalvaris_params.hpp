@@ -313,6 +313,10 @@ struct pattern_type {
   float scor = 0.f;                               ///< Berar-Lelann factor of the last cycle
   bool flag_gauss = false, flag_lorentz = false;  ///< a negative width was met in this cycle
 
+  // what the writer of the control file needs and the run may change
+  std::array<int, 11> output_flags{};  ///< iot ipl ipc lst1 lst2 lst3 pl_prf instr jlkh jfou ianaly, as read
+  int n_bac = 0;                       ///< background coefficients that stand in the control file
+
   /// Refinement data (as opposed to a pattern that is only calculated).
   [[nodiscard]] bool refining() const { return (jobtyp < 2 && jobtyp > -2) || jobtyp == job::electrons; }
   /// Radiation: job::xrays, job::neutrons or job::electrons.
@@ -396,6 +400,10 @@ struct run_type {
   int maximum_lcode = 0;         ///< highest parameter number met
   bool pattern_to_plot = false;  ///< the line stood in the file
   std::vector<parameter_limit> limits;
+  // what the writer of the control file needs and the run may change
+  std::array<int, 6> output_flags{};  ///< mat nxt nlinc jcil jsy ishor, as read
+  int maxs_read = 0;                  ///< number of refined parameters, as read
+  bool automatic_read = false;        ///< flag Aut, as read
 };
 
 /// Bookkeeping of the refined parameters, 1-based: element 0 unused, maxs + 1 long.

@@ -1,0 +1,43 @@
+// pcr_commands: the words of the VARY and FIX lines of a pattern, which free or fix parameters by name.
+// It owns the split words; the lines themselves belong to the pattern. The reader of the control file applies them.
+#pragma once
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace pcr_commands {
+
+/// Codes below this size count as absent when VARY asks for a parameter.
+inline constexpr float absent_code = 0.001f;
+
+/// Words of one line, whole words between blanks or commas, any case. "Phase No.:" and the numbers behind it restrict
+/// the words before it (since the last such list) to these phases; when the line has one list only, all its words.
+class word_line {
+ public:
+  explicit word_line(std::string_view line);
+  /// True when the word stands on the line, for phase 1.. when given: unless a list names other phases only.
+  [[nodiscard]] bool has(std::string_view word, int phase = 0) const;
+
+ private:
+  struct group {
+    std::vector<std::string> words;
+    std::vector<int> phases;  ///< empty: all
+  };
+  std::vector<group> groups_;
+};
+
+/// Both lines. FIX is applied second, so that it wins over VARY.
+class commands {
+ public:
+  commands(std::string_view vary_command, std::string_view fix_command) : vary_(vary_command), fix_(fix_command) {}
+  [[nodiscard]] bool vary(std::string_view word, int phase = 0) const { return vary_.has(word, phase); }
+  [[nodiscard]] bool fix(std::string_view word, int phase = 0) const { return fix_.has(word, phase); }
+  /// Applies both lines to the code of a named parameter: VARY makes an absent code 1.0, which asks for a number
+  /// without giving one; FIX makes it 0.
+  void apply(std::string_view word, float& code, int phase = 0) const;
+
+ private:
+  word_line vary_, fix_;
+};
+
+}  // namespace pcr_commands

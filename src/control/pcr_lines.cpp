@@ -1,0 +1,123 @@
+#include "pcr_lines.hpp"
+
+#include <algorithm>
+
+#include "lmix_fixed_format.hpp"
+
+namespace pcr_lines {
+
+using lmix_fixed_format::fmt_line;
+namespace fmt_error = lmix_string_utilities::fmt_error;
+
+std::string adjl_tab(std::string_view text) {
+  std::string line(text);
+  std::replace(line.begin(), line.end(), '\t', ' ');
+  return std::string(lmix_string_utilities::trim(line));
+}
+
+std::string without_comment(std::string_view line) {
+  return std::string(lmix_string_utilities::trim(line.substr(0, line.find_first_of("!#"))));
+}
+
+bool begins_with(std::string_view line, std::string_view word) { return line.substr(0, word.size()) == word; }
+
+line_reader::line_reader(std::string_view text, int unit, lmix_string_utilities::findfmt_state& state)
+    : source_(lmix_text_input::text_source::from_string(text, unit)), state_(&state) {}
+
+std::optional<std::string> line_reader::any_line() {
+  const auto line = source_.next();
+  count();
+  return line ? std::optional<std::string>(adjl_tab(*line)) : std::nullopt;
+}
+
+std::optional<std::string> line_reader::first_line() {
+  const auto line = source_.next();
+  count();
+  if (!line) return std::nullopt;
+  return std::string(line->substr(0, line->find_last_not_of(' ') + 1));
+}
+
+std::optional<std::string> line_reader::comment_line() {
+  const auto line = source_.peek();
+  if (!line) return std::nullopt;
+  std::string shifted = adjl_tab(*line);
+  if (!shifted.empty() && shifted[0] != '!') return std::nullopt;
+  source_.next();
+  count();
+  return shifted;
+}
+
+bool line_reader::values(const place& at, std::string_view letters) {
+  count();
+  const int ierr = lmix_string_utilities::read_fields(*state_, source_, letters, fields_);
+  return ierr == fmt_error::end_of_file ? ends_before(at) : ierr == fmt_error::none;
+}
+
+bool line_reader::values_of(const place& at, std::string_view line, std::string_view letters) {
+  if (line.empty()) return refuse(at, "the line holds no values");
+  count();
+  --state_->line_nb;  // the line was counted when it was taken
+  return lmix_string_utilities::read_fields(*state_, line, letters, fields_) == fmt_error::none;
+}
+
+std::optional<std::string> line_reader::text(const place& at) {
+  while (auto line = any_line()) {
+    if (!line->empty() && line->front() != '!') return line;
+  }
+  ++state_->line_nb;
+  state_->ierr_fmt = fmt_error::end_of_file;
+  state_->mess_findfmt.clear();
+  state_->mess_findfmt.add(fmt_line{}.a(" => Non FATAL End of file !,  logical unit: ").i(4, source_.unit()).str());
+  ends_before(at);
+  return std::nullopt;
+}
+
+bool line_reader::ends_before(const place& at) {
+  state_->mess_findfmt.add(fmt_line{}.a(" => The control file ends before: ").a(at.name).str());
+  return false;
+}
+
+std::string line_reader::peek(int n) {
+  const auto here = source_.save();
+  std::string line;
+  for (int k = 0; k < n; ++k) line = take_value_line();
+  source_.restore(here);
+  return line;
+}
+
+std::string line_reader::take() {
+  std::string line = take_value_line();
+  count();
+  return line;
+}
+
+std::string line_reader::take_value_line() {
+  while (const auto line = source_.next()) {
+    if (!lmix_text_input::is_blank_or_comment(*line)) return adjl_tab(*line);
+  }
+  return {};
+}
+
+bool line_reader::fail(std::initializer_list<std::string_view> lines, int ierr_fmt) {
+  state_->ierr_fmt = ierr_fmt;
+  state_->mess_findfmt.clear();
+  for (const std::string_view line : lines) state_->mess_findfmt.add(line);
+  return false;
+}
+
+bool line_reader::refuse(const place& at, std::string_view reason) {
+  fmt_line where;
+  where.a(" => Error in the ").a(at.name);
+  if (at.phase > 0 || at.pattern > 0) where.a(" of");
+  if (at.phase > 0) where.a(" phase: ").i(0, at.phase);
+  if (at.pattern > 0) where.a(" pattern: ").i(0, at.pattern);
+  return fail({where.str(), fmt_line{}.a("    ").a(reason).str(),
+               fmt_line{}.a(" => Please check your input file at line: ").i(6, source_.lines_taken()).a(" !").str()});
+}
+
+bool line_reader::in_range(const place& at, std::string_view what, int value, int low, int high) {
+  if (value >= low && value <= high) return true;
+  return refuse(at, fmt_line{}.a(what).a(" must lie in ").i(0, low).a("..").i(0, high).str());
+}
+
+}  // namespace pcr_lines

@@ -1,0 +1,79 @@
+// pcr_lines: takes the lines of a control file one after the other, and words every refusal of its reader.
+// It owns the place in the text; the number of the line and the messages belong to the findfmt_state of the run.
+// Only the reader of the control file moves it.
+#pragma once
+#include <initializer_list>
+#include <optional>
+#include <string>
+#include <string_view>
+
+#include "lmix_string_utilities.hpp"
+
+namespace pcr_lines {
+
+/// Where a line stands, for messages: its name, and the 1-based phase and pattern it belongs to (0: none).
+struct place {
+  std::string_view name;
+  int phase = 0;
+  int pattern = 0;
+};
+
+inline constexpr int refused = 100;  ///< ierr_fmt of what the control file may not ask for
+
+/// Tabs made blanks, blanks at both ends cut.
+[[nodiscard]] std::string adjl_tab(std::string_view text);
+/// The line without what follows its first `!` or `#`, blanks at the end cut.
+[[nodiscard]] std::string without_comment(std::string_view line);
+[[nodiscard]] bool begins_with(std::string_view line, std::string_view word);
+
+class line_reader {
+ public:
+  line_reader(std::string_view text, int unit, lmix_string_utilities::findfmt_state& state);
+
+  // All operations that return bool give false on a failure, whose message then stands in the findfmt_state.
+
+  /// The first line as it stands, without the blanks at its end; empty when the text has no line.
+  std::optional<std::string> first_line();
+  /// The next line when it is a comment (begins with `!`) or blank; nothing is taken otherwise.
+  std::optional<std::string> comment_line();
+  /// The next value line: letters as for findfmt, the fields then stand in i() and f().
+  [[nodiscard]] bool values(const place& at, std::string_view letters);
+  /// The same for the text of the line taken last, which its caller has cut.
+  [[nodiscard]] bool values_of(const place& at, std::string_view line, std::string_view letters);
+  /// The next text line that is neither blank nor begins with `!`, shifted left. Empty at the end, which is a failure.
+  std::optional<std::string> text(const place& at);
+  /// The next line, comment or not; empty at the end, which is no failure.
+  std::optional<std::string> any_line();
+
+  /// The next line that is no comment, shifted left, which stays to be read; blank at the end of the text.
+  [[nodiscard]] std::string peek() { return peek(1); }
+  /// The same for the n-th such line from here, n >= 1.
+  [[nodiscard]] std::string peek(int n);
+  /// Takes the line that peek() shows.
+  std::string take();
+
+  [[nodiscard]] int i(int k) const { return fields_.i(k); }
+  [[nodiscard]] float f(int k) const { return fields_.f(k); }
+  [[nodiscard]] std::string word(int k) const { return std::string(fields_.a(k)); }
+  [[nodiscard]] const std::string& cleaned_line() const { return fields_.line; }
+
+  /// Refuses what stands in the line taken last: names the line, the reason and the number of the line.
+  bool refuse(const place& at, std::string_view reason);
+  /// Refuses with lines of the caller's own.
+  bool fail(std::initializer_list<std::string_view> lines, int ierr_fmt = refused);
+  /// Refuses a value outside low..high by the name of what it counts.
+  [[nodiscard]] bool in_range(const place& at, std::string_view what, int value, int low, int high);
+
+  [[nodiscard]] int lines_taken() const { return source_.lines_taken(); }
+
+ private:
+  bool ends_before(const place& at);
+  std::string take_value_line();
+  void count() { state_->line_nb = source_.lines_taken(); }
+
+  lmix_text_input::text_source source_;
+  lmix_string_utilities::findfmt_state* state_;
+  lmix_string_utilities::field_values fields_;
+};
+
+}  // namespace pcr_lines

@@ -1,0 +1,49 @@
+// pcr_sections: the parts of the control file in the order in which they are read.
+// It owns the reading of a run while it lasts: the lines and the state that they fill.
+// Every operation takes the lines of its part; false after a failure, whose message stands in st.fmt.
+#pragma once
+#include <span>
+#include <string_view>
+
+#include "kalvaris_params.hpp"
+#include "pcr_layout.hpp"
+#include "pcr_lines.hpp"
+
+namespace read_pcr_mod {
+
+struct reading {
+  kalvaris_params::state_type& st;
+  pcr_lines::line_reader in;
+  bool multi_pattern_of_driver = false;  ///< io.multi_pattern before the file was looked at
+};
+
+/// Values, codes and codes as read of one record.
+struct slot_arrays {
+  std::span<float> value, code, code_read;
+};
+[[nodiscard]] slot_arrays arrays_of(kalvaris_params::pattern_type& pattern);
+[[nodiscard]] slot_arrays arrays_of(kalvaris_params::mix_type& mix);
+[[nodiscard]] slot_arrays arrays_of(kalvaris_params::atom_type& atom);
+/// Stores the fields of the line in hand, field `first_field` on, as values or as codes of the slots.
+void store_values(const reading& r, const slot_arrays& to, std::span<const int> slots, int first_field = 0);
+void store_codes(const reading& r, const slot_arrays& to, std::span<const int> slots, int first_field = 0);
+/// Fields value, code, value, code ... of the line in hand.
+void store_pairs(const reading& r, const slot_arrays& to, std::span<const int> slots);
+
+[[nodiscard]] bool read_head(reading& r);        ///< title, comments, NPATT and W_PAT
+[[nodiscard]] bool read_flags(reading& r);       ///< flags, WGHT
+[[nodiscard]] bool read_data_files(reading& r);  ///< long form
+[[nodiscard]] bool check_limits(reading& r);     ///< counts that have a message of their own
+[[nodiscard]] bool read_output_flags(reading& r);
+[[nodiscard]] bool read_radiation(reading& r);  ///< radiation, VARY, FIX
+[[nodiscard]] bool read_cycles(reading& r);
+[[nodiscard]] bool read_points_and_regions(reading& r);  ///< background points, excluded regions
+[[nodiscard]] bool read_scattering(reading& r);
+[[nodiscard]] bool read_global_parameters(reading& r);  ///< number of parameters, zero lines, background
+[[nodiscard]] bool read_phases(reading& r);
+[[nodiscard]] bool read_atoms(reading& r, int ph);
+[[nodiscard]] bool read_profile(reading& r, int ph, int ip);
+[[nodiscard]] bool read_limits(reading& r);  ///< limits of parameters
+[[nodiscard]] bool read_pattern_to_plot(reading& r);
+
+}  // namespace read_pcr_mod

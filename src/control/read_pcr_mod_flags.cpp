@@ -1,0 +1,284 @@
+#include <algorithm>
+#include <array>
+#include <cstdlib>
+#include <filesystem>
+
+#include "lmix_list_input.hpp"
+#include "pcr_sections.hpp"
+
+namespace read_pcr_mod {
+
+using kalvaris_params::pattern_type;
+using kalvaris_params::run_type;
+using lmix_fixed_format::fmt_line;
+using pcr_lines::place;
+namespace job = kalvaris_params::job;
+
+namespace {
+
+/// One integer of a flag line: it belongs to the run or to a pattern.
+struct flag {
+  int run_type::*of_run = nullptr;
+  int pattern_type::*of_pattern = nullptr;
+};
+constexpr flag run_flag(int run_type::*field) { return {field, nullptr}; }
+constexpr flag pattern_flag(int pattern_type::*field) { return {nullptr, field}; }
+
+/// The short form has the flags of the run and of its pattern on one line; behind these stand Opt and Aut.
+constexpr std::array<flag, 17> short_flags{
+    pattern_flag(&pattern_type::jobtyp), pattern_flag(&pattern_type::nprof),  run_flag(&run_type::nphase),
+    pattern_flag(&pattern_type::nbckgd), pattern_flag(&pattern_type::nexcrg), pattern_flag(&pattern_type::nscat),
+    pattern_flag(&pattern_type::nori),   run_flag(&run_type::idum),           pattern_flag(&pattern_type::iwgt),
+    pattern_flag(&pattern_type::ilor),   run_flag(&run_type::iasg),           pattern_flag(&pattern_type::ireso),
+    pattern_flag(&pattern_type::istep),  run_flag(&run_type::nrell),          run_flag(&run_type::icryg),
+    pattern_flag(&pattern_type::ixunit), pattern_flag(&pattern_type::icorr)};
+constexpr std::array<flag, 5> long_run_flags{run_flag(&run_type::nphase), run_flag(&run_type::idum),
+                                             run_flag(&run_type::iasg), run_flag(&run_type::nrell),
+                                             run_flag(&run_type::icryg)};
+constexpr std::array<flag, 14> long_pattern_flags{
+    pattern_flag(&pattern_type::jobtyp), pattern_flag(&pattern_type::nprof),   pattern_flag(&pattern_type::nbckgd),
+    pattern_flag(&pattern_type::nexcrg), pattern_flag(&pattern_type::nscat),   pattern_flag(&pattern_type::nori),
+    pattern_flag(&pattern_type::iwgt),   pattern_flag(&pattern_type::ilor),    pattern_flag(&pattern_type::ireso),
+    pattern_flag(&pattern_type::istep),  pattern_flag(&pattern_type::ixunit),  pattern_flag(&pattern_type::icorr),
+    pattern_flag(&pattern_type::anm),    pattern_flag(&pattern_type::cry_flag)};
+
+constexpr std::array<flag, 17> short_output_flags{
+    pattern_flag(&pattern_type::iot),   pattern_flag(&pattern_type::ipl),
+    pattern_flag(&pattern_type::ipc),   run_flag(&run_type::mat),
+    run_flag(&run_type::nxt),           pattern_flag(&pattern_type::lst1),
+    pattern_flag(&pattern_type::lst2),  pattern_flag(&pattern_type::lst3),
+    run_flag(&run_type::nlinc),         pattern_flag(&pattern_type::pl_prf),
+    pattern_flag(&pattern_type::instr), run_flag(&run_type::jcil),
+    run_flag(&run_type::jsy),           pattern_flag(&pattern_type::jlkh),
+    pattern_flag(&pattern_type::jfou),  run_flag(&run_type::ishor),
+    pattern_flag(&pattern_type::ianaly)};
+constexpr std::array<flag, 6> long_run_output_flags{run_flag(&run_type::mat),   run_flag(&run_type::nxt),
+                                                    run_flag(&run_type::nlinc), run_flag(&run_type::jcil),
+                                                    run_flag(&run_type::jsy),   run_flag(&run_type::ishor)};
+constexpr std::array<flag, 11> long_pattern_output_flags{
+    pattern_flag(&pattern_type::iot),    pattern_flag(&pattern_type::ipl),   pattern_flag(&pattern_type::ipc),
+    pattern_flag(&pattern_type::lst1),   pattern_flag(&pattern_type::lst2),  pattern_flag(&pattern_type::lst3),
+    pattern_flag(&pattern_type::pl_prf), pattern_flag(&pattern_type::instr), pattern_flag(&pattern_type::jlkh),
+    pattern_flag(&pattern_type::jfou),   pattern_flag(&pattern_type::ianaly)};
+
+/// Reads a line of integers, `behind` more than there are flags, into the run and the pattern.
+bool read_flag_line(reading& r, const place& at, std::span<const flag> flags, int ip, std::size_t behind = 0) {
+  if (!r.in.values(at, std::string(flags.size() + behind, 'i'))) return false;
+  for (std::size_t k = 0; k < flags.size(); ++k) {
+    const int value = r.in.i(static_cast<int>(k));
+    if (flags[k].of_run != nullptr) r.st.run.*flags[k].of_run = value;
+    if (flags[k].of_pattern != nullptr) r.st.pattern[ip].*flags[k].of_pattern = value;
+  }
+  return true;
+}
+
+/// Opt and Aut, fields k and k + 1 of the line in hand.
+void take_options(reading& r, int k) {
+  r.st.run.optimize = r.in.i(k) == 1;
+  r.st.run.automatic = r.in.i(k + 1) == 1;
+  r.st.run.automatic_read = r.st.run.automatic;
+}
+
+bool check_run_flags(reading& r, const place& at) {
+  run_type& run = r.st.run;
+  if (run.icryg != 0) return r.in.refuse(at, "integrated intensities and searches (Cry) are not available");
+  if (!r.in.in_range(at, "number of phases", run.nphase, 0, kalvaris_params::NPHT)) return false;
+  if (!r.in.in_range(at, "number of parameters with limits", run.nrell, 0, r.st.dim.maxparam)) return false;
+  run.nphase = std::max(run.nphase, 1);
+  return true;
+}
+
+/// What a flag may not be, and why.
+struct flag_refusal {
+  int pattern_type::*field;
+  int low, high;  ///< values inside are taken
+  std::string_view reason;
+};
+constexpr std::array<flag_refusal, 10> flag_refusals{{
+    {&pattern_type::jobtyp, -3, 4, "unknown kind of job (Job)"},
+    {&pattern_type::nori, 0, 1, "preferred orientation of several axes (Nor) is not available"},
+    {&pattern_type::iwgt, 0, 3, "unknown weighting (Iwg)"},
+    {&pattern_type::ilor, -2, 6, "unknown geometry (Ilo)"},
+    {&pattern_type::ireso, 0, 0, "resolution files (Res) are not available"},
+    {&pattern_type::ixunit, 0, 0, "time of flight, energy, Q, s and Laue data (Uni) are not available"},
+    {&pattern_type::icorr, 0, 0, "intensity corrections from a file (Cor) are not available"},
+    {&pattern_type::anm, 0, 0, "differences of patterns (Anm) are not available"},
+    {&pattern_type::cry_flag, 0, 0, "integrated intensities (Int) are not available"},
+    {&pattern_type::istep, 0, 1000000, "the reduction of the number of points (Ste) is negative"},
+}};
+
+bool check_pattern_flags(reading& r, const place& at, int ip) {
+  pattern_type& p = r.st.pattern[ip];
+  for (const flag_refusal& row : flag_refusals) {
+    const int value = p.*row.field;
+    if (value < row.low || value > row.high) return r.in.refuse(at, row.reason);
+  }
+  if (!r.in.in_range(at, "number of scattering entries", p.nscat, -kalvaris_params::N_SPE, kalvaris_params::N_SPE)) {
+    return false;
+  }
+  if (p.nexcrg < 0) return r.in.refuse(at, "number of excluded regions is negative");
+  p.disp_ds = p.radiation() == job::neutrons || p.ilor == 3 || p.ilor == -2;
+  return true;
+}
+
+/// WGHT lines of a pattern with the weighting scheme of six constants; the last one counts.
+void read_weighting(reading& r, pattern_type& p) {
+  while (true) {
+    const std::string next = r.in.peek();
+    const std::string_view word = std::string_view(next).substr(0, 4);
+    if (word != "WGHT" && word != "Wght" && word != "wght") return;
+    const std::string text = pcr_lines::without_comment(r.in.take().substr(4));
+    lmix_list_input::list_scanner scan(text);
+    std::array<float, 6> v{};
+    bool read = true;
+    for (float& x : v) read = read && scan.read(x) == lmix_list_input::list_status::value;
+    if (!read) v = {0.f, 0.f, 0.f, 0.f, 0.f, 1.f / 3.f};
+    std::string option;
+    const bool refine = read && scan.read(option) == lmix_list_input::list_status::value && option == "refine";
+    p.wght = {refine, true, v[0], v[1], v[2], v[3], v[4], v[5]};
+  }
+}
+
+/// A text line with the name of a data file: name and extension, which begins with the last point.
+void split_file_name(reading& r, const std::string& line, std::string& name, std::string& extension) {
+  const std::size_t point = line.rfind('.');
+  const std::size_t slash = line.rfind('/');
+  if (point != std::string::npos && (slash == std::string::npos || point > slash)) {
+    name = line.substr(0, point);
+    extension = line.substr(point);
+    return;
+  }
+  std::error_code ec;
+  name = line;
+  extension = std::filesystem::exists(kalvaris_inout::run_path(r.st.io, line + ".dat"), ec) ? ".dat" : ".int";
+}
+
+bool data_file_exists(reading& r, int ip) {
+  const std::string name = r.st.io.filedat[ip] + r.st.io.extdat[ip];
+  std::error_code ec;
+  if (std::filesystem::is_regular_file(kalvaris_inout::run_path(r.st.io, name), ec)) return true;
+  const std::string message =
+      fmt_line{}.a("The data file: ").a(name).a(" does not exist! -> Pattern#").i(3, ip + 1).str();
+  r.st.io.file_error = true;
+  r.st.io.file_error_mess = message;
+  return r.in.fail({message});
+}
+
+/// A series decides itself what is listed.
+void force_flags_of_a_series(reading& r) {
+  run_type& run = r.st.run;
+  if (run.jcil == -1) {
+    run.jcil = -4;
+  } else if (run.jcil == 0) {
+    run.jcil = -2;
+  }
+  run.jsy = run.mat = 0;
+  run.nxt = run.ishor = 1;
+  for (pattern_type& p : r.st.pattern) {
+    p.iot = p.ipl = p.lst1 = p.lst3 = p.jlkh = p.jfou = p.ianaly = 0;
+    p.ipc = 1;
+  }
+}
+
+/// Keeps the output flags as they were read, for the writer.
+void keep_output_flags(reading& r) {
+  for (std::size_t k = 0; k < long_run_output_flags.size(); ++k) {
+    r.st.run.output_flags[k] = r.st.run.*long_run_output_flags[k].of_run;
+  }
+  for (pattern_type& p : r.st.pattern) {
+    for (std::size_t k = 0; k < long_pattern_output_flags.size(); ++k) {
+      p.output_flags[k] = p.*long_pattern_output_flags[k].of_pattern;
+    }
+  }
+}
+
+bool check_output_flags(reading& r, const place& at, int ip) {
+  if (r.st.run.nlinc != 0) return r.in.refuse(at, "linear restraints (Nli) are not available");
+  if (r.st.pattern[ip].iot < 0) return r.in.refuse(at, "numerical profiles (Iot -1, -2) are not available");
+  return true;
+}
+
+}  // namespace
+
+bool read_flags(reading& r) {
+  if (r.st.run.s_format) {
+    const place at{"flags"};
+    if (!read_flag_line(r, at, short_flags, 0, 2)) return false;
+    take_options(r, static_cast<int>(short_flags.size()));
+    if (!check_run_flags(r, at) || !check_pattern_flags(r, at, 0)) return false;
+  } else {
+    const place at{"flags"};
+    if (!read_flag_line(r, at, long_run_flags, 0, 2)) return false;
+    take_options(r, static_cast<int>(long_run_flags.size()));
+    if (!check_run_flags(r, at)) return false;
+    for (int ip = 0; ip < r.st.run.n_patt; ++ip) {
+      const place at_pattern{"flags", 0, ip + 1};
+      if (!read_flag_line(r, at_pattern, long_pattern_flags, ip) || !check_pattern_flags(r, at_pattern, ip)) {
+        return false;
+      }
+    }
+  }
+  for (pattern_type& p : r.st.pattern) {
+    if (p.iwgt == 3) read_weighting(r, p);
+  }
+  return true;
+}
+
+bool read_data_files(reading& r) {
+  const auto measured = [](const pattern_type& p) { return p.jobtyp < 2 || p.jobtyp == job::electrons; };
+  if (r.st.run.s_format || std::none_of(r.st.pattern.begin(), r.st.pattern.end(), measured)) return true;
+  for (int ip = 0; ip < r.st.run.n_patt; ++ip) {
+    const auto line = r.in.text({"name of the data file", 0, ip + 1});
+    if (!line) return false;
+    const bool name_of_series = r.st.io.l_sequential && !r.multi_pattern_of_driver && r.st.run.n_patt == 1;
+    if (!name_of_series) split_file_name(r, *line, r.st.io.filedat[ip], r.st.io.extdat[ip]);
+    if (r.st.pattern[ip].refining() && !data_file_exists(r, ip)) return false;
+  }
+  return true;
+}
+
+bool check_limits(reading& r) {
+  using kalvaris_params::IBACP, kalvaris_params::IEXCL;
+  for (pattern_type& p : r.st.pattern) {
+    p.isbac = p.nbckgd < 0 ? -1 : 1;
+    if (p.nbckgd > IBACP || p.nbckgd < -IBACP) {
+      const long long points = std::llabs(p.nbckgd);
+      return r.in.fail({fmt_line{}.a("         Number of backg. points/pattern:").i(5, points).str(),
+                        fmt_line{}.a(" Maximum Number of backg. points/pattern:").i(5, IBACP).str(),
+                        " Too many background points "});
+    }
+    p.nbckgd = std::abs(p.nbckgd);
+    if (p.nexcrg > IEXCL) {
+      return r.in.fail({fmt_line{}.a("          Number of excl. regions/pattern: ").i(5, p.nexcrg).str(),
+                        fmt_line{}.a("  Maximum number of excl. regions/pattern: ").i(5, IEXCL).str(),
+                        " Too many excluded regions "});
+    }
+  }
+  return true;
+}
+
+bool read_output_flags(reading& r) {
+  const place at{"output flags"};
+  if (r.st.run.s_format) {
+    if (!read_flag_line(r, at, short_output_flags, 0) || !check_output_flags(r, at, 0)) return false;
+  } else {
+    // A line of words may stand above the numbers.
+    if (const std::string next = r.in.peek(); !next.empty()) {
+      lmix_list_input::list_scanner scan(next);
+      float number = 0.f;
+      if (scan.read(number) != lmix_list_input::list_status::value) r.in.take();
+    }
+    if (!read_flag_line(r, at, long_run_output_flags, 0)) return false;
+    if (!check_output_flags(r, at, 0)) return false;
+    for (int ip = 0; ip < r.st.run.n_patt; ++ip) {
+      const place at_pattern{"output flags", 0, ip + 1};
+      if (!read_flag_line(r, at_pattern, long_pattern_output_flags, ip)) return false;
+      if (!check_output_flags(r, at_pattern, ip)) return false;
+    }
+  }
+  keep_output_flags(r);
+  if (r.st.io.l_sequential) force_flags_of_a_series(r);
+  return true;
+}
+
+}  // namespace read_pcr_mod

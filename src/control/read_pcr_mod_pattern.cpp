@@ -1,0 +1,339 @@
+#include <algorithm>
+#include <array>
+#include <cmath>
+
+#include "pcr_commands.hpp"
+#include "pcr_sections.hpp"
+
+namespace read_pcr_mod {
+
+using kalvaris_params::excluded_region;
+using kalvaris_params::pattern_type;
+using kalvaris_params::run_type;
+using kalvaris_params::scattering_entry;
+using lmix_string_utilities::l_case;
+using pcr_layout::background_lines;
+using pcr_lines::place;
+namespace job = kalvaris_params::job;
+namespace gslot = kalvaris_params::gslot;
+
+namespace {
+
+pcr_commands::commands commands_of(const pattern_type& p) { return {p.vary_command, p.fix_command}; }
+
+/// Applies the words of the VARY and FIX lines to one parameter of the pattern.
+void command(pattern_type& p, std::string_view word, int k) { commands_of(p).apply(word, p.aglb[k]); }
+
+void take_commands(reading& r, pattern_type& p) {
+  if (pcr_lines::begins_with(r.in.peek(), "VARY")) p.vary_command = r.in.take();
+  if (pcr_lines::begins_with(r.in.peek(), "FIX")) p.fix_command = r.in.take();
+}
+
+/// lambda1, lambda2, ratio, bkpos, wdt, cthm, tmv(1), rlim, rkk, tmv(2). The signs of the ratio and of tmv(1) are
+/// flags.
+bool take_radiation(reading& r, const place& at, pattern_type& p) {
+  const pcr_lines::line_reader& in = r.in;
+  if (!(in.f(0) > 0.f) || in.f(1) < 0.f) return r.in.refuse(at, "the wavelength is not positive");
+  p.lamda = {in.f(0), in.f(1) > 0.f ? in.f(1) : in.f(0)};
+  p.single_wave = std::fabs(p.lamda[0] - p.lamda[1]) < 1.0e-5f;
+  p.iuvw = in.f(2) < 0.f ? 1 : 0;
+  p.ratio = {1.f, std::fabs(in.f(2))};
+  p.bkpos = in.f(3);
+  constexpr float shortest_base = 3.f;  // FWHM; with less the tails are cut where they still count
+  p.wdt = std::max(in.f(4), shortest_base);
+  p.cthm = in.f(5);
+  p.tmv = {std::fabs(in.f(6)), in.f(9)};
+  if (in.f(6) < 0.f) {
+    p.iabscor = 4;
+  } else if (in.f(6) > 0.0001f) {
+    p.iabscor = p.ilor == 2 ? 1 : 2;
+  }
+  p.rlim = in.f(7);
+  p.rkk = in.f(8);
+  if (p.ratio[1] > 0.f && p.ratio[1] < 1.f && !(p.tmv[1] > 1.0e-9f)) p.tmv[1] = p.tmv[0];
+  return true;
+}
+
+void take_range(reading& r, pattern_type& p, int first_field) {
+  p.thmin = p.thmin_read = r.in.f(first_field);
+  p.step = p.step_read = r.in.f(first_field + 1);
+  p.thmax = p.thmax_read = r.in.f(first_field + 2);
+  p.alpsd = r.in.f(first_field + 3);
+  p.sent0 = r.in.f(first_field + 4);
+}
+
+bool read_background_points(reading& r, int ip) {
+  const place at{"background points", 0, ip + 1};
+  pattern_type& p = r.st.pattern[ip];
+  p.pos.assign(static_cast<std::size_t>(p.nbckgd), 0.f);
+  for (int j = 0; j < p.nbckgd; ++j) {
+    if (!r.in.values(at, "fff")) return false;
+    const int k = gslot::bac + j;
+    p.pos[j] = r.in.f(0);
+    p.glb[k] = r.in.f(1);
+    p.aglb[k] = p.aglb_read[k] = r.in.f(2);
+    p.brefint = p.brefint || std::fabs(p.aglb[k]) > 0.5f;
+  }
+  return true;
+}
+
+bool read_excluded_regions(reading& r, int ip) {
+  pattern_type& p = r.st.pattern[ip];
+  for (int j = 0; j < p.nexcrg; ++j) {
+    if (!r.in.values({"excluded regions", 0, ip + 1}, "ff")) return false;
+    p.excluded.push_back({r.in.f(0), r.in.f(1)});
+  }
+  return true;
+}
+
+/// The word backgd frees the points that lie in no excluded region, or fixes all of them.
+void command_background_points(pattern_type& p) {
+  const pcr_commands::commands commands = commands_of(p);
+  constexpr float absent_height_code = 0.05f;
+  const bool vary = commands.vary("backgd"), fix = commands.fix("backgd");
+  for (int j = 0; j < p.nbckgd; ++j) {
+    float& code = p.aglb[gslot::bac + j];
+    const bool excluded = std::any_of(p.excluded.begin(), p.excluded.end(), [&](const excluded_region& e) {
+      return p.pos[j] >= e.alow && p.pos[j] <= e.ahigh;
+    });
+    if (vary && !excluded && std::fabs(code) < absent_height_code) code = 1.f;
+    if (fix) code = 0.f;
+  }
+  if (vary) p.brefint = true;
+  if (fix) p.brefint = false;
+}
+
+/// Table of sin(theta)/lambda and f that ends at -100.
+bool read_scattering_table(reading& r, const place& at, scattering_entry& entry) {
+  while (true) {
+    if (!r.in.values(at, "ff")) return false;
+    if (std::fabs(r.in.f(0) + 100.f) < 1.0e-4f) return true;
+    if (entry.star.size() >= kalvaris_params::N_FORM) return r.in.fail({" Too many scattering factor entries"});
+    entry.star.push_back(r.in.f(0));
+    entry.ftab.push_back(r.in.f(1));
+  }
+}
+
+/// Nine coefficients of a form factor; lines whose third value is 0 before it are pairs of values.
+bool read_form_factor(reading& r, const place& at, scattering_entry& entry) {
+  while (true) {
+    if (!r.in.values(at, "fffffffff")) return false;
+    for (int k = 0; k < 9; ++k) entry.ac[k] = r.in.f(k);
+    if (std::fabs(entry.ac[2]) > 1.0e-6f) return true;
+    if (entry.posi.size() >= kalvaris_params::N_FORM) return r.in.fail({" Too many scattering factor entries"});
+    entry.posi.push_back(entry.ac[0]);
+    entry.scat.push_back(entry.ac[1]);
+  }
+}
+
+bool read_scattering_entry(reading& r, int ip) {
+  const place at{"scattering entry", 0, ip + 1};
+  const pattern_type& p = r.st.pattern[ip];
+  if (!r.in.values(at, "4ffi")) return false;
+  scattering_entry entry;
+  entry.nam = r.in.word(0);
+  entry.dfp = r.in.f(1);
+  entry.dfpp = r.in.f(2);
+  entry.ity = r.in.i(3);
+  entry.from_file = true;
+  const bool neutrons = p.radiation() == job::neutrons;
+  if (!neutrons && entry.ity == 0) entry.nam = l_case(entry.nam);
+  if (entry.ity != 2 && !(neutrons && entry.ity == 0)) {
+    const place at_table{"scattering table", 0, ip + 1};
+    if (!(p.nscat < 0 ? read_scattering_table(r, at_table, entry) : read_form_factor(r, at_table, entry))) return false;
+  }
+  r.st.pattern[ip].scattering.push_back(std::move(entry));
+  return true;
+}
+
+/// A wavelength with a code of its own is the value of that parameter; both wavelengths keep their ratio.
+void settle_wavelength(pattern_type& p) {
+  float& slot_value = p.glb[gslot::lambda];
+  if (!(slot_value > 0.f) || p.aglb[gslot::lambda] == 0.f) {
+    slot_value = p.lamda[0];
+  } else if (slot_value != p.lamda[0]) {
+    p.lamda = {slot_value, p.lamda[1] * slot_value / p.lamda[0]};
+  }
+}
+
+bool read_zero_line(reading& r, int ip) {
+  const place at{"zero line", 0, ip + 1};
+  pattern_type& p = r.st.pattern[ip];
+  if (!r.in.values(at, "ffffffffi")) return false;
+  store_pairs(r, arrays_of(p), std::array{int{gslot::zero}, int{gslot::sycos}, int{gslot::sysin}, int{gslot::lambda}});
+  p.iglmore = r.in.i(8);
+  if (p.iglmore == 2 || p.iglmore == 3) {
+    return r.in.refuse(at, "user profiles in the background (More 2, 3) are not available");
+  }
+  if (!r.in.in_range(at, "flag More", p.iglmore, 0, 3)) return false;
+  command(p, "zero", gslot::zero);
+  command(p, "sycos", gslot::sycos);
+  command(p, "sysin", gslot::sysin);
+  settle_wavelength(p);
+  return true;
+}
+
+bool read_microabsorption(reading& r, int ip) {
+  pattern_type& p = r.st.pattern[ip];
+  if (p.iglmore != 1) return true;
+  if (!r.in.values({"microabsorption line", 0, ip + 1}, "ffffff")) return false;
+  store_pairs(r, arrays_of(p), std::array{int{gslot::p0}, int{gslot::cp}, int{gslot::tau}});
+  command(p, "P0", gslot::p0);
+  command(p, "Cp", gslot::cp);
+  command(p, "Tau", gslot::tau);
+  if (commands_of(p).fix("Microabs")) p.aglb[gslot::p0] = p.aglb[gslot::cp] = p.aglb[gslot::tau] = 0.f;
+  return true;
+}
+
+bool is_six_numbers(const std::string& line) {
+  std::string_view rest = line;
+  const std::string text = pcr_lines::without_comment(rest);
+  rest = text;
+  int count = 0;
+  for (auto word = lmix_string_utilities::cutst(rest); !word.empty(); word = lmix_string_utilities::cutst(rest)) {
+    float number = 0.f;
+    if (!lmix_fixed_format::parse_real(word, number)) return false;
+    ++count;
+  }
+  return count == 6;
+}
+
+/// The cosine series has 12 or 18 terms: 18 when the next two lines are six numbers each.
+std::size_t lines_that_stand(reading& r, const background_lines& row, std::size_t line) {
+  const bool optional = row.nbckgd == 4 && line == 2;
+  return optional && !(is_six_numbers(r.in.peek(1)) && is_six_numbers(r.in.peek(2))) ? line : row.lines();
+}
+
+/// The codes below a line of coefficients; a word "Codes" in front of them is passed over.
+bool read_background_codes(reading& r, const place& at, std::string_view letters) {
+  constexpr std::string_view word = "Codes";
+  if (!pcr_lines::begins_with(r.in.peek(), word)) return r.in.values(at, letters);
+  const std::string line = r.in.take();
+  return r.in.values_of(at, pcr_lines::without_comment(line.substr(word.size())), letters);
+}
+
+bool read_coefficients(reading& r, int ip, const background_lines& row) {
+  const place at{"background coefficients", 0, ip + 1}, at_codes{"codes of the background coefficients", 0, ip + 1};
+  pattern_type& p = r.st.pattern[ip];
+  const std::string letters(row.per_line, 'f');
+  p.n_bac = 0;
+  for (std::size_t line = 0; line < lines_that_stand(r, row, line); ++line) {
+    std::vector<int> slots(row.per_line);
+    for (std::size_t j = 0; j < slots.size(); ++j) slots[j] = row.first_slot[line] + static_cast<int>(j);
+    if (!r.in.values(at, letters)) return false;
+    store_values(r, arrays_of(p), slots);
+    if (!read_background_codes(r, at_codes, letters)) return false;
+    store_codes(r, arrays_of(p), slots);
+    for (const int k : slots) command(p, "back", k);
+    p.n_bac += static_cast<int>(slots.size());
+  }
+  return true;
+}
+
+bool read_background(reading& r, int ip) {
+  pattern_type& p = r.st.pattern[ip];
+  if (pcr_layout::is_filter(p)) {
+    if (!r.in.values({"window of the background filter", 0, ip + 1}, "fi")) return false;
+    p.fwindow = r.in.f(0);
+    p.win_cyc = r.in.i(1) == 0 ? 1 : r.in.i(1);
+    return true;
+  }
+  const background_lines* row = pcr_layout::coefficient_lines(p);
+  if (row == nullptr) return true;
+  if (!read_coefficients(r, ip, *row)) return false;
+  float& multiplier = p.glb[gslot::bfile_a];
+  const bool from_file = p.isbac > 0 && p.nbckgd == 1;
+  if (from_file && multiplier == 0.f && p.glb[gslot::bfile_b] == 0.f && p.glb[gslot::bfile_c] == 0.f &&
+      p.glb[gslot::bfile_d] == 0.f) {
+    multiplier = 1.f;
+  }
+  return true;
+}
+
+}  // namespace
+
+slot_arrays arrays_of(pattern_type& pattern) { return {pattern.glb, pattern.aglb, pattern.aglb_read}; }
+
+void store_values(const reading& r, const slot_arrays& to, std::span<const int> slots, int first_field) {
+  for (const int k : slots) to.value[k] = r.in.f(first_field++);
+}
+
+void store_codes(const reading& r, const slot_arrays& to, std::span<const int> slots, int first_field) {
+  for (const int k : slots) to.code[k] = to.code_read[k] = r.in.f(first_field++);
+}
+
+void store_pairs(const reading& r, const slot_arrays& to, std::span<const int> slots) {
+  int field = 0;
+  for (const int k : slots) {
+    to.value[k] = r.in.f(field++);
+    to.code[k] = to.code_read[k] = r.in.f(field++);
+  }
+}
+
+bool read_radiation(reading& r) {
+  for (int ip = 0; ip < r.st.run.n_patt; ++ip) {
+    const place at{"radiation line", 0, ip + 1};
+    pattern_type& p = r.st.pattern[ip];
+    if (!r.in.values(at, "ffffffffff") || !take_radiation(r, at, p)) return false;
+    take_commands(r, p);
+    p.glb[gslot::ratio2] = p.ratio[1];
+    // A ratio to nothing has no derivative, so that with one wavelength the word must not ask for a parameter.
+    if (!p.single_wave) command(p, "ratio", gslot::ratio2);
+  }
+  return true;
+}
+
+bool read_cycles(reading& r) {
+  run_type& run = r.st.run;
+  const bool short_form = run.s_format;
+  if (!r.in.values({"cycles line"}, short_form ? "iffffffffff" : "ifffff")) return false;
+  run.mcycle = std::max(r.in.i(0), 1);
+  run.eps = r.in.f(1) < 0.001f ? 0.01f : r.in.f(1);
+  for (int k = 1; k <= 4; ++k) run.relax[k] = r.in.f(k + 1);
+  if (short_form) {
+    take_range(r, r.st.pattern[0], 6);
+    return true;
+  }
+  for (int ip = 0; ip < run.n_patt; ++ip) {
+    if (!r.in.values({"range line", 0, ip + 1}, "fffff")) return false;
+    take_range(r, r.st.pattern[ip], 0);
+  }
+  return true;
+}
+
+bool read_points_and_regions(reading& r) {
+  for (int ip = 0; ip < r.st.run.n_patt; ++ip) {
+    pattern_type& p = r.st.pattern[ip];
+    if (!(p.bkpos > 0.f)) p.bkpos = (p.thmax - p.thmin) * 0.5f;
+    if (pcr_layout::has_points(p) && !read_background_points(r, ip)) return false;
+    if (!read_excluded_regions(r, ip)) return false;
+    if (pcr_layout::has_points(p)) command_background_points(p);
+  }
+  return true;
+}
+
+bool read_scattering(reading& r) {
+  for (int ip = 0; ip < r.st.run.n_patt; ++ip) {
+    const int entries = std::abs(r.st.pattern[ip].nscat);
+    for (int j = 0; j < entries; ++j) {
+      if (!read_scattering_entry(r, ip)) return false;
+    }
+  }
+  return true;
+}
+
+bool read_global_parameters(reading& r) {
+  const place at{"number of refined parameters"};
+  run_type& run = r.st.run;
+  if (!r.in.values(at, "i")) return false;
+  run.maxs = run.maxs_read = r.in.i(0);
+  if (!r.in.in_range(at, "number of refined parameters", run.maxs, 0, r.st.dim.maxparam)) return false;
+  const auto calculated = [](const pattern_type& p) { return !p.refining(); };
+  if (std::any_of(r.st.pattern.begin(), r.st.pattern.end(), calculated)) run.maxs = 0;
+  for (int ip = 0; ip < run.n_patt; ++ip) {
+    if (!read_zero_line(r, ip) || !read_microabsorption(r, ip) || !read_background(r, ip)) return false;
+  }
+  return true;
+}
+
+}  // namespace read_pcr_mod

@@ -1,0 +1,237 @@
+#include <algorithm>
+#include <array>
+#include <cstdlib>
+
+#include "kalvaris_init.hpp"
+#include "lmix_crystallographic_symmetry.hpp"
+#include "pcr_commands.hpp"
+#include "pcr_sections.hpp"
+
+namespace read_pcr_mod {
+
+using kalvaris_params::mix_type;
+using kalvaris_params::phase_type;
+using lmix_fixed_format::fmt_line;
+using pcr_lines::place;
+
+namespace {
+
+constexpr std::size_t name_length = 164;
+constexpr std::size_t symbol_length = 20;
+
+/// Cuts the word out of the name; false when it is not there.
+bool cut_out(std::string& name, std::string_view word) {
+  const std::size_t at = name.find(word);
+  if (at == std::string::npos) return false;
+  name.erase(at, word.size());
+  name = pcr_lines::adjl_tab(name);
+  return true;
+}
+
+bool read_name(reading& r, int ph) {
+  const place at{"name of the phase", ph + 1};
+  phase_type& phase = r.st.phase[ph];
+  const auto line = r.in.text(at);
+  if (!line) return false;
+  phase.phsnm = line->substr(0, name_length);
+  phase.vary_xyz = cut_out(phase.phsnm, "VARY xyz");
+  phase.fix_xyz = cut_out(phase.phsnm, "FIX xyz");
+  for (const std::string_view word : {"MAG_ONLY", "NUC_ONLY"}) {
+    if (cut_out(phase.phsnm, word)) return r.in.refuse(at, "magnetic phases (MAG_ONLY, NUC_ONLY) are not available");
+  }
+  if (pcr_lines::begins_with(r.in.peek(), "COMMANDS")) {
+    r.in.take();
+    return r.in.refuse({"command lines", ph + 1}, "command lines of a phase (COMMANDS) are not available");
+  }
+  return true;
+}
+
+/// What a flag of a phase may not ask for, and why; the flag is taken when it is 0.
+struct phase_refusal {
+  int phase_type::*field;
+  std::string_view reason;
+};
+constexpr std::array<phase_refusal, 5> flag_refusals{{
+    {&phase_type::ndic, "distance restraints (Dis) are not available"},
+    {&phase_type::nangc, "angle restraints (Ang) are not available"},
+    {&phase_type::isym, "symmetry given by hand (Isy) is not available"},
+    {&phase_type::istr, "strain and size models (Str) are not available"},
+    {&phase_type::nvk, "propagation vectors (Nvk) are not available"},
+}};
+constexpr std::array<phase_refusal, 6> more_refusals{{
+    {&phase_type::jview, "a file for viewing the structure (Jview) is not available"},
+    {&phase_type::jdist, "distance and angle calculations (Jdist) are not available"},
+    {&phase_type::jhelix, "helical structures (Jhelix) are not available"},
+    {&phase_type::jsol, "hkl-dependent shifts (Jsol) are not available"},
+    {&phase_type::nmagc, "moment restraints (Nmagc) are not available"},
+    {&phase_type::n_domains, "domain fractions (N_domains) are not available"},
+}};
+
+bool check(reading& r, const place& at, const phase_type& phase, std::span<const phase_refusal> rows) {
+  for (const phase_refusal& row : rows) {
+    if (phase.*row.field != 0) return r.in.refuse(at, row.reason);
+  }
+  return true;
+}
+
+bool check_phase_flags(reading& r, const place& at, int ph) {
+  phase_type& phase = r.st.phase[ph];
+  const int kind = std::abs(phase.jbt);
+  if (phase.jbt != 0 && kind != 2 && kind != 3) {
+    return r.in.refuse(at, fmt_line{}.a("this kind of phase is not available (Jbt ").i(0, phase.jbt).a(")").str());
+  }
+  if (!check(r, at, phase, flag_refusals)) return false;
+  const int places = kalvaris_params::NATS - static_cast<int>(r.st.atom.size());
+  if (!r.in.in_range(at, "number of atoms", phase.natom, 0, places)) return false;
+  if (kind == 3) phase.natom = 0;  // fixed relative intensities: such a phase has no atom lines
+  return true;
+}
+
+bool check_mix(reading& r, const place& at, int ph, int ip) {
+  mix_type& mix = r.st.mix(ph, ip);
+  if (mix.irf < 0 || mix.irf > 2) {
+    return r.in.refuse(at, fmt_line{}.a("this reflection list is not available (Irf ").i(0, mix.irf).a(")").str());
+  }
+  constexpr std::array<int, 7> available{0, 1, 2, 3, 5, 7, 12};
+  mix.npro = mix.npro_read == 0 ? r.st.pattern[ip].nprof : mix.npro_read;
+  if (std::find(available.begin(), available.end(), mix.npro) == available.end()) {
+    return r.in.refuse(at, fmt_line{}.a("this peak shape is not available (Npr ").i(0, mix.npro).a(")").str());
+  }
+  if (mix.nref_sp != 0) return r.in.refuse(at, "special reflections (Nref_sp) are not available");
+  if (mix.jtyp == 0) mix.jtyp = std::abs(r.st.pattern[ip].jobtyp);
+  return true;
+}
+
+/// A structure needs atoms; profile matching does not.
+bool check_atoms_of_a_structure(reading& r, int ph, int ip) {
+  const phase_type& phase = r.st.phase[ph];
+  if (phase.natom > 0 || phase.profile_matching()) return true;
+  fmt_line first;
+  first.a("  ERROR: You are trying to perform a calculation of intensities without atoms for phase ").i(0, ph + 1);
+  if (!r.st.run.s_format) first.a(" and pattern #").i(0, ip + 1);
+  return r.in.fail(
+      {first.str(), "  Introduce atoms or, if you have experimental data, just do a Profile Matching refinement!!!"});
+}
+
+bool read_short_flags(reading& r, int ph) {
+  const place at{"flags of the phase", ph + 1};
+  phase_type& p = r.st.phase[ph];
+  mix_type& mix = r.st.mix(ph, 0);
+  if (!r.in.values(at, "iiifffiiiiifiii")) return false;
+  p.natom = r.in.i(0), p.ndic = r.in.i(1), p.nangc = r.in.i(2);
+  mix.pref = {r.in.f(3), r.in.f(4), r.in.f(5)};
+  p.jbt = r.in.i(6), mix.irf = r.in.i(7), p.isym = r.in.i(8), p.istr = r.in.i(9), p.ifurt = r.in.i(10);
+  p.atz = r.in.f(11);
+  p.nvk = r.in.i(12), mix.npro_read = r.in.i(13), p.imore = r.in.i(14);
+  if (!check_phase_flags(r, at, ph) || !check_mix(r, at, ph, 0)) return false;
+  if (!check_atoms_of_a_structure(r, ph, 0)) return false;
+  if (p.imore == 0) return true;
+
+  const place at_more{"additional flags of the phase", ph + 1};
+  if (!r.in.values(at_more, "iiiiiiffffiiii")) return false;
+  p.jview = r.in.i(0), p.jdist = r.in.i(1), p.jhelix = r.in.i(2), p.jsol = r.in.i(3);
+  p.nmagc = r.in.i(4), p.jter = r.in.i(5);
+  mix.brinl = r.in.f(6), mix.rmua = r.in.f(7), mix.rmub = r.in.f(8), mix.rmuc = r.in.f(9);
+  mix.jtyp = r.in.i(10), mix.nref_sp = r.in.i(11), mix.ph_shift = r.in.i(12), p.n_domains = r.in.i(13);
+  return check(r, at_more, p, more_refusals) && check_mix(r, at_more, ph, 0);
+}
+
+bool read_contribution(reading& r, int ph, int ip) {
+  const place at{"flags of the phase in the pattern", ph + 1, ip + 1};
+  mix_type& mix = r.st.mix(ph, ip);
+  if (!r.in.values(at, "iiiii")) return false;
+  mix.irf = r.in.i(0), mix.npro_read = r.in.i(1), mix.jtyp = r.in.i(2), mix.nref_sp = r.in.i(3);
+  mix.ph_shift = r.in.i(4);
+  if (!check_mix(r, at, ph, ip) || !check_atoms_of_a_structure(r, ph, ip)) return false;
+  if (!r.in.values({"direction line", ph + 1, ip + 1}, "fffffff")) return false;
+  mix.pref = {r.in.f(0), r.in.f(1), r.in.f(2)};
+  mix.brinl = r.in.f(3), mix.rmua = r.in.f(4), mix.rmub = r.in.f(5), mix.rmuc = r.in.f(6);
+  return true;
+}
+
+bool read_long_flags(reading& r, int ph) {
+  const place at{"flags of the phase", ph + 1};
+  phase_type& p = r.st.phase[ph];
+  if (!r.in.values(at, "iiiiiiifii")) return false;
+  p.natom = r.in.i(0), p.ndic = r.in.i(1), p.nangc = r.in.i(2), p.jbt = r.in.i(3), p.isym = r.in.i(4);
+  p.istr = r.in.i(5), p.ifurt = r.in.i(6);
+  p.atz = r.in.f(7);
+  p.nvk = r.in.i(8), p.imore = r.in.i(9);
+  if (!check_phase_flags(r, at, ph)) return false;
+  if (p.imore != 0) {
+    const place at_more{"additional flags of the phase", ph + 1};
+    if (!r.in.values(at_more, "iiiiiii")) return false;
+    p.jview = r.in.i(0), p.jdist = r.in.i(1), p.jhelix = r.in.i(2), p.jsol = r.in.i(3);
+    p.nmagc = r.in.i(4), p.jter = r.in.i(5), p.n_domains = r.in.i(6);
+    if (!check(r, at_more, p, more_refusals)) return false;
+  }
+  const place at_contributions{"contributions of the phase", ph + 1};
+  if (!r.in.values(at_contributions, std::string(static_cast<std::size_t>(r.st.run.n_patt), 'i'))) return false;
+  for (int ip = 0; ip < r.st.run.n_patt; ++ip) {
+    r.st.mix(ph, ip).jcontr = r.in.i(ip);
+    if (!r.in.in_range(at_contributions, "contribution", r.in.i(ip), 0, 1)) return false;
+  }
+  for (int ip = 0; ip < r.st.run.n_patt; ++ip) {
+    if (r.st.mix(ph, ip).jcontr == 1 && !read_contribution(r, ph, ip)) return false;
+  }
+  return true;
+}
+
+/// FILE_HKL [pattern] name [phase in that file]; any number of such lines.
+bool read_reflection_files(reading& r, int ph) {
+  const place at{"FILE_HKL line", ph + 1};
+  while (pcr_lines::begins_with(r.in.peek(), "FILE_HKL")) {
+    const std::string line = pcr_lines::without_comment(r.in.take());
+    const auto words = lmix_string_utilities::getword(line).dire;
+    std::size_t k = 1;
+    int pattern = 1;
+    if (words.size() > 2 && lmix_fixed_format::parse_integer(words[1], pattern)) k = 2;
+    if (words.size() <= k) return r.in.refuse(at, "the name of the reflection file is missing");
+    if (!r.in.in_range(at, "pattern number", pattern, 1, r.st.run.n_patt)) return false;
+    mix_type& mix = r.st.mix(ph, pattern - 1);
+    mix.file_hkl = words[k];
+    if (words.size() > k + 1 && !lmix_fixed_format::parse_integer(words[k + 1], mix.p_ph)) {
+      return r.in.refuse(at, "the phase number of the reflection file cannot be read");
+    }
+  }
+  return true;
+}
+
+bool read_space_group(reading& r, int ph) {
+  const place at{"space group", ph + 1};
+  phase_type& phase = r.st.phase[ph];
+  const auto line = r.in.text(at);
+  if (!line) return false;
+  const std::string symbol(line->substr(0, line->find('<')));
+  phase.symb = pcr_lines::adjl_tab(symbol.substr(0, symbol_length));
+  if (phase.symb.find("Mag;") != std::string::npos) {
+    return r.in.refuse(at, " Error trying to read Shubnikov Group information");
+  }
+  constexpr std::string_view hall = "HALL";
+  const bool is_hall = pcr_lines::begins_with(lmix_string_utilities::u_case(phase.symb), hall);
+  const std::string_view name = is_hall ? std::string_view(phase.symb).substr(hall.size()) : phase.symb;
+  const auto err = lmix_crystallographic_symmetry::set_spacegroup(lmix_string_utilities::trim(name), phase.spgr, {},
+                                                                  is_hall ? "HAL" : "");
+  return !err.err_symm || r.in.refuse(at, err.err_symm_mess);
+}
+
+bool read_phase(reading& r, int ph) {
+  const bool flags_read = read_name(r, ph) && (r.st.run.s_format ? read_short_flags(r, ph) : read_long_flags(r, ph));
+  if (!flags_read || !read_reflection_files(r, ph) || !read_space_group(r, ph) || !read_atoms(r, ph)) return false;
+  for (int ip = 0; ip < r.st.run.n_patt; ++ip) {
+    if (r.st.mix(ph, ip).jcontr == 1 && !read_profile(r, ph, ip)) return false;
+  }
+  return true;
+}
+
+}  // namespace
+
+bool read_phases(reading& r) {
+  kalvaris_init::size_phases(r.st, r.st.run.nphase);
+  for (int ph = 0; ph < r.st.run.nphase; ++ph) {
+    if (!read_phase(r, ph)) return false;
+  }
+  return true;
+}
+
+}  // namespace read_pcr_mod
