@@ -133,6 +133,9 @@ vector3 modulo_lat(const vector3& t);
 /// Same rotation, and translations that differ by whole numbers.
 bool equal_symop(const sym_oper_type& a, const sym_oper_type& b);
 int determinant(const matrix3i& rot);
+/// The part of the translation that no choice of origin removes (screw or glide vector): the mean of R^k t over the
+/// powers of R. The translation itself for an operator whose matrix is no crystallographic rotation.
+std::array<double, 3> intrinsic_translation(const sym_oper_type& op);
 
 /// Number (from 1) of a rotation among the proper point operations: 1..24 of m-3m, 25..36 of 6/mmm, looked for in first
 /// .. last. Negative for the operation times the inversion, 0 when it is none of them.

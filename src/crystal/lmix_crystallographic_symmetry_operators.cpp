@@ -370,18 +370,6 @@ bool is_zero(const std::array<double, 3>& v) {
   return std::ranges::all_of(v, [](double e) { return std::abs(e) < 1e-4; });
 }
 
-// Part of the translation that no shift of the origin removes: the mean of the powers.
-std::array<double, 3> intrinsic_translation(const sym_oper_type& op, int order) {
-  std::array<double, 3> w{};
-  matrix3i power = parts::identity;
-  for (int k = 0; k < order; ++k) {
-    for (std::size_t i = 0; i < 3; ++i)
-      for (std::size_t j = 0; j < 3; ++j) w[i] += power[i][j] * static_cast<double>(op.tr[j]) / order;
-    power = parts::product(power, op.rot);
-  }
-  return w;
-}
-
 // Letter of a reflection with glide vector g in units of the cell.
 std::string glide_letter(const std::array<double, 3>& g) {
   if (is_zero(g)) return "m";
@@ -466,7 +454,7 @@ std::string symmetry_symbol_op(const sym_oper_type& op) {
   if (type == 1) return is_zero(t) ? "1" : "t " + vector_text(t);
   if (type == -1) return "-1 " + locus_text({}, point_of_locus(op.rot, t));
   if (type == -2) {
-    const std::array<double, 3> g = intrinsic_translation(op, 2);
+    const std::array<double, 3> g = intrinsic_translation(op);
     const std::string kind = glide_letter(g);
     const bool named = kind == "m" || kind == "a" || kind == "b" || kind == "c";
     const std::array<double, 3> w{t[0] - g[0], t[1] - g[1], t[2] - g[2]};
@@ -484,9 +472,23 @@ std::string symmetry_symbol_op(const sym_oper_type& op) {
     for (std::size_t i = 0; i < 3; ++i) on_axis[i] -= centre[letter] * axis[0][i] / axis[0][letter];
     return out + locus_text(axis, on_axis) + "; " + locus_text({}, centre);
   }
-  const std::array<double, 3> screw = intrinsic_translation(op, type);
+  const std::array<double, 3> screw = intrinsic_translation(op);
   const std::array<double, 3> w{t[0] - screw[0], t[1] - screw[1], t[2] - screw[2]};
   return out + (is_zero(screw) ? "" : vector_text(screw) + " ") + locus_text(axis, point_of_locus(op.rot, w));
+}
+
+std::array<double, 3> intrinsic_translation(const sym_oper_type& op) {
+  const int type = parts::rotation_type(op.rot);
+  // (R, t) taken to the order of R is a pure translation; rotoinversions of odd order need twice as many powers.
+  const int order = type < 0 && type % 2 != 0 ? -2 * type : std::max(std::abs(type), 1);
+  std::array<double, 3> w{};
+  matrix3i power = parts::identity;
+  for (int k = 0; k < order; ++k) {
+    for (std::size_t i = 0; i < 3; ++i)
+      for (std::size_t j = 0; j < 3; ++j) w[i] += power[i][j] * static_cast<double>(op.tr[j]) / order;
+    power = parts::product(power, op.rot);
+  }
+  return w;
 }
 
 vector3 applyso(const sym_oper_type& op, const vector3& v) {

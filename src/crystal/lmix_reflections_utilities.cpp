@@ -1,0 +1,254 @@
+#include "lmix_reflections_utilities.hpp"
+
+#include <algorithm>
+#include <cmath>
+#include <cstdlib>
+
+namespace lmix_reflections_utilities {
+namespace {
+
+/// Phases h t are multiples of 1/12 in every tabulated group; user translations may be rounded to three decimals.
+constexpr double phase_tolerance = 0.05;
+/// Indices fit the key of the canonical order.
+constexpr int max_index = 16383;
+
+hkl_type turned(const hkl_type& h, const matrix3i& r) {
+  return {h[0] * r[0][0] + h[1] * r[1][0] + h[2] * r[2][0], h[0] * r[0][1] + h[1] * r[1][1] + h[2] * r[2][1],
+          h[0] * r[0][2] + h[1] * r[1][2] + h[2] * r[2][2]};
+}
+
+hkl_type mate(const hkl_type& h) { return {-h[0], -h[1], -h[2]}; }
+
+bool whole_phase(const hkl_type& h, const std::array<double, 3>& t) {
+  const double p = h[0] * t[0] + h[1] * t[1] + h[2] * t[2];
+  return std::abs(p - static_cast<double>(std::lrint(p))) < phase_tolerance;
+}
+
+/// Rank in the canonical order, larger is better. One whole number, so that images are compared at once.
+std::int64_t rank(const hkl_type& h) {
+  const int negative = (h[0] < 0) + (h[1] < 0) + (h[2] < 0);
+  std::int64_t key = h[2] >= 0;
+  key = key * 4 + (3 - negative);
+  key = key * 2 + (h[1] >= 0);
+  for (const int index : h) key = key * 65536 + (index + 32768);
+  return key;
+}
+
+int order_of(const reflection_rules& rules) {
+  return static_cast<int>(rules.rotation.size()) * (rules.friedel ? 2 : 1);
+}
+
+bool no_negative(const hkl_type& h) { return (h[0] | h[1] | h[2]) >= 0; }
+
+/// Tells unique reflections. A rotation that turned a reflection away moves forward in its own list, so that most
+/// others are turned away by the first few rotations.
+class unique_test {
+ public:
+  explicit unique_test(const reflection_rules& rules)
+      : rotation_(rules.rotation), friedel_(rules.friedel), order_(order_of(rules)) {}
+
+  /// Multiplicity of h when it is canonical, 0 when an equivalent ranks higher.
+  int mult_if_canonical(const hkl_type& h) {
+    int fixing = 0;
+    // Only images without negative indices rank as high as such an h, and they rank by h, k, l.
+    const bool octant = friedel_ && no_negative(h);
+    for (std::size_t i = 0; i < rotation_.size(); ++i) {
+      const hkl_type image = turned(h, rotation_[i]);
+      const int fixed = octant ? compare_in_octant(h, image) : compare(h, image);
+      if (fixed < 0) {
+        std::swap(rotation_[i], rotation_[i / 2]);
+        return 0;
+      }
+      fixing += fixed;
+    }
+    return order_ / fixing;
+  }
+
+ private:
+  /// Images (the Friedel mate is one more) that equal h; -1 when one ranks higher.
+  int compare(const hkl_type& h, const hkl_type& image) const {
+    const std::int64_t own = rank(h);
+    if (rank(image) > own || (friedel_ && rank(mate(image)) > own)) return -1;
+    return (image == h) + (friedel_ && mate(image) == h);
+  }
+  static int compare_in_octant(const hkl_type& h, hkl_type image) {
+    if (!no_negative(image)) {
+      image = mate(image);
+      if (!no_negative(image)) return 0;
+    }
+    return image > h ? -1 : image == h;
+  }
+
+  std::vector<matrix3i> rotation_;
+  bool friedel_;
+  int order_;
+};
+
+struct index_range {
+  int first = 0, last = -1;
+};
+
+/// Whole x with a x^2 + b x + c <= 0, a > 0.
+index_range inside(double a, double b, double c) {
+  const double root = b * b - 4 * a * c;
+  if (!(root >= 0)) return {};
+  const double half = std::sqrt(root) / (2 * a), middle = -b / (2 * a);
+  return {static_cast<int>(std::ceil(middle - half)), static_cast<int>(std::floor(middle + half))};
+}
+
+/// Half axes of the box around the sphere 1/d <= r in units of the reciprocal axes: r a, r b, r c; zeros for no cell.
+hkl_type box(const metric_tensor& gr, double radius) {
+  std::array<std::array<double, 3>, 3> g{};
+  for (std::size_t i = 0; i < 3; ++i)
+    for (std::size_t j = 0; j < 3; ++j) g[i][j] = static_cast<double>(gr[i][j]);
+  std::array<double, 3> minor{};
+  for (std::size_t i = 0; i < 3; ++i) {
+    const std::size_t j = (i + 1) % 3, k = (i + 2) % 3;
+    minor[i] = g[j][j] * g[k][k] - g[j][k] * g[k][j];
+  }
+  const double det = g[0][0] * minor[0] - g[0][1] * (g[1][0] * g[2][2] - g[1][2] * g[2][0]) +
+                     g[0][2] * (g[1][0] * g[2][1] - g[1][1] * g[2][0]);
+  if (!(g[0][0] > 0 && minor[2] > 0 && det > 0)) return {};
+  hkl_type half{};
+  for (std::size_t i = 0; i < 3; ++i) {
+    const double top = radius * std::sqrt(minor[i] / det);
+    if (!std::isfinite(top)) return {};
+    half[i] = static_cast<int>(std::min(std::floor(top + 1e-4), double{max_index}));
+  }
+  return half;
+}
+
+/// Lowest index that a canonical reflection can have, so that the scan leaves out what cannot be canonical.
+hkl_type lowest_canonical(const reflection_rules& rules, const hkl_type& half) {
+  const auto holds = [&](const matrix3i& m) {
+    const matrix3i n{{{-m[0][0], -m[0][1], -m[0][2]}, {-m[1][0], -m[1][1], -m[1][2]}, {-m[2][0], -m[2][1], -m[2][2]}}};
+    return std::ranges::any_of(rules.rotation, [&](const matrix3i& r) { return r == m || r == n; });
+  };
+  if (!rules.friedel) return {-half[0], -half[1], -half[2]};
+  const matrix3i two_x{{{1, 0, 0}, {0, -1, 0}, {0, 0, -1}}}, two_y{{{-1, 0, 0}, {0, 1, 0}, {0, 0, -1}}};
+  const matrix3i four_z{{{0, -1, 0}, {1, 0, 0}, {0, 0, 1}}}, six_z{{{1, -1, 0}, {1, 0, 0}, {0, 0, 1}}};
+  const bool octant = (holds(two_x) && holds(two_y)) || holds(four_z) || holds(six_z);
+  if (octant) return {0, 0, 0};
+  return {-half[0], holds(two_y) ? 0 : -half[1], 0};
+}
+
+}  // namespace
+
+reflection_rules make_rules(const space_group_type& group, bool friedel) {
+  reflection_rules rules;
+  rules.friedel = friedel;
+  for (std::size_t i = 1; i < group.latt_trans.size(); ++i) {
+    const auto& v = group.latt_trans[i];
+    rules.centring.push_back({static_cast<double>(v[0]), static_cast<double>(v[1]), static_cast<double>(v[2])});
+  }
+  const std::size_t per_lattice_point = group.symop.size() / std::max<std::size_t>(group.latt_trans.size(), 1);
+  for (std::size_t m = 0; m < per_lattice_point; ++m) {
+    const auto& op = group.symop[m];
+    matrix3i opposite = op.rot;
+    for (auto& row : opposite)
+      for (auto& e : row) e = -e;
+    const bool known = std::ranges::any_of(
+        rules.rotation, [&](const matrix3i& r) { return r == op.rot || (friedel && r == opposite); });
+    if (!known) rules.rotation.push_back(op.rot);
+    const auto screw = lmix_crystallographic_symmetry::intrinsic_translation(op);
+    if (std::ranges::any_of(screw, [](double e) { return std::abs(e - std::floor(e + 0.5)) > 1e-4; }))
+      rules.translation.push_back({op.rot, screw});
+  }
+  if (rules.rotation.empty()) rules.rotation.push_back({{{1, 0, 0}, {0, 1, 0}, {0, 0, 1}}});
+  return rules;
+}
+
+bool hkl_lat_absent(const hkl_type& h, const reflection_rules& rules) {
+  return std::ranges::any_of(rules.centring, [&](const auto& c) { return !whole_phase(h, c); });
+}
+
+bool hkl_absent(const hkl_type& h, const reflection_rules& rules) {
+  return hkl_lat_absent(h, rules) || std::ranges::any_of(rules.translation, [&](const auto& rule) {
+           return turned(h, rule.rot) == h && !whole_phase(h, rule.tr);
+         });
+}
+
+bool hkl_absent(const hkl_type& h, const space_group_type& group) { return hkl_absent(h, make_rules(group)); }
+
+int hkl_mult(const hkl_type& h, const reflection_rules& rules) {
+  int fixing = 0;
+  const hkl_type minus = mate(h);
+  for (const matrix3i& r : rules.rotation) {
+    const hkl_type image = turned(h, r);
+    fixing += image == h;
+    fixing += rules.friedel && image == minus;
+  }
+  return order_of(rules) / fixing;
+}
+
+int hkl_mult(const hkl_type& h, const space_group_type& group, bool friedel) {
+  return hkl_mult(h, make_rules(group, friedel));
+}
+
+std::vector<hkl_type> hkl_equiv_list(const hkl_type& h, const space_group_type& group, bool friedel) {
+  std::vector<hkl_type> list{h};
+  const auto add = [&](const hkl_type& k) {
+    if (std::ranges::find(list, k) == list.end()) list.push_back(k);
+  };
+  for (const matrix3i& r : make_rules(group, friedel).rotation) {
+    const hkl_type image = turned(h, r);
+    add(image);
+    if (friedel) add(mate(image));
+  }
+  return list;
+}
+
+bool hkl_equiv(const hkl_type& h, const hkl_type& k, const space_group_type& group, bool friedel) {
+  const std::vector<hkl_type> list = hkl_equiv_list(h, group, friedel);
+  return std::ranges::find(list, k) != list.end();
+}
+
+hkl_type hkl_canonical(const hkl_type& h, const space_group_type& group, bool friedel) {
+  const std::vector<hkl_type> list = hkl_equiv_list(h, group, friedel);
+  return *std::ranges::max_element(list, {}, rank);
+}
+
+float hs_r(const std::array<float, 3>& h, const metric_tensor& gr) {
+  double q = 0.0;
+  for (std::size_t i = 0; i < 3; ++i)
+    for (std::size_t j = 0; j < 3; ++j)
+      q += static_cast<double>(h[i]) * static_cast<double>(gr[i][j]) * static_cast<double>(h[j]);
+  return static_cast<float>(0.5 * std::sqrt(std::max(q, 0.0)));
+}
+
+float hkl_s(const hkl_type& h, const metric_tensor& gr) {
+  return hs_r({static_cast<float>(h[0]), static_cast<float>(h[1]), static_cast<float>(h[2])}, gr);
+}
+
+std::vector<reflection_type> hkl_gen(const metric_tensor& gr, const space_group_type& group, bool friedel, float smin,
+                                     float smax) {
+  std::vector<reflection_type> list;
+  if (!std::isfinite(smin) || !std::isfinite(smax) || !(smax > 0.f)) return list;
+  const reflection_rules rules = make_rules(group, friedel);
+  const double q_max = 4.0 * static_cast<double>(smax) * static_cast<double>(smax) * (1.0 + 1e-6);
+  const hkl_type half = box(gr, 2.0 * static_cast<double>(smax));
+  const hkl_type low = lowest_canonical(rules, half);
+  unique_test unique(rules);
+  const int general_mult = order_of(rules);
+  const auto g = [&](std::size_t i, std::size_t j) { return static_cast<double>(gr[i][j]); };
+  for (int l = low[2]; l <= half[2]; ++l)
+    for (int k = low[1]; k <= half[1]; ++k) {
+      const double rest = g(1, 1) * k * k + 2.0 * g(1, 2) * k * l + g(2, 2) * l * l;
+      const index_range row = inside(g(0, 0), 2.0 * (g(0, 1) * k + g(0, 2) * l), rest - q_max);
+      for (int h = std::max(row.first, low[0]); h <= std::min(row.last, half[0]); ++h) {
+        const hkl_type index{h, k, l};
+        if (index == hkl_type{} || hkl_lat_absent(index, rules)) continue;
+        const int mult = unique.mult_if_canonical(index);
+        if (mult == 0) continue;
+        // A general reflection is left in place by no operator that could forbid it.
+        if (mult < general_mult && hkl_absent(index, rules)) continue;
+        const float s = hkl_s(index, gr);
+        if (s >= smin && s <= smax) list.push_back({index, mult, s, 1});
+      }
+    }
+  std::ranges::sort(
+      list, [](const reflection_type& a, const reflection_type& b) { return a.s != b.s ? a.s < b.s : a.h < b.h; });
+  return list;
+}
+
+}  // namespace lmix_reflections_utilities
