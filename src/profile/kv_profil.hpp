@@ -125,9 +125,15 @@ struct peak_row_out {
   std::array<std::span<float>, n_peak_class> of;
   std::span<float>& operator[](peak_class c) { return of[c]; }
 };
-/// Value and, when wanted, derivatives at consecutive points x [deg] in ascending or descending order. Only the classes
-/// of classes_filled are written. Runs in vectors of the widest kind that the processor has; the lanes do the
-/// arithmetic of profil<float> in the same order up to exp, so the result does not depend on the kind. No allocation.
-void peak_row(const peak_params& p, std::span<const float> x, peak_row_out& out, bool want_derivatives);
+/// Kinds of vector that peak_row is made for: 4, 8 and 16 points at a time.
+enum class vector_kind { portable, avx2, avx512 };
+/// The widest kind that this processor runs.
+vector_kind widest_vectors();
+
+/// Value and, when wanted, derivatives at consecutive points x [deg] in ascending or descending order, within 3e-6 of
+/// the largest value of their class. Only the classes of classes_filled are written. `kind` must not be wider than
+/// widest_vectors; the kinds differ by rounding only. No allocation.
+void peak_row(const peak_params& p, std::span<const float> x, peak_row_out& out, bool want_derivatives,
+              vector_kind kind = widest_vectors());
 
 }  // namespace kv_profil

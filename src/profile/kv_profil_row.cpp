@@ -71,10 +71,19 @@ using vector_16 = float __attribute__((vector_size(64)));
 
 }  // namespace
 
-void peak_row(const peak_params& p, std::span<const float> x, peak_row_out& out, bool want_derivatives) {
+vector_kind widest_vectors() {
 #if defined(__x86_64__)
-  if (__builtin_cpu_supports("x86-64-v4")) return row_avx512(p, x, out, want_derivatives);
-  if (__builtin_cpu_supports("x86-64-v3")) return row_avx2(p, x, out, want_derivatives);
+  if (__builtin_cpu_supports("x86-64-v4")) return vector_kind::avx512;
+  if (__builtin_cpu_supports("x86-64-v3")) return vector_kind::avx2;
+#endif
+  return vector_kind::portable;
+}
+
+void peak_row(const peak_params& p, std::span<const float> x, peak_row_out& out, bool want_derivatives,
+              vector_kind kind) {
+#if defined(__x86_64__)
+  if (kind == vector_kind::avx512) return row_avx512(p, x, out, want_derivatives);
+  if (kind == vector_kind::avx2) return row_avx2(p, x, out, want_derivatives);
 #endif
   any_row<vector_4>(p, x, out, want_derivatives, rows);
 }

@@ -31,7 +31,7 @@ template <class V>
   if constexpr (std::floating_point<V>) {
     return std::exp(a);
   } else {
-    using bits = decltype(a < a);
+    typedef unsigned bits __attribute__((vector_size(sizeof(V))));  // unsigned: far below -87 the sum wraps
     constexpr float round_to_integer = 12582912.f;  // 1.5 * 2^23: the sum's low mantissa bits are the integer
     constexpr float ln2_high = 0.693359375f, ln2_low = -2.12194440e-4f;
     const V shifted = a * 1.44269504f + round_to_integer;

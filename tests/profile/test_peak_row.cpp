@@ -1,6 +1,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <array>
 #include <cfloat>
 #include <cmath>
 #include <limits>
@@ -29,28 +30,30 @@ std::vector<float> abscissae(double middle, double step, std::size_t n) {
   return x;
 }
 
-/// Compares a row with the double-precision calculation at the same abscissae; the error counts against the largest
-/// value of its class.
+/// Compares rows in every kind of vector that this processor runs with the double-precision calculation at the same
+/// abscissae; the error counts against the largest value of its class.
 void expect_row_agrees(peak<float> single, peak<double> exact, std::span<const float> x, double tolerance) {
   ASSERT_EQ(prepare(single), peak_status::ok);
   ASSERT_EQ(prepare(exact), peak_status::ok);
-  row_store row(x.size());
-  peak_row(single, x, row.out, true);
   std::vector<std::array<double, n_peak_class>> want;
   std::array<double, n_peak_class> largest{};
   for (const float v : x) {
     want.push_back(profil(exact, double(v), true));
     for (std::size_t c = 0; c < n_peak_class; ++c) largest[c] = std::max(largest[c], std::abs(want.back()[c]));
   }
-  for (std::size_t c = 0; c < n_peak_class; ++c)
-    for (std::size_t i = 0; i < x.size(); ++i) {
-      const float got = row.out.of[c][i];
-      if (classes_filled(single) >> c & 1)
-        ASSERT_NEAR(got, want[i][c], tolerance * largest[c])
-            << "npr " << single.npr << " class " << c << " point " << i;
-      else
-        ASSERT_EQ(got, -77.f) << "npr " << single.npr << " class " << c << " was written";
-    }
+  for (const vector_kind kind : {vector_kind::portable, vector_kind::avx2, vector_kind::avx512}) {
+    if (kind > widest_vectors()) continue;
+    row_store row(x.size());
+    peak_row(single, x, row.out, true, kind);
+    for (std::size_t c = 0; c < n_peak_class; ++c)
+      for (std::size_t i = 0; i < x.size(); ++i) {
+        SCOPED_TRACE(testing::Message() << "npr " << single.npr << " class " << c << " point " << i);
+        if (classes_filled(single) >> c & 1)
+          ASSERT_NEAR(row.out.of[c][i], want[i][c], tolerance * largest[c]);
+        else
+          ASSERT_EQ(row.out.of[c][i], -77.f);
+      }
+  }
 }
 
 TEST(PeakRow, AgreesWithDoublePrecisionForEveryFunctionAndLength) {
