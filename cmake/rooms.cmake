@@ -1,7 +1,9 @@
 # A room is one folder below src/ and one static library. It sees the headers of its own folder and of the rooms that
 # it links, and no others: an include that goes up does not compile.
 #
-#   kv_room(NAME [FLOAT_CODE] [LINKS room...])
+#   kv_room(NAME [FLOAT_CODE] [LINKS room...] [EXCLUDE source...])
+#
+# EXCLUDE: sources of the folder that belong to a program and not to the library.
 #
 # FLOAT_CODE: single-precision arithmetic on counts and indices is the daily work of this room, so that the warning on
 # every int -> float conversion would bury the useful ones; -Wconversion is off there, all other warnings stay on. Its
@@ -14,8 +16,10 @@ function(kv_compile_options target)
 endfunction()
 
 function(kv_room name)
-  cmake_parse_arguments(ROOM "FLOAT_CODE" "" "LINKS" ${ARGN})
+  cmake_parse_arguments(ROOM "FLOAT_CODE" "" "LINKS;EXCLUDE" ${ARGN})
   file(GLOB sources CONFIGURE_DEPENDS ${CMAKE_CURRENT_SOURCE_DIR}/*.cpp)
+  list(TRANSFORM ROOM_EXCLUDE PREPEND ${CMAKE_CURRENT_SOURCE_DIR}/)
+  list(REMOVE_ITEM sources ${ROOM_EXCLUDE})
   if(sources)
     add_library(kv_${name} STATIC ${sources})
     target_include_directories(kv_${name} PUBLIC ${CMAKE_CURRENT_SOURCE_DIR})

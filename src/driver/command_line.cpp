@@ -1,0 +1,143 @@
+#include "command_line.hpp"
+
+#include <algorithm>
+#include <array>
+#include <exception>
+#include <new>
+#include <ostream>
+
+#include "lmix_string_utilities.hpp"
+#include "run_names.hpp"
+
+namespace command_line {
+
+namespace {
+
+constexpr std::array<option_row, 3> option_rows{{
+    {"--help", option_id::help, "print this text and end"},
+    {"--version", option_id::version, "print the version and end"},
+    {"--strict", option_id::strict, "end with status 3 when the cycles end abnormally"},
+}};
+
+struct status_row {
+  int value;
+  std::string_view text;
+};
+constexpr std::array<status_row, 4> status_rows{{
+    {status::ended, "the run reached its end"},
+    {status::stopped, "the run was stopped: a file, the control file or the data were refused"},
+    {status::usage, "the command line was refused"},
+    {status::abnormal, "with --strict: the cycles ended abnormally"},
+}};
+
+void set_option(command& result, option_id id) {
+  switch (id) {
+    case option_id::help:
+      result.help = true;
+      break;
+    case option_id::version:
+      result.version = true;
+      break;
+    case option_id::strict:
+      result.strict = true;
+      break;
+  }
+}
+
+std::string refusal_of_words(const std::vector<std::string>& words) {
+  constexpr std::size_t most_words = 2;
+  if (words.empty() || words[0].empty()) return "the code of a control file is missing";
+  if (asks_for_series(words[0])) {
+    return words.size() == 1 ? words[0] + " needs the words of a series"
+                             : words[0] + ": series of runs are not available yet";
+  }
+  if (words.size() > 1 && words[1].starts_with("-")) return "options stand before the code: " + words[1];
+  if (words.size() > most_words) return "one word too many: " + words[most_words];
+  return {};
+}
+
+int one_run(const command& asked, const kalvaris_sub::run_stages& stages, std::ostream& out) {
+  kalvaris_params::state_type st;
+  st.io.console = &out;
+  kalvaris_sub::write_banner([&](std::string_view line) { kalvaris_inout::console_line(st.io, line); });
+  run_names::set_names(st.io, asked.words[0], asked.words.size() > 1 ? asked.words[1] : "");
+  const kalvaris_sub::run_end end = kalvaris_sub::kalvaris(st, stages);
+  return end == kalvaris_sub::run_end::abnormal && asked.strict ? status::abnormal : status::ended;
+}
+
+}  // namespace
+
+std::span<const option_row> options() { return option_rows; }
+
+command parse(std::span<const std::string> arguments) {
+  command result;
+  auto word = arguments.begin();
+  for (; word != arguments.end() && word->starts_with("-"); ++word) {
+    if (*word == "--") {
+      ++word;
+      break;
+    }
+    const auto row = std::find_if(option_rows.begin(), option_rows.end(),
+                                  [&](const option_row& option) { return option.name == *word; });
+    if (row == option_rows.end()) {
+      result.refusal = "unknown option: " + *word;
+      return result;
+    }
+    set_option(result, row->id);
+  }
+  result.words.assign(word, arguments.end());
+  if (!result.help && !result.version) result.refusal = refusal_of_words(result.words);
+  return result;
+}
+
+bool asks_for_series(std::string_view word) {
+  const std::string letters = lmix_string_utilities::l_case(word.substr(0, 3));
+  return letters == "seq" || letters == "cyc";
+}
+
+std::string usage_text() {
+  return "Usage: kalvaris [options] CODE [DATA]\n"
+         "  CODE  control file, with or without .pcr; its directory is where the run works\n"
+         "  DATA  data file, looked for beside the control file; without it CODE.dat and the like\n";
+}
+
+std::string help_text() {
+  constexpr std::size_t name_width = 12;
+  std::string text = usage_text() + "\nOptions, in front of CODE:\n";
+  for (const option_row& row : option_rows) {
+    text +=
+        "  " + std::string(row.name) + std::string(name_width - row.name.size(), ' ') + std::string(row.text) + "\n";
+  }
+  text += "\nExit status:\n";
+  for (const status_row& row : status_rows)
+    text += "  " + std::to_string(row.value) + "  " + std::string(row.text) + "\n";
+  return text;
+}
+
+int run(std::span<const std::string> arguments, const kalvaris_sub::run_stages& stages, std::string_view version,
+        std::ostream& out, std::ostream& err) {
+  if (arguments.empty()) {
+    err << usage_text();
+    return status::usage;
+  }
+  const command asked = parse(arguments);
+  if (!asked.refusal.empty()) {
+    err << "kalvaris: " << asked.refusal << "\n" << usage_text();
+    return status::usage;
+  }
+  if (asked.help) out << help_text();
+  if (!asked.help && asked.version) out << "kalvaris " << version << "\n";
+  if (asked.help || asked.version) return status::ended;
+  try {
+    return one_run(asked, stages, out);
+  } catch (const kalvaris_inout::run_stopped&) {
+    return status::stopped;  // its text is on standard error already
+  } catch (const std::bad_alloc&) {
+    err << " => Error allocating the arrays of the run\n";
+  } catch (const std::exception& error) {
+    err << " => Internal error: " << error.what() << "\n";
+  }
+  return status::stopped;
+}
+
+}  // namespace command_line

@@ -1,0 +1,53 @@
+// command_line: what the words behind the program's name ask for, and the status with which the program ends.
+// It owns the table of options, from which the parser and the help text are made.
+// Called by main alone.
+#pragma once
+#include <iosfwd>
+#include <span>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "kalvaris_sub.hpp"
+
+namespace command_line {
+
+/// Exit statuses of the program.
+namespace status {
+enum : int {
+  ended = 0,     ///< the run reached its end
+  stopped = 1,   ///< it was stopped: file, control file or data refused, request to stop
+  usage = 2,     ///< the command line was refused
+  abnormal = 3,  ///< with --strict: the cycles ended abnormally
+};
+}  // namespace status
+
+enum class option_id { help, version, strict };
+
+/// An option: long, and in front of the first word without a dash.
+struct option_row {
+  std::string_view name;
+  option_id id;
+  std::string_view text;
+};
+std::span<const option_row> options();
+
+struct command {
+  bool help = false, version = false, strict = false;
+  std::vector<std::string> words;  ///< what follows the options
+  std::string refusal;             ///< why the command line is refused, blank when it is not
+};
+command parse(std::span<const std::string> arguments);
+
+/// True when the word asks for a series of runs: its first three letters are seq or cyc in any case.
+bool asks_for_series(std::string_view word);
+
+std::string usage_text();  ///< the forms of the command
+std::string help_text();   ///< usage, options and statuses
+
+/// Does what the arguments ask for and returns the exit status. Console lines go to `out`, why a command line was
+/// refused to `err`.
+int run(std::span<const std::string> arguments, const kalvaris_sub::run_stages& stages, std::string_view version,
+        std::ostream& out, std::ostream& err);
+
+}  // namespace command_line
