@@ -13,6 +13,54 @@ namespace slot = kalvaris_params::slot;
 namespace gslot = kalvaris_params::gslot;
 namespace aslot = kalvaris_params::aslot;
 
+using kalvaris_params::pattern_type;
+using kalvaris_params::run_type;
+
+/// One integer of a flag line: it belongs to the run or to a pattern.
+struct flag {
+  int run_type::*of_run = nullptr;
+  int pattern_type::*of_pattern = nullptr;
+};
+constexpr flag run_flag(int run_type::*field) { return {field, nullptr}; }
+constexpr flag pattern_flag(int pattern_type::*field) { return {nullptr, field}; }
+
+/// The short form has the flags of the run and of its pattern on one line; behind these stand Opt and Aut.
+inline constexpr std::array<flag, 17> short_flags{
+    pattern_flag(&pattern_type::jobtyp), pattern_flag(&pattern_type::nprof),  run_flag(&run_type::nphase),
+    pattern_flag(&pattern_type::nbckgd), pattern_flag(&pattern_type::nexcrg), pattern_flag(&pattern_type::nscat),
+    pattern_flag(&pattern_type::nori),   run_flag(&run_type::idum),           pattern_flag(&pattern_type::iwgt),
+    pattern_flag(&pattern_type::ilor),   run_flag(&run_type::iasg),           pattern_flag(&pattern_type::ireso),
+    pattern_flag(&pattern_type::istep),  run_flag(&run_type::nrell),          run_flag(&run_type::icryg),
+    pattern_flag(&pattern_type::ixunit), pattern_flag(&pattern_type::icorr)};
+inline constexpr std::array<flag, 5> long_run_flags{run_flag(&run_type::nphase), run_flag(&run_type::idum),
+                                                    run_flag(&run_type::iasg), run_flag(&run_type::nrell),
+                                                    run_flag(&run_type::icryg)};
+inline constexpr std::array<flag, 14> long_pattern_flags{
+    pattern_flag(&pattern_type::jobtyp), pattern_flag(&pattern_type::nprof),   pattern_flag(&pattern_type::nbckgd),
+    pattern_flag(&pattern_type::nexcrg), pattern_flag(&pattern_type::nscat),   pattern_flag(&pattern_type::nori),
+    pattern_flag(&pattern_type::iwgt),   pattern_flag(&pattern_type::ilor),    pattern_flag(&pattern_type::ireso),
+    pattern_flag(&pattern_type::istep),  pattern_flag(&pattern_type::ixunit),  pattern_flag(&pattern_type::icorr),
+    pattern_flag(&pattern_type::anm),    pattern_flag(&pattern_type::cry_flag)};
+
+inline constexpr std::array<flag, 17> short_output_flags{
+    pattern_flag(&pattern_type::iot),   pattern_flag(&pattern_type::ipl),
+    pattern_flag(&pattern_type::ipc),   run_flag(&run_type::mat),
+    run_flag(&run_type::nxt),           pattern_flag(&pattern_type::lst1),
+    pattern_flag(&pattern_type::lst2),  pattern_flag(&pattern_type::lst3),
+    run_flag(&run_type::nlinc),         pattern_flag(&pattern_type::pl_prf),
+    pattern_flag(&pattern_type::instr), run_flag(&run_type::jcil),
+    run_flag(&run_type::jsy),           pattern_flag(&pattern_type::jlkh),
+    pattern_flag(&pattern_type::jfou),  run_flag(&run_type::ishor),
+    pattern_flag(&pattern_type::ianaly)};
+inline constexpr std::array<flag, 6> long_run_output_flags{run_flag(&run_type::mat),   run_flag(&run_type::nxt),
+                                                           run_flag(&run_type::nlinc), run_flag(&run_type::jcil),
+                                                           run_flag(&run_type::jsy),   run_flag(&run_type::ishor)};
+inline constexpr std::array<flag, 11> long_pattern_output_flags{
+    pattern_flag(&pattern_type::iot),    pattern_flag(&pattern_type::ipl),   pattern_flag(&pattern_type::ipc),
+    pattern_flag(&pattern_type::lst1),   pattern_flag(&pattern_type::lst2),  pattern_flag(&pattern_type::lst3),
+    pattern_flag(&pattern_type::pl_prf), pattern_flag(&pattern_type::instr), pattern_flag(&pattern_type::jlkh),
+    pattern_flag(&pattern_type::jfou),   pattern_flag(&pattern_type::ianaly)};
+
 /// A line of values in slots, followed by a line of their codes.
 struct coded_line {
   std::string_view name;     ///< as messages call it

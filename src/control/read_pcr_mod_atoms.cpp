@@ -5,7 +5,7 @@
 
 namespace read_pcr_mod {
 
-using kalvaris_inout::mess_cons;
+using kalvaris_inout::console_line;
 using kalvaris_params::atom_type;
 using kalvaris_params::phase_type;
 using pcr_lines::place;
@@ -28,7 +28,7 @@ bool is_special_species(std::string_view ntyp) {
 }
 
 void warn(reading& r, std::string_view what, const atom_type& atom, std::string_view how) {
-  mess_cons(r.st.io, lmix_fixed_format::fmt_line{}.a(what).a(atom.atext).a(how).str());
+  console_line(r.st.io, lmix_fixed_format::fmt_line{}.a(what).a(atom.atext).a(how).str());
 }
 
 void warn_of_values(reading& r, const atom_type& atom) {

@@ -8,6 +8,7 @@
 
 namespace read_pcr_mod {
 
+using kalvaris_inout::console_line;
 using kalvaris_inout::mess_cons;
 using kalvaris_params::pattern_type;
 using kalvaris_params::run_type;
@@ -25,7 +26,7 @@ constexpr std::string_view multi_pattern_word = "NPATT";
 void warn_of_title(reading& r) {
   for (const std::string_view word : {multi_pattern_word, std::string_view("!Job")}) {
     if (r.st.run.title.find(word) == std::string::npos) continue;
-    mess_cons(r.st.io, fmt_line{}.a(" Warning! The title of the control file holds the word ").a(word).str());
+    console_line(r.st.io, fmt_line{}.a(" Warning! The title of the control file holds the word ").a(word).str());
   }
 }
 
@@ -92,8 +93,8 @@ void ask_for_data_file(reading& r) {
   std::string answer;
   if (kalvaris_inout::may_ask(io)) {
     mess_cons(io, "==> Give the name of data file (yy for yy.dat)");
-    mess_cons(io, "                           (yy.uxd, or yy.acq)");
-    mess_cons(io, fmt_line{}.a("                 (<cr> =").a(io.filenam).a("): ").str());
+    console_line(io, "                           (yy.uxd, or yy.acq)");
+    console_line(io, fmt_line{}.a("                 (<cr> =").a(io.filenam).a("): ").str());
     answer = pcr_lines::adjl_tab(kalvaris_inout::read_cons(io));
   } else {
     mess_cons(io, fmt_line{}.a(" => Data file taken by default: ").a(io.filenam).str());

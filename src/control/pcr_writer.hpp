@@ -1,0 +1,35 @@
+// pcr_writer: the parts of the control file in the order in which they are written.
+// It owns nothing: each operation appends its lines to the text, the comment above them included.
+#pragma once
+#include <string>
+#include <string_view>
+
+#include "kalvaris_params.hpp"
+
+namespace read_pcr_mod {
+
+/// The code words that go into the file.
+class code_words {
+ public:
+  explicit code_words(const kalvaris_params::state_type& st);
+  /// multiplier, number: as split (the raw code and 0 before); code_read: as it stood in the file.
+  [[nodiscard]] float operator()(float multiplier, int number, float code_read) const;
+
+ private:
+  bool as_read_ = true;     ///< nothing was split, or a deselected pattern has lost its codes
+  bool automatic_ = false;  ///< numbers were found by the program
+};
+
+struct writing {
+  const kalvaris_params::state_type& st;
+  code_words codes;
+  std::string text;
+};
+
+void write_head(writing& w, std::string_view date_line);
+void write_flags(writing& w);
+void write_patterns(writing& w);  ///< from the radiation line to the background
+void write_phase(writing& w, int ph);
+void write_end(writing& w);  ///< limits, pattern to plot
+
+}  // namespace read_pcr_mod
