@@ -25,10 +25,11 @@ struct point_table {
   std::vector<int> lo, hi;
 };
 
-/// 1-based point of an abscissa; 0 or less below the pattern. Values far outside are held where an int can hold them.
+/// 1-based point of an abscissa: below 1 before the pattern, above npts behind it.
 int point_number(const pattern_type& p, double x) {
   if (p.iconstep) return static_cast<int>(std::clamp((x - p.thmin) / p.step + 1.5, -1.0, p.npts + 2.0));
   const auto end = p.txv.begin() + p.npts;
+  if (x > *(end - 1)) return p.npts + 1;
   return static_cast<int>(std::upper_bound(p.txv.begin(), end, x) - p.txv.begin());
 }
 

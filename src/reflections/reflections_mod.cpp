@@ -2,6 +2,7 @@
 #include "reflections_mod.hpp"
 
 #include <algorithm>
+#include <cfloat>
 #include <cmath>
 #include <numbers>
 #include <numeric>
@@ -55,6 +56,19 @@ void check_count(state_type& st, int ip, int ph, const generation_limits& limits
   const double points = 4 * std::numbers::pi / 3 * shell *
                         cell_volume(kv_peak_geometry::make_peak_model(st, ip, ph, 1).cell) / std::max(group.numlat, 1);
   if (!(points / 48 <= st.dim.maxreflx)) too_many_reflections(st);
+}
+
+/// By the metric that the positions are calculated from. A rounding wider than the limits: row_maker holds them.
+std::vector<lmix_reflections_utilities::reflection_type> unique_reflections(const state_type& st, int ip, int ph,
+                                                                            const generation_limits& limits) {
+  constexpr double rounding = 4 * FLT_EPSILON;
+  const auto& par = st.mix(ph, ip).par;
+  const auto slot_value = [&par](int k) { return par[static_cast<std::size_t>(slot::cell_a + k)]; };
+  const float a = slot_value(0), b = slot_value(1), c = slot_value(2);
+  const float bc = 0.5f * slot_value(3), ac = 0.5f * slot_value(4), ab = 0.5f * slot_value(5);
+  return lmix_reflections_utilities::hkl_gen(
+      {{{a, ab, ac}, {ab, b, bc}, {ac, bc, c}}}, st.phase[static_cast<std::size_t>(ph)].spgr, true,
+      static_cast<float>(limits.smin * (1 - rounding)), static_cast<float>(limits.smax * (1 + rounding)));
 }
 
 void report_limits(state_type& st, const generation_limits& limits, std::size_t n, double smax_found) {
@@ -146,8 +160,7 @@ void genera(state_type& st, int ip, int ph) {
   const generation_limits limits = make_limits(st, ip, ph);
   report_user_limit(st, ip, ph, limits);
   check_count(st, ip, ph, limits);
-  const auto entries = lmix_reflections_utilities::hkl_gen(
-      phase.cellp, phase.spgr, true, static_cast<float>(limits.smin), static_cast<float>(limits.smax));
+  const auto entries = unique_reflections(st, ip, ph, limits);
   row_maker rows(st, ip, ph, limits, true);
   double smax_found = 0;
   for (const auto& entry : entries) {

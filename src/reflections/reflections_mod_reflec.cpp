@@ -33,7 +33,7 @@ std::optional<T> number_behind(std::string_view line, std::string_view mark) {
 text_source open_list(state_type& st, int ip, int ph) {
   const auto& mix = st.mix(ph, ip);
   if (mix.file_hkl.empty()) {
-    kalvaris_inout::openfile(st.io, {6, ip + 1, ph + 1, false});
+    kalvaris_inout::openfile(st.io, {kalvaris_inout::file_key::reflections_in, ip + 1, ph + 1, false});
     if (st.io.file_error) stop_cond(st.io, st.io.file_error_mess, true);
     const auto text = kalvaris_inout::content(st.io, kalvaris_inout::unit::reflections_in);
     kalvaris_inout::close_unit(st.io, kalvaris_inout::unit::reflections_in);

@@ -1,6 +1,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <fstream>
 #include <random>
 
 #include "kv_assignk.hpp"
@@ -73,12 +74,10 @@ TEST(Assignk, RangesAgainstEveryPairOfPointAndReflection) {
         EXPECT_LE(got_hi, hi_near);
         EXPECT_GE(got_hi, hi);
         EXPECT_LE(got_lo, lo);
-        if (got_lo == 1 && lo_near > 1)  // the one point that starts the list
-          EXPECT_FALSE(std::exchange(reset, true));
-        else
-          EXPECT_GE(got_lo, lo_near);
+        const bool starts_the_list = got_lo == 1 && lo_near > 1 && !std::exchange(reset, true);
+        EXPECT_TRUE(starts_the_list || got_lo >= lo_near);
       }
-      if (hi_near == 0) EXPECT_EQ(kr, 0);
+      EXPECT_TRUE(hi_near > 0 || kr == 0);
     }
   }
 }
@@ -135,11 +134,12 @@ TEST(Assignk, TheTwoTablesGoToTheListing) {
   auto f = small_state::make();
   f.pattern().lst3 = 1, f.pattern().lst2 = 1;
   put_reflections(f, {50.0, 51.0}, 0.1f);
-  const std::string name = testing::TempDir() + "assignk.out";
-  f.st.io.units[kalvaris_inout::unit::listing] = std::make_unique<std::fstream>(name, std::ios::out | std::ios::trunc);
+  f.st.io.directory = testing::TempDir();
+  f.st.io.filenam = "assignk";
+  kalvaris_inout::openfile(f.st.io, {kalvaris_inout::file_key::listings, 0, 0, false});
   run(f);
-  f.st.io.units.clear();
-  std::ifstream in(name);
+  kalvaris_inout::close_all(f.st.io);
+  std::ifstream in(testing::TempDir() + "assignk.out");
   const std::string text((std::istreambuf_iterator<char>(in)), {});
   EXPECT_NE(text.find("   No.  Code       H   K   L  Phase"), std::string::npos);
   EXPECT_EQ(std::count(text.begin(), text.end(), '\n'), 1 + 2 + 1 + f.pattern().npts);

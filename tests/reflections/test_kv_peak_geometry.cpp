@@ -27,8 +27,8 @@ TEST(PeakGeometry, BraggsLawInASkewCell) {
   m.cell = small_state::reciprocal_metric(cell);
   m.lambda = 1.2;
   m.w = 0.01;
-  // distance of the lattice planes (1 -2 3): volume over the area spanned by two vectors of the plane, by hand in Cartesian
-  // axes gives the same as |h a* + k b* + l c*|, here summed from the metric tensor of independent make
+  // distance of the lattice planes (1 -2 3): volume over the area spanned by two vectors of the plane, by hand in
+  // Cartesian axes gives the same as |h a* + k b* + l c*|, here summed from the metric tensor of independent make
   const peak p = make_peak(m, {1, -2, 3});
   const auto g = m.cell;
   const double q = g[0] + 4 * g[1] + 9 * g[2] - 6 * g[3] + 3 * g[4] - 2 * g[5];
@@ -57,14 +57,15 @@ TEST(PeakGeometry, WidthsByShape) {
   peak_additions more;
   more.ggi = 0.004, more.strain2 = 0.25, more.layer = 0.1;
   // U + V + W + 2 (P + G^2) + ggi = 0.154, and the strain by (1 - xi)^2 for npro 7 alone
-  for (const row t : {row{0, 0.4, 0.404}, row{5, 0.4, 0.404}, row{7, 0.4, 0.244}, row{7, 1, 0.154}, row{11, 0, 0.404}}) {
+  for (const row t :
+       {row{0, 0.4, 0.404}, row{5, 0.4, 0.404}, row{7, 0.4, 0.244}, row{7, 1, 0.154}, row{11, 0, 0.404}}) {
     SCOPED_TRACE(testing::Message() << t.npro << ' ' << t.xi);
     peak_model m = at_90(t.npro);
     m.xi = t.xi;
     const peak p = make_peak(m, {1, 0, 0}, more);
     EXPECT_NEAR(p.hg2, t.hg2, 1e-12);
     EXPECT_NEAR(p.hg, std::sqrt(t.hg2), 1e-12);
-    if (t.npro != 7) EXPECT_EQ(p.h, p.hg);
+    EXPECT_TRUE(t.npro == 7 || p.h == p.hg);
   }
   peak_model m = at_90(7);
   m.x = 0.03, m.y = 0.05, m.xi = 0.4, more.size = 0.02, more.cci = 0.006, more.shift = 0.3;
