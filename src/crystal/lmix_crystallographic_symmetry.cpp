@@ -297,6 +297,7 @@ err_symm_type from_fixed_list(std::string_view spacegen, std::span<const std::st
 struct resolved {
   err_symm_type err;
   int row = 0;  // 0: not in the table
+  bool by_number = false;
 };
 
 // Row of a number or a Hermann-Mauguin symbol with its setting choice.
@@ -307,43 +308,25 @@ resolved resolve(std::string_view text, bool numbers) {
       colon == std::string_view::npos ? std::string_view{} : trimmed(text.substr(colon + 1));
   const bool choice_given = colon != std::string_view::npos;
   const auto no_choice = [&] {
-    return resolved{failure("Error in the provided symbol/number of the space group: " + std::string(base) +
-                            " has no setting choice '" + std::string(choice) + "'"),
-                    0};
+    return failure("Error in the provided symbol/number of the space group: " + std::string(base) +
+                   " has no setting choice '" + std::string(choice) + "'");
   };
-  if (numbers && !base.empty() && base.find_first_not_of("0123456789") == std::string_view::npos) {
+  resolved out;
+  out.by_number = numbers && !base.empty() && base.find_first_not_of("0123456789") == std::string_view::npos;
+  if (out.by_number) {
     const int number = base.size() > 4 ? 0 : std::atoi(std::string(base).c_str());
-    if (number < 1 || number > 230)
-      return {failure(" Number of Space Group out of limits. The number of the space group should be in the interval "
-                      "[1,230]"),
-              0};
-    const int row = choice_given && choice.empty() ? 0 : lmix_symmetry_tables::find_number(number, choice);
-    return row != 0 ? resolved{{}, row} : no_choice();
+    if (number < 1 || number > 230) {
+      out.err = failure(
+          " Number of Space Group out of limits. The number of the space group should be in the interval [1,230]");
+      return out;
+    }
+    if (!choice_given || !choice.empty()) out.row = lmix_symmetry_tables::find_number(number, choice);
+    if (out.row == 0) out.err = no_choice();
+    return out;
   }
-  const int row = lmix_symmetry_tables::preferred_row(lmix_symmetry_tables::find_hm(text));
-  if (row == 0 && choice_given && lmix_symmetry_tables::find_hm(base).size > 0) return no_choice();
-  return {{}, row};
-}
-
-err_symm_type from_symbol(std::string_view text, space_group_type& spg, std::span<const std::string> gen,
-                          std::string_view mode) {
-  const resolved found = resolve(text, mode != "HMS");
-  if (found.err) return found.err;
-  if (mode == "ITC") {
-    if (found.row != 0) return from_it_generators(found.row, spg);
-    return failure(" Problems in SpaceGroup: ITC " + std::string(text) +
-                   " => the HM symbol or the number is incorrect ");
-  }
-  if (found.row != 0) {
-    const bool by_number =
-        text.find_first_not_of("0123456789") == std::string_view::npos ||
-        trimmed(text.substr(0, text.find(':'))).find_first_not_of("0123456789") == std::string_view::npos;
-    return from_row(found.row, by_number ? "Generated from Hall symbol" : "IT (Generated from Hermann-Mauguin symbol)",
-                    spg);
-  }
-  if (mode == "HMS") return failure(" Wrong space-group symbol: " + std::string(text));
-  if (!gen.empty()) return from_generators(gen, spg);
-  return {true, {}};  // the caller tries the text as a Hall symbol
+  out.row = lmix_symmetry_tables::preferred_row(lmix_symmetry_tables::find_hm(text));
+  if (out.row == 0 && choice_given && lmix_symmetry_tables::find_hm(base).size > 0) out.err = no_choice();
+  return out;
 }
 
 err_symm_type from_hall_text(std::string_view text, space_group_type& spg) {
@@ -361,9 +344,17 @@ err_symm_type take_road(std::string_view text, space_group_type& spg, std::span<
   if (text.empty()) return failure("Error in the provided symbol/number of the space group");
   if (mode == "HAL") return from_hall_text(text, spg);
   if (!mode.empty() && mode != "HMS" && mode != "ITC") return failure(" Space Group Not Defined... Blank Option");
-  err_symm_type err = from_symbol(text, spg, gen, mode);
-  if (err && err.err_symm_mess.empty()) return from_hall_text(text, spg);
-  return err;
+  const resolved found = resolve(text, mode != "HMS");
+  if (found.err) return found.err;
+  if (mode == "ITC" && found.row == 0)
+    return failure(" Problems in SpaceGroup: ITC " + std::string(text) +
+                   " => the HM symbol or the number is incorrect ");
+  if (mode == "ITC") return from_it_generators(found.row, spg);
+  if (found.row != 0)
+    return from_row(found.row,
+                    found.by_number ? "Generated from Hall symbol" : "IT (Generated from Hermann-Mauguin symbol)", spg);
+  if (mode == "HMS") return failure(" Wrong space-group symbol: " + std::string(text));
+  return gen.empty() ? from_hall_text(text, spg) : from_generators(gen, spg);
 }
 
 }  // namespace

@@ -8,6 +8,7 @@
 #include <cstdint>
 #include <vector>
 
+#include "lmix_crystal_metrics.hpp"
 #include "lmix_crystallographic_symmetry.hpp"
 
 namespace lmix_reflections_utilities {
@@ -15,7 +16,7 @@ namespace lmix_reflections_utilities {
 using lmix_crystallographic_symmetry::matrix3i;
 using lmix_crystallographic_symmetry::space_group_type;
 using hkl_type = std::array<int, 3>;
-using metric_tensor = std::array<std::array<float, 3>, 3>;  ///< reciprocal: 1/d^2 = h g h [1/angstrom^2]
+using metric_tensor = lmix_math_general::mat3f;  ///< reciprocal: 1/d^2 = h g h [1/angstrom^2]
 
 struct reflection_type {
   hkl_type h{};
@@ -67,12 +68,9 @@ float hkl_s(const hkl_type& h, const metric_tensor& gr);
 std::vector<reflection_type> hkl_gen(const metric_tensor& gr, const space_group_type& group, bool friedel, float smin,
                                      float smax);
 
-/// The same for a cell record, whose `gr` is the reciprocal metric tensor.
-template <class Cell>
-requires requires(const Cell& c) { metric_tensor{c.gr}; }
-std::vector<reflection_type> hkl_gen(const Cell& cell, const space_group_type& group, bool friedel, float smin,
-                                     float smax) {
-  return hkl_gen(metric_tensor{cell.gr}, group, friedel, smin, smax);
+inline std::vector<reflection_type> hkl_gen(const lmix_crystal_metrics::crystal_cell_type& cell,
+                                            const space_group_type& group, bool friedel, float smin, float smax) {
+  return hkl_gen(cell.gr, group, friedel, smin, smax);
 }
 
 }  // namespace lmix_reflections_utilities

@@ -3,7 +3,6 @@
 // rows up. Nobody writes here: everything is constant.
 #pragma once
 #include <array>
-#include <optional>
 #include <span>
 #include <string>
 #include <string_view>

@@ -1,0 +1,243 @@
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cmath>
+#include <set>
+
+#include "lmix_crystallographic_symmetry.hpp"
+#include "lmix_symmetry_tables.hpp"
+
+namespace {
+using namespace lmix_crystallographic_symmetry;
+namespace tables = lmix_symmetry_tables;
+
+std::string row_symbol(const tables::spgr_info_row& s) {
+  std::string out(s.hm);
+  if (s.ext == "1" || s.ext == "2" || s.ext == "R") out += ":" + std::string(s.ext);
+  return out;
+}
+
+space_group_type group_of(std::string_view symbol, std::string_view mode = {}) {
+  space_group_type spg;
+  const err_symm_type err = set_spacegroup(symbol, spg, {}, mode);
+  EXPECT_FALSE(err) << symbol << ": " << err.err_symm_mess;
+  return spg;
+}
+
+// Rotation and translation in 24ths, an exact key of an operator of a tabulated group.
+using op_key = std::array<int, 12>;
+op_key key_of(const sym_oper_type& op) {
+  op_key key{};
+  for (std::size_t i = 0; i < 3; ++i) {
+    for (std::size_t j = 0; j < 3; ++j) key[3 * i + j] = op.rot[i][j];
+    const double t = static_cast<double>(op.tr[i]) * 24.0;
+    EXPECT_NEAR(t, std::round(t), 1e-4);
+    key[9 + i] = (static_cast<int>(std::lround(t)) % 24 + 24) % 24;
+  }
+  return key;
+}
+std::set<op_key> keys_of(const space_group_type& spg) {
+  std::set<op_key> keys;
+  for (const auto& op : spg.symop) keys.insert(key_of(op));
+  return keys;
+}
+// Product worked out on the keys, apart from the code under test.
+op_key times(const op_key& a, const op_key& b) {
+  op_key c{};
+  for (std::size_t i = 0; i < 3; ++i) {
+    c[9 + i] = a[9 + i];
+    for (std::size_t k = 0; k < 3; ++k) {
+      for (std::size_t j = 0; j < 3; ++j) c[3 * i + j] += a[3 * i + k] * b[3 * k + j];
+      c[9 + i] += a[3 * i + k] * b[9 + k];
+    }
+    c[9 + i] = (c[9 + i] % 24 + 24) % 24;
+  }
+  return c;
+}
+
+TEST(SpaceGroupTable, EverySettingHasItsOrderItsClassAndAClosedList) {
+  for (const auto& s : tables::spgr_info()) {
+    SCOPED_TRACE(row_symbol(s));
+    const space_group_type spg = group_of(row_symbol(s));
+    EXPECT_EQ(spg.numspg, s.number);
+    EXPECT_EQ(spg.hall, s.hall);
+    EXPECT_EQ(spg.info, s.choice);
+    ASSERT_EQ(spg.multip, s.multip);
+    ASSERT_EQ(spg.numlat, s.numlat);
+    EXPECT_EQ(spg.multip, spg.numops * spg.numlat * (spg.centred == centring_code::acentric ? 1 : 2));
+    const laue_pg found = get_laue_pg(spg.symop);  // from the axes, the table from Vol. A
+    EXPECT_EQ(tables::get_laue_str(found.laue), tables::get_laue_str(s.laue));
+    EXPECT_EQ(tables::get_pointgroup_str(found.pg), tables::get_pointgroup_str(s.pg));
+    const std::set<op_key> keys = keys_of(spg);
+    ASSERT_EQ(keys.size(), static_cast<std::size_t>(spg.multip));
+    bool closed = true;
+    for (const op_key& a : keys)
+      for (int m = 0; m < spg.numops; ++m)
+        closed = closed && keys.count(times(a, key_of(spg.symop[static_cast<std::size_t>(m)])));
+    EXPECT_TRUE(closed);
+  }
+}
+
+TEST(SpaceGroupTable, OperatorsStandInTheFixedOrder) {
+  for (const auto& s : tables::spgr_info()) {
+    SCOPED_TRACE(row_symbol(s));
+    const space_group_type spg = group_of(row_symbol(s));
+    EXPECT_EQ(spg.symopsymb[0], "x,y,z");
+    const auto n = static_cast<std::size_t>(spg.numops), per = spg.symop.size() / spg.latt_trans.size();
+    for (std::size_t m = 0; m < per - n; ++m) {
+      op_key expected = key_of(spg.symop[m]);
+      for (int& e : expected) e = -e;
+      for (std::size_t i = 0; i < 3; ++i) {
+        const double centre = static_cast<double>(spg.centre_coord[i]);
+        expected[9 + i] = (expected[9 + i] + static_cast<int>(std::lround(48.0 * centre)) + 48) % 24;
+      }
+      EXPECT_EQ(key_of(spg.symop[n + m]), expected);
+    }
+    for (std::size_t l = 0; l < spg.latt_trans.size(); ++l)
+      for (std::size_t m = 0; m < per; ++m) {
+        sym_oper_type shifted = spg.symop[m];
+        for (std::size_t i = 0; i < 3; ++i) shifted.tr[i] += spg.latt_trans[l][i];
+        EXPECT_EQ(key_of(spg.symop[l * per + m]), key_of(shifted));
+      }
+    for (std::size_t m = 0; m < spg.symop.size(); ++m) {
+      sym_oper_type back;
+      ASSERT_FALSE(read_xsym(spg.symopsymb[m], 0, back));
+      EXPECT_EQ(key_of(back), key_of(spg.symop[m]));
+    }
+  }
+}
+
+TEST(SpaceGroupTable, HallSymbolAndGeneratorsOfInternationalTablesGiveTheSameGroup) {
+  for (int number = 1; number <= 230; ++number) {
+    SCOPED_TRACE(number);
+    const space_group_type by_hall = group_of(std::to_string(number));
+    const space_group_type by_generators = group_of(std::to_string(number), "ITC");
+    EXPECT_EQ(by_generators.sg_setting, "Generated from explicit IT generators");
+    EXPECT_EQ(by_generators.numspg, number);
+    EXPECT_EQ(keys_of(by_hall), keys_of(by_generators));
+    EXPECT_EQ(by_hall.laue, tables::get_laue_class(number));
+  }
+}
+
+// "x/2+y/2-1/4": an affine map with rational coefficients.
+struct affine {
+  double m[3][3] = {}, t[3] = {};
+};
+affine read_basis(std::string_view text) {
+  affine b;
+  std::size_t i = 0, row = 0;
+  while (i < text.size()) {
+    if (text[i] == ',') ++row, ++i;
+    double value = 1.0;
+    int column = -1;
+    if (text[i] == '-' || text[i] == '+') value = text[i++] == '-' ? -1.0 : 1.0;
+    if (text[i] >= 'x')
+      column = text[i++] - 'x';
+    else
+      value *= text[i++] - '0';
+    if (i < text.size() && text[i] == '/') value /= text[i + 1] - '0', i += 2;
+    (column < 0 ? b.t[row] : b.m[row][column]) += value;
+  }
+  return b;
+}
+vector3 mapped(const affine& b, const vector3& x) {
+  vector3 out;
+  for (std::size_t i = 0; i < 3; ++i)
+    out[i] = static_cast<float>(b.t[i] + b.m[i][0] * static_cast<double>(x[0]) + b.m[i][1] * static_cast<double>(x[1]) +
+                                b.m[i][2] * static_cast<double>(x[2]));
+  return out;
+}
+
+// Equivalent points of the reference setting, told on the axes of another setting, are equivalent there.
+TEST(SpaceGroupTable, EverySettingIsItsReferenceOnOtherAxes) {
+  std::vector<space_group_type> reference(231);
+  for (const auto& s : tables::spgr_info())
+    if (s.basisop == "x,y,z" && reference[static_cast<std::size_t>(s.number)].multip == 0)
+      reference[static_cast<std::size_t>(s.number)] = group_of(row_symbol(s));
+  for (const auto& s : tables::spgr_info()) {
+    SCOPED_TRACE(row_symbol(s));
+    const space_group_type spg = group_of(row_symbol(s));
+    const affine b = read_basis(s.basisop);
+    const vector3 p{0.1137f, 0.2371f, 0.3719f};
+    std::vector<vector3> images;
+    for (const auto& op : spg.symop) images.push_back(applyso(op, mapped(b, p)));
+    for (const auto& op : reference[static_cast<std::size_t>(s.number)].symop) {
+      const vector3 q = mapped(b, applyso(op, p));
+      EXPECT_TRUE(std::ranges::any_of(images, [&](const vector3& image) {
+        return lattice_trans({q[0] - image[0], q[1] - image[1], q[2] - image[2]}, 'P');
+      }));
+    }
+  }
+}
+
+// Operators written out by a user lead back to the row of the table.
+TEST(SpaceGroupRecord, UserOperatorsAreRecognised) {
+  for (const char* symbol :
+       {"P 1", "C 1 2/c 1", "P b n m", "I 41/a m d:1", "R -3 c", "R 3 m:R", "F d -3 m", "P 63 m c"}) {
+    SCOPED_TRACE(symbol);
+    const space_group_type wanted = group_of(symbol);
+    std::vector<std::string> gen(wanted.symopsymb.rbegin(), wanted.symopsymb.rend());
+    space_group_type spg;
+    ASSERT_FALSE(set_spacegroup("", spg, gen, "gen"));
+    EXPECT_EQ(spg.spg_symb, wanted.spg_symb);
+    EXPECT_EQ(spg.hall, wanted.hall);
+    EXPECT_EQ(keys_of(spg), keys_of(wanted));
+    EXPECT_EQ(spg.wyckoff.num_orbit, wanted.wyckoff.num_orbit);
+  }
+}
+
+TEST(SpaceGroupRecord, UntabulatedOriginIsBuiltFromGenerators) {
+  space_group_type spg;
+  const std::vector<std::string> gen{"-x+0.2,-y,-z+1.25"};
+  ASSERT_FALSE(set_spacegroup("", spg, gen, "GEN"));
+  EXPECT_EQ(spg.numspg, 0);
+  EXPECT_EQ(spg.laue, "-1");
+  EXPECT_EQ(spg.centred, centring_code::centric_elsewhere);
+  EXPECT_NEAR(spg.centre_coord[0], 0.1f, 1e-6f);
+  EXPECT_NEAR(spg.centre_coord[2], 0.125f, 1e-6f);
+  EXPECT_NEAR(spg.symop[1].tr[2], 0.25f, 1e-6f);  // 1.25 is kept as 0.25
+  EXPECT_EQ(spg.centre, "Centric (-1 not at origin)  Gen(-1): -x+1/5,-y,-z+1/4");
+}
+
+TEST(SpaceGroupRecord, RoundedThirdsCloseToTheGroupThatIsMeant) {
+  space_group_type spg;
+  const std::vector<std::string> gen{"-y+0.667,x-y+0.333,z+0.333", "x+0.6667,y+0.3333,z+.3333"};
+  ASSERT_FALSE(set_spacegroup("", spg, gen, "GEN"));
+  EXPECT_EQ(spg.numspg, 146);
+  EXPECT_EQ(spg.multip, 9);
+}
+
+TEST(SpaceGroupRecord, FixedListIsTakenAsItStands) {
+  space_group_type spg;
+  const std::vector<std::string> gen{"x,y,z", "x+1/2,y+1/2,z", "-x,-y,-z", "-x+1/2,-y+1/2,-z"};
+  ASSERT_FALSE(set_spacegroup("C", spg, gen, "FIX"));
+  EXPECT_EQ(spg.multip, 4);
+  EXPECT_EQ(spg.numops, 4);
+  EXPECT_EQ(spg.spg_lat, 'C');
+  EXPECT_EQ(spg.symopsymb[3], "-x+1/2,-y+1/2,-z");
+  EXPECT_EQ(get_multip_pos_crys({0.1f, 0.2f, 0.3f}, spg), 4);
+  EXPECT_EQ(get_multip_pos_crys({0.f, 0.f, 0.f}, spg), 2);
+}
+
+TEST(SpaceGroupRecord, HexagonalFlagAsksForTheHexagonalTable) {
+  for (const auto& s : tables::spgr_info()) {
+    SCOPED_TRACE(row_symbol(s));
+    const bool hexagonal_axes = s.number >= 143 && s.number <= 194 && s.ext != "R";
+    // Diagonal cells of tetragonal groups and skewed monoclinic ones have no such operators in the table.
+    EXPECT_EQ(group_of(row_symbol(s)).hexa, hexagonal_axes);
+  }
+}
+
+TEST(SpaceGroupRecord, ListingNamesTheGroupAndItsOperators) {
+  const std::string text = write_spacegroup(group_of("P n m a"), true);
+  for (const char* part :
+       {"\n        Information on Space Group: \n", "Number of Space group: 62\n", "Hermann-Mauguin Symbol: P n m a\n",
+        "Centrosymmetry: Centric (-1 at origin)\n", "General multiplicity: 8\n", "0.0000 <= y <=  0.2500\n",
+        " => SYMM(  8): x,-y+1/2,z", "Symbol: n (0,1/2,1/2) 1/4,y,z\n"})
+    EXPECT_NE(text.find(part), std::string::npos) << part << text;
+  EXPECT_EQ(text.find("Generalized"), std::string::npos);
+  EXPECT_EQ(text.find("Table Setting Choice"), std::string::npos);
+  EXPECT_EQ(write_spacegroup(group_of("P n m a"), false).find("SYMM("), std::string::npos);
+}
+
+}  // namespace
