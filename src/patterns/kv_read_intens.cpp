@@ -58,7 +58,9 @@ struct reading {
   void echo(std::string_view line) { kalvaris_inout::out(st.io, kalvaris_inout::unit::listing) << line << '\n'; }
 };
 
-std::string number_text(float value) { return fmt_line{}.g(12, 5, static_cast<double>(value)).str(); }
+std::string number_text(float value) {
+  return std::string(lmix_string_utilities::trim(fmt_line{}.g(13, 6, static_cast<double>(value)).str()));
+}
 
 /// " => File: name, line: n" and, above 0, the column.
 std::string place(const reading& r, int line, std::size_t column = 0) {
@@ -319,9 +321,9 @@ bool heading_10(reading& r, xy_heading& heading) {
     comment_heading(r, line);
   }
   if (heading.flag == interpolation::internal) {
-    r.echo(" -> Internal interpolation for constant STEP =" + number_text(heading.step));
+    r.echo(" -> Internal interpolation for constant STEP = " + number_text(heading.step));
   } else if (heading.flag == interpolation::supplied) {
-    r.echo(" -> XY-DATA are supplied with constant STEP =" + number_text(heading.step));
+    r.echo(" -> XY-DATA are supplied with constant STEP = " + number_text(heading.step));
   }
   r.p.iconstep = heading.flag != interpolation::none;
   return true;
@@ -422,8 +424,8 @@ bool keep_point(reading& r, const xy_heading& heading, const data_line& read, xy
 void end_at_empty_line(reading& r) {
   const int line_number = r.file.lines_taken();
   if (!r.file.peek_value()) return;
-  const std::string text = " => WARNING: the data end at the empty line" + std::to_string(line_number).insert(0, " ") +
-                           " of " + r.name + ", what follows is not read";
+  const std::string text = " => WARNING: the data end at the empty line " + std::to_string(line_number) + " of " +
+                           r.name + ", what follows is not read";
   kalvaris_inout::mess_cons(r.st.io, text);
   kalvaris_inout::both_listings(r.st.io, text);
 }
