@@ -13,9 +13,9 @@ constexpr double rad = std::numbers::pi / 180.0;
 
 bool xrays(const lpabs_model& m) { return m.jobtyp == job::xrays || m.jobtyp == job::calc_x; }
 
-/// Part of the beam that meets the sample.
+/// Part of the beam that meets the sample; all of it when sent0 is not above 0.
 double illumination(const lpabs_model& m, double sinth) {
-  const bool acts = xrays(m) && m.sent0 > 0 && (m.ilor == -1 || m.ilor == 0 || m.ilor == 3);
+  const bool acts = xrays(m) && (m.ilor == -1 || m.ilor == 0 || m.ilor == 3);
   const double limit = std::sin(0.5 * m.sent0 * rad);
   return acts && sinth <= limit ? sinth / limit : 1.0;
 }

@@ -27,8 +27,6 @@ TEST(PeakGeometry, BraggsLawInASkewCell) {
   m.cell = small_state::reciprocal_metric(cell);
   m.lambda = 1.2;
   m.w = 0.01;
-  // distance of the lattice planes (1 -2 3): volume over the area spanned by two vectors of the plane, by hand in
-  // Cartesian axes gives the same as |h a* + k b* + l c*|, here summed from the metric tensor of independent make
   const peak p = make_peak(m, {1, -2, 3});
   const auto g = m.cell;
   const double q = g[0] + 4 * g[1] + 9 * g[2] - 6 * g[3] + 3 * g[4] - 2 * g[5];

@@ -193,6 +193,17 @@ TEST(Genera, LimitsFollowTailsUserAndExcludedRegions) {
   EXPECT_NEAR(make_limits(f.st, 0, 0).last, 179, 1e-5);
 }
 
+TEST(Genera, PeakThatShiftsPutOutsideIsLeftOut) {
+  auto f = rock_salt();
+  f.pattern().thmin = 29.5f;  // 111 stands at 30.03
+  genera(f.st, 0, 0);
+  EXPECT_EQ(f.pattern().refl.mlt[0], 8);
+  clear_list(f.st, 0);
+  f.pattern().glb[gslot::zero] = -1.f;
+  genera(f.st, 0, 0);
+  EXPECT_EQ(f.pattern().refl.mlt[0], 6);
+}
+
 TEST(Genera, ListThatPassesItsLimitStops) {
   auto f = phase_of("P -1", {15, 16, 17, 80, 95, 105});
   f.st.io.console = &f.console;
