@@ -42,8 +42,8 @@ void read_chi2_comment(reading& r, std::string_view comment) {
 /// `NPATT n` and, behind n, a 0 for each pattern that takes no part.
 bool read_npatt(reading& r) {
   const place at{"NPATT line"};
-  const std::string line = r.in.take();
-  lmix_list_input::list_scanner numbers(pcr_lines::without_comment(line.substr(multi_pattern_word.size())));
+  const std::string text = pcr_lines::without_comment(r.in.take().substr(multi_pattern_word.size()));
+  lmix_list_input::list_scanner numbers(text);
   int n_patt = 0;
   if (numbers.read(n_patt) != lmix_list_input::list_status::value) {
     return r.in.refuse(at, "the number of patterns cannot be read");

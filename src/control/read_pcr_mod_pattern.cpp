@@ -185,10 +185,15 @@ bool read_microabsorption(reading& r, int ip) {
   return true;
 }
 
-bool is_six_numbers(const std::string& line) {
-  std::string_view rest = line;
-  const std::string text = pcr_lines::without_comment(rest);
-  rest = text;
+/// A word that may stand in front of the codes of a background.
+constexpr std::string_view codes_word = "Codes";
+
+std::string without_codes_word(const std::string& line) {
+  return pcr_lines::without_comment(pcr_lines::begins_with(line, codes_word) ? line.substr(codes_word.size()) : line);
+}
+
+bool is_six_numbers(const std::string& text) {
+  std::string_view rest = text;
   int count = 0;
   for (auto word = lmix_string_utilities::cutst(rest); !word.empty(); word = lmix_string_utilities::cutst(rest)) {
     float number = 0.f;
@@ -201,15 +206,14 @@ bool is_six_numbers(const std::string& line) {
 /// The cosine series has 12 or 18 terms: 18 when the next two lines are six numbers each.
 std::size_t lines_that_stand(reading& r, const background_lines& row, std::size_t line) {
   const bool optional = row.nbckgd == 4 && line == 2;
-  return optional && !(is_six_numbers(r.in.peek(1)) && is_six_numbers(r.in.peek(2))) ? line : row.lines();
+  const bool stands =
+      is_six_numbers(pcr_lines::without_comment(r.in.peek(1))) && is_six_numbers(without_codes_word(r.in.peek(2)));
+  return optional && !stands ? line : row.lines();
 }
 
-/// The codes below a line of coefficients; a word "Codes" in front of them is passed over.
 bool read_background_codes(reading& r, const place& at, std::string_view letters) {
-  constexpr std::string_view word = "Codes";
-  if (!pcr_lines::begins_with(r.in.peek(), word)) return r.in.values(at, letters);
-  const std::string line = r.in.take();
-  return r.in.values_of(at, pcr_lines::without_comment(line.substr(word.size())), letters);
+  if (!pcr_lines::begins_with(r.in.peek(), codes_word)) return r.in.values(at, letters);
+  return r.in.values_of(at, without_codes_word(r.in.take()), letters);
 }
 
 bool read_coefficients(reading& r, int ip, const background_lines& row) {

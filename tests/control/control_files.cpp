@@ -2,6 +2,8 @@
 
 #include <unistd.h>
 
+#include <stdexcept>
+
 namespace control_files {
 
 // clang-format off
@@ -201,7 +203,8 @@ O      O      0.333333  0.666667  0.381900   0.60000   0.166667   0   0   0   0
 
 std::string with(std::string text, std::string_view from, std::string_view to) {
   const std::size_t at = text.find(from);
-  return at == std::string::npos ? "the text does not hold: " + std::string(from) : text.replace(at, from.size(), to);
+  if (at == std::string::npos) throw std::invalid_argument("the text does not hold: " + std::string(from));
+  return text.replace(at, from.size(), to);
 }
 
 std::vector<std::string> lines_of(std::string_view text) {

@@ -1,0 +1,231 @@
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <cctype>
+#include <functional>
+
+#include "control_files.hpp"
+
+namespace {
+
+using control_files::run_directory;
+using control_files::with;
+using control_files::with_line;
+using testing::EndsWith;
+using testing::HasSubstr;
+using testing::StartsWith;
+
+std::string at_line(int n) {
+  const std::string number = std::to_string(n);
+  return " => Please check your input file at line: " + std::string(6 - number.size(), ' ') + number + " !\n";
+}
+
+struct failure_row {
+  std::string text;
+  int ierr_fmt;
+  std::string words;  ///< a part of the message
+  int line;           ///< line that it names, 0 none
+};
+
+void expect_failure(run_directory& run, const failure_row& row) {
+  SCOPED_TRACE(row.words);
+  EXPECT_EQ(run.read(row.text).fmt.ierr_fmt, row.ierr_fmt);
+  EXPECT_THAT(run.message(), HasSubstr(row.words));
+  if (row.line > 0) {
+    EXPECT_THAT(run.message(), EndsWith(at_line(row.line)));
+  }
+}
+
+const std::string& lab6 = control_files::lab6;
+const std::string& ceria = control_files::ceria;
+const std::string free_lab6 = control_files::lab6_free();
+
+TEST(ReadPcrFailure, ShortForm) {
+  const auto job = [](std::string_view from, std::string_view to) { return with(free_lab6, from, to); };
+  const std::string flags = "   0   7   1   0   1   0   0   0   0   0   0   0   0   0   0   0   0   0   0";
+  const auto flag = [&](int k, int value) {
+    std::string changed = flags, number = std::to_string(value);
+    changed.replace(static_cast<std::size_t>(4 * k), 4, std::string(4 - number.size(), ' ') + number);
+    return with(free_lab6, flags, changed);
+  };
+  const std::string phase = "   2   0   0 0.0 0.0 1.0   0   0   0   0   0       0.000   0   7   0";
+  const auto phase_line = [&](std::string_view line) { return with(free_lab6, phase, line); };
+  run_directory run;
+  for (const failure_row& row : std::vector<failure_row>{
+           {lab6, 100, "linear restraints", 5},
+           {flag(0, 5), 100, "unknown kind of job", 3},
+           {flag(2, 17), 100, "number of phases must lie in 0..16", 3},
+           {flag(2, -1), 100, "number of phases must lie in 0..16", 3},
+           {flag(3, 378), 100,
+            "Number of backg. points/pattern:  378\n Maximum Number of backg. points/pattern:  377\n Too many", 0},
+           {flag(3, -378), 100, " Too many background points \n", 0},
+           {flag(4, 31), 100, "  Maximum number of excl. regions/pattern:    30\n Too many excluded regions \n", 0},
+           {flag(4, -1), 100, "number of excluded regions is negative", 3},
+           {flag(5, 31), 100, "number of scattering entries must lie in -30..30", 3},
+           {flag(6, 2), 100, "(Nor)", 3},
+           {flag(8, 4), 100, "(Iwg)", 3},
+           {flag(9, 7), 100, "(Ilo)", 3},
+           {flag(11, 1), 100, "resolution files", 3},
+           {flag(12, -1), 100, "(Ste)", 3},
+           {flag(13, 501), 100, "number of parameters with limits must lie in 0..500", 3},
+           {flag(14, 1), 100, "(Cry)", 3},
+           {flag(15, 1), 100, "(Uni)", 3},
+           {flag(16, 1), 100, "(Cor)", 3},
+           {job("   0   7   1   0", "   0   7 1.5   0"), 3, "integer field found real", 3},
+           {job("   0   7   1   0", "99999999999 7 1 0"), 2, "read error", 3},
+           {job("   0   0   1   0   1   0   0   0   0   1  10", "  -2   0   1   0   1   0   0   0   0   1  10"), 100,
+            "(Iot", 5},
+           {job("  1.540560  1.544390", "  1.5405x0  1.544390"), 7, "invalid character in a numeric field", 7},
+           {job("  1.540560  1.544390", "  0.0       1.544390"), 100, "the wavelength is not positive", 7},
+           {job("  1.540560  1.544390", "  1e99      1.544390"), 2, "read error", 7},
+           {job("  1.540560  1.544390", "  nan       1.544390"), 7, "", 7},
+           {job("\n      16\n", "\n     501\n"), 100, "number of refined parameters must lie in 0..500", 13},
+           {job("\n      16\n", "\n      -1\n"), 100, "number of refined parameters must lie in 0..500", 13},
+           {job("0.00000     0.00     0", "0.00000     0.00     2"), 100, "zero line of pattern: 1", 15},
+           {job("0.00000     0.00     0", "0.00000     0.00     4"), 100, "flag More must lie in 0..3", 15},
+           {job("\nLaB6\n", "\nLaB6 MAG_ONLY\n"), 100, "name of the phase of phase: 1", 20},
+           {job("\nLaB6\n", "\nLaB6\nCOMMANDS\nEND\n"), 100, "COMMANDS", 21},
+           {phase_line("   0   0   0 0.0 0.0 1.0   0   0   0   0   0       0.000   0   7   0"), 100,
+            "intensities without atoms for phase 1\n  Introduce atoms or,", 0},
+           {phase_line(" 831   0   0 0.0 0.0 1.0   0   0   0   0   0       0.000   0   7   0"), 100,
+            "number of atoms must lie in 0..830", 22},
+           {phase_line("   2   1   0 0.0 0.0 1.0   0   0   0   0   0       0.000   0   7   0"), 100, "(Dis)", 22},
+           {phase_line("   2   0   1 0.0 0.0 1.0   0   0   0   0   0       0.000   0   7   0"), 100, "(Ang)", 22},
+           {phase_line("   2   0   0 0.0 0.0 1.0   1   0   0   0   0       0.000   0   7   0"), 100,
+            "this kind of phase is not available (Jbt 1)", 22},
+           {phase_line("   2   0   0 0.0 0.0 1.0   0   4   0   0   0       0.000   0   7   0"), 100, "(Irf 4)", 22},
+           {phase_line("   2   0   0 0.0 0.0 1.0   0   0   1   0   0       0.000   0   7   0"), 100, "(Isy)", 22},
+           {phase_line("   2   0   0 0.0 0.0 1.0   0   0   0   1   0       0.000   0   7   0"), 100, "(Str)", 22},
+           {phase_line("   2   0   0 0.0 0.0 1.0   0   0   0   0   0       0.000   1   7   0"), 100, "(Nvk)", 22},
+           {phase_line("   2   0   0 0.0 0.0 1.0   0   0   0   0   0       0.000   0  11   0"), 100, "(Npr 11)", 22},
+           {phase_line("   2   0   0 0.0 0.0 1.0   0   0   0   0   0  0.0 0 7 1\n 0 2 0 0 0 0 0. 0. 0. 0. 0 0 0 0"),
+            100, "(Jdist)", 23},
+           {phase_line("   2   0   0 0.0 0.0 1.0   0   0   0   0   0  0.0 0 7 1\n 0 0 0 0 0 0 0. 0. 0. 0. 0 1 0 0"),
+            100, "(Nref_sp)", 23},
+           {job("P m -3 m  ", "P m -4 m  "), 100, "space group of phase: 1", 23},
+           {job("P m -3 m  ", "Mag; 1.1  "), 100, " Error trying to read Shubnikov Group information", 23},
+           {job("La     LA  ", "La     SASH"), 100, "(SASH)", 25},
+           {job("0.020833   0   0   0", "0.020833   0   0   4"), 100, "(N_t 4)", 25},
+           {job("0.020833   0   0   0", "0.020833   1  49   0"), 100, "(In, Fin)", 25},
+           {job("0.00000   0.00000        0\n", "0.00000   0.00000       14\n"), 100, "Strain-Model", 34},
+           {job("0.000000     0.000000        0\n", "0.000000     0.000000       21\n"), 100, "Size-Model", 37},
+           {job("    0.006000    -0.004000     0.003500     0.008000     0.015000", "0 0 0 0 0"), 100,
+            " Zero half-width parameters for phase  1 and NO resolution-file provided! \n", 0},
+           {job("    4.156890    4.156890    4.156890   90", "    0.156890   -4.156890    4.156890   90"), 100,
+            "cell line of phase: 1 pattern: 1", 40},
+           {job("   90.000000\n", "  190.000000\n"), 100, "a cell angle does not lie between", 40},
+       }) {
+    expect_failure(run, row);
+  }
+}
+
+TEST(ReadPcrFailure, LongForm) {
+  run_directory run;
+  const std::string text = control_files::corundum_free();
+  expect_failure(run, {text, 100, "The data file: al2o3_x.dat does not exist! -> Pattern#  1", 0});
+  EXPECT_TRUE(run.state->io.file_error);
+  run.put("al2o3_x.dat", "");
+  expect_failure(run, {text, 100, "The data file: al2o3_n.dat does not exist! -> Pattern#  2", 0});
+  run.put("al2o3_n.dat", "");
+  for (const failure_row& row : std::vector<failure_row>{
+           {control_files::corundum, 100, "distance restraints", 39},
+           {with(text, "NPATT  2", "NPATT 81"), 100, "number of patterns must lie in 1..80", 2},
+           {with(text, "NPATT  2   1  1", "NPATT x"), 100, "the number of patterns cannot be read", 2},
+           {with_line(text, 8, "1 7 0 1 0 0 0 0 0 0 0 0 0 1"), 100, "(Int) are not available", 8},
+           {with_line(text, 8, "1 7 0 1 0 0 0 0 0 0 0 0 1 0"), 100, "flags of pattern: 2\n", 0},
+           {with_line(text, 41, "1 2"), 100, "contribution must lie in 0..1", 41},
+           {with(text, "   2   0   0   0   0   0   0  ", "   0   0   0   0   0   0   0  "), 100,
+            "for phase 1 and pattern #1", 0},
+           {with(text, "     20.000    130.000      1", "20. 130. 3"), 100, "pattern number must lie in 1..2", 77},
+       }) {
+    expect_failure(run, row);
+  }
+}
+
+TEST(ReadPcrFailure, LimitsOfParameters) {
+  run_directory run;
+  const std::string base = with(ceria, "0   7   1  -3   0   0   0   0   0   0   0   0   0   0",
+                                "0   7   1  -3   0   0   0   0   0   0   0   0   0   2");
+  const auto limits = [&](const char* lines) { return base + "! limits\n" + lines; };
+  auto& st = run.read(limits("1 0. 0.5 0.04 1 Zero name\n\n 2 0 1\n"));
+  ASSERT_EQ(st.fmt.ierr_fmt, 0) << run.message();
+  ASSERT_EQ(st.run.limits.size(), 2u);
+  EXPECT_EQ(st.run.limits[0].name, "Zero name");
+  EXPECT_FLOAT_EQ(st.run.limits[0].step, 0.04f);
+  expect_failure(run, {limits("1 0.5 0.1\n2 0 1\n"), 100, "lower limit above upper limit", 26});
+  expect_failure(run, {limits("501 0 1\n2 0 1\n"), 100, "parameter number out of range", 26});
+  expect_failure(run, {limits("0 0 1\n2 0 1\n"), 100, "parameter number out of range", 26});
+  expect_failure(run, {limits("2 0 1\n2 0 1\n"), 100, "were given before", 27});
+  expect_failure(run, {limits("2 0 1\n"), -1, " => The control file ends before: limits of a parameter", 0});
+}
+
+TEST(ReadPcrFailure, LineNumbersCountCommentsAndBlankLines) {
+  run_directory run;
+  const std::string text = with(free_lab6, "! Number of refined parameters (maxs)\n", "! one\n\n# two\n\t! three\n\n");
+  expect_failure(run, {with(text, "\n      16\n", "\n      x6\n"), 7, "'x6'", 17});
+  expect_failure(run, {with(text, "P m -3 m ", "\n!\nQ m -3 m "), 100, "space group", 29});
+  expect_failure(run, {with(text, "0.35000   0.020833", "0.35000   0,020833"), 7, "", 29});
+}
+
+/// A file cut behind any line is either complete or is told where it ends; cut in the middle of a line it may be read
+/// wrongly but never breaks the program.
+TEST(ReadPcrFailure, EveryCutHasItsMessage) {
+  run_directory run;
+  run.put("al2o3_x.dat", "");
+  run.put("al2o3_n.dat", "");
+  for (const std::string& text : {free_lab6, control_files::corundum_free(), ceria, control_files::zincite}) {
+    const std::vector<std::string> lines = control_files::lines_of(text);
+    int last_needed = 0;
+    for (std::size_t n = 1; n <= lines.size(); ++n) {
+      const std::string head = control_files::join({lines.begin(), lines.begin() + static_cast<std::ptrdiff_t>(n)});
+      const int ierr = run.read(head).fmt.ierr_fmt;
+      if (ierr == 0) continue;
+      last_needed = static_cast<int>(n);
+      EXPECT_EQ(ierr, -1) << n << run.message();
+      EXPECT_THAT(run.message(), HasSubstr(" => The control file ends before: ")) << n;
+      (void)run.read(head.substr(0, head.size() - 4));
+    }
+    EXPECT_GE(last_needed, static_cast<int>(lines.size()) - 3);
+  }
+}
+
+/// Each word of each line replaced by what does not belong there: a refusal names that line, or a later one where the
+/// word changed what is to follow. Lines of text (title, names) take anything.
+TEST(ReadPcrFailure, EveryWordMayBeWrong) {
+  run_directory run;
+  run.put("al2o3_x.dat", "");
+  run.put("al2o3_n.dat", "");
+  int refused_at_line = 0, numbers = 0;
+  for (const std::string& text : {free_lab6, control_files::corundum_free(), ceria, control_files::zincite}) {
+    const std::vector<std::string> lines = control_files::lines_of(text);
+    for (std::size_t n = 1; n < lines.size(); ++n) {
+      if (lines[n].empty() || lines[n][0] == '!') continue;
+      std::istringstream in(lines[n]);
+      std::vector<std::string> words;
+      for (std::string word; in >> word;) words.push_back(word);
+      const bool all_numbers = std::all_of(words.begin(), words.end(), [](const std::string& w) {
+        return std::isdigit(static_cast<unsigned char>(w.back())) != 0 &&
+               std::isalpha(static_cast<unsigned char>(w[0])) == 0;
+      });
+      for (std::size_t k = 0; k < words.size(); ++k) {
+        for (const char* wrong : {"x1", "1e999", "-7", "99999999999999", "nan", "0", ""}) {
+          std::vector<std::string> changed = words;
+          changed[k] = wrong;
+          std::string line;
+          for (const std::string& w : changed) line += ' ' + w;
+          const int ierr = run.read(with_line(text, static_cast<int>(n + 1), line)).fmt.ierr_fmt;
+          EXPECT_EQ(ierr != 0, run.state->fmt.mess_findfmt.nlines > 0) << line;
+          if (!all_numbers || wrong != std::string("x1")) continue;
+          ++numbers;
+          EXPECT_TRUE(ierr == 7 || ierr == 100) << line;
+          if (run.message().ends_with(at_line(static_cast<int>(n + 1)))) ++refused_at_line;
+        }
+      }
+    }
+  }
+  EXPECT_GT(numbers, 500);
+  // One line is not refused: words in front of the output flags of the long form are passed over.
+  EXPECT_EQ(refused_at_line, numbers - 1);
+}
+
+}  // namespace
