@@ -225,6 +225,8 @@ bool cycle_runner::solve(double chi2) {
   if (inverse.singular) {
     listing(" ==> Singular matrix!!, fix some parameters!");
     console(" Singular matrix!!, fix some parameters!");
+    console(" The other parameters leave none of its own to " + name_of(inverse.column + 1) +
+            " no.:" + fmt_line{}.i(5, inverse.column + 1).str());
     kalvaris_inout::stop_cond(st.io, " Singular Matrix!! ", true);
   }
   st.run.cond = static_cast<float>(inverse.condition);

@@ -105,7 +105,7 @@ inversion dp_inv(std::span<double> matrix, std::span<double> vector, int n) {
   if (n == 1) {
     matrix[0] = 1.0 / matrix[0];
     vector[0] *= matrix[0];
-    return {false, 1.0};
+    return {false, 1.0, -1};
   }
   const auto size = static_cast<std::size_t>(n);
   std::vector<double> c(matrix.begin(), matrix.end()), x(vector.begin(), vector.end()), scale(size);
@@ -113,6 +113,8 @@ inversion dp_inv(std::span<double> matrix, std::span<double> vector, int n) {
   std::iota(index.begin(), index.end(), std::size_t{0});
   const auto row = [&](std::size_t i) { return c.data() + i * size; };
 
+  // rows are scaled to a largest element of 1, so that a pivot of this size is rounding and nothing else
+  const double smallest_pivot = 4.0 * n * std::numeric_limits<double>::epsilon();
   double anorm = 0;
   for (std::size_t i = 0; i < size; ++i) {
     double largest = 0, row_sum = 0;
@@ -120,7 +122,7 @@ inversion dp_inv(std::span<double> matrix, std::span<double> vector, int n) {
       largest = std::max(largest, std::abs(row(i)[j]));
       row_sum += std::abs(row(i)[j]);
     }
-    if (!(largest > 0)) return {true, 0};
+    if (!(largest > 0)) return {true, 0, static_cast<int>(i)};
     anorm = std::max(anorm, row_sum);
     scale[i] = largest;
     x[i] /= largest;
@@ -133,7 +135,7 @@ inversion dp_inv(std::span<double> matrix, std::span<double> vector, int n) {
       if (std::abs(row(index[i])[k]) > std::abs(row(index[best])[k])) best = i;
     std::swap(index[k], index[best]);
     double* pivot_row = row(index[k]);
-    if (!(std::abs(pivot_row[k]) >= 1.0e-40)) return {true, 0};
+    if (!(std::abs(pivot_row[k]) >= smallest_pivot)) return {true, 0, static_cast<int>(k)};
     const double t = 1.0 / pivot_row[k];
     pivot_row[k] = t;
     x[index[k]] *= t;
@@ -160,7 +162,7 @@ inversion dp_inv(std::span<double> matrix, std::span<double> vector, int n) {
     }
     inverse_norm = std::max(inverse_norm, row_sum);
   }
-  return {false, anorm * inverse_norm};
+  return {false, anorm * inverse_norm, -1};
 }
 
 }  // namespace normal_equations

@@ -43,8 +43,9 @@ class normal_matrix {
 
 /// Result of dp_inv.
 struct inversion {
-  bool singular = false;  ///< a pivot fell below 1e-40; matrix and vector are then undefined
+  bool singular = false;  ///< a pivot vanished within rounding; matrix and vector are then undefined
   double condition = 0;   ///< largest row sum of the matrix times that of its inverse
+  int column = -1;        ///< 0-based unknown that the others already determine, when singular
 };
 /// Gauss-Jordan elimination with row equilibration and partial pivoting in double precision: matrix (row-major n x n)
 /// becomes its inverse, vector the solution. A matrix of order 1 is divided without a test.
