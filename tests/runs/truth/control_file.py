@@ -2,7 +2,7 @@
 """Control files of a simulated case, written from the same case.json as its pattern.
 
     control_file.py CASE_DIRECTORY...   writes <case>.pcr (disturbed start, codes), <case>_exact.pcr
-                                        (true values, nothing refined) and truth.json;
+                                        (true values, nothing refined), truth.json and truth.txt;
                                         with "filter" in the case, <case>_filter.pcr with a filtered background
 
 Parameters are numbered in the order in which the file names them; slots that share a tag share
@@ -231,12 +231,11 @@ class Writer:
 
     def profile(self, iph, ip, phase, profile):
         where = f"phase {iph + 1} pattern {ip + 1}"
-        cubic = "K00" in profile
         self.comment(f"-------> Profile Parameters for Pattern #  {ip + 1}")
-        for line, (head, names) in enumerate(PROFILE_LINES):
+        for head, names in PROFILE_LINES:
             self.lines.append(head)
             self.values_and_codes([profile.get(n, 0.0) if n else 0.0 for n in names],
-                                  [f"{n} {where}" for n in names], 22 if line == 1 and cubic else 0)
+                                  [f"{n} {where}" for n in names], 0)
         self.comment("     a          b         c        alpha      beta       gamma")
         self.values_and_codes(phase["cell"], [f"cell_{n} phase {iph + 1}" for n in ("a", "b", "c", "al", "be", "ga")])
         self.comment("  Pref1    Pref2      Asy1     Asy2     Asy3     Asy4      S_L      D_L")
@@ -244,9 +243,6 @@ class Writer:
         self.values_and_codes([profile.get("Pref1", 0.0), profile.get("Pref2", 0.0), *asymmetry,
                                profile.get("S_L", 0.0), profile.get("D_L", 0.0)],
                               [f"{n} {where}" for n in ("Pref1", "Pref2", "Asy1", "Asy2", "Asy3", "Asy4", "S_L", "D_L")])
-        if cubic:
-            self.comment("        K00         K41         K61      Size harmonics (Laue:m-3m)")
-            self.values_and_codes([profile["K00"], profile["K41"], 0.0], [f"{n} {where}" for n in ("K00", "K41", "K61")])
 
     # ------------------------------------------------------------ whole file
 
@@ -290,11 +286,20 @@ def write_structure_factors(path, case):
     path.write_text("\n".join(lines) + "\n")
 
 
+def write_table(path, truth):
+    """What a test needs of truth.json, one line per refined number: number, name, true value, and the
+    estimate of fit.py with its deviation where it has been made."""
+    lines = ["# number name value fit esd"]
+    for e in truth["parameters"]:
+        columns = [str(e["number"]), e["name"].replace(" ", "_"), f"{e['value']:.9g}"]
+        lines.append(" ".join(columns + [f"{e[k]:.9g}" for k in ("fit", "esd") if k in e]))
+    path.write_text("\n".join(lines) + "\n")
+
+
 def write_truth(path, case, name, entries, exact=False):
     """truth.json; what fit.py has added to a former one is kept."""
-    kept = {}
-    if path.exists():
-        kept = {e["tag"]: e for e in json.loads(path.read_text())["parameters"]}
+    former = json.loads(path.read_text()) if path.exists() else {"parameters": []}
+    kept = {e["tag"]: e for e in former["parameters"]}
     for entry in entries:
         old = kept.get(entry["tag"], {})
         entry.update({k: old[k] for k in ("fit", "esd") if k in old})
@@ -305,7 +310,10 @@ def write_truth(path, case, name, entries, exact=False):
         truth["exact_control_file"] = f"{name}_exact.pcr"
         for pattern, p in zip(truth["patterns"], case["patterns"]):
             pattern["reference"] = p["file"] + ".ref"
+    if "fit_chi2" in former:
+        truth["fit_chi2"] = former["fit_chi2"]
     path.write_text(json.dumps(truth, indent=1) + "\n")
+    write_table(path.with_suffix(".txt"), truth)
 
 
 def write_all(directory, exact=True):
@@ -317,7 +325,7 @@ def write_all(directory, exact=True):
     if exact:
         (directory / f"{name}_exact.pcr").write_text(Writer(case, "v", name).text())
         if any(phase.get("kind") == "profile" for phase in case["phases"]):
-            write_structure_factors(directory / f"{name}_exact.hkl", case)
+            write_structure_factors(directory / f"{name}_exact1.hkl", case)
     write_truth(directory / "truth.json", case, name, start.numbers.entries, exact)
     if "filter" in case:
         case["patterns"][0]["background"] = {"kind": "filter", **case["filter"]}

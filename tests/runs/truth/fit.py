@@ -1,7 +1,7 @@
 #!/usr/bin/env python3
 """Least-squares fit of a case's data with the model of simulate.py, from the disturbed start.
 
-    fit.py CASE_DIRECTORY...   adds "fit" and "esd" to every parameter of truth.json and prints
+    fit.py CASE_DIRECTORY...   adds "fit" and "esd" to every parameter of truth.json and truth.txt, prints
                                how far each lies from the truth
 
 It answers two questions about a case before a program is blamed for it: does the start lead to the
@@ -13,6 +13,7 @@ import math
 import sys
 from pathlib import Path
 
+import control_file
 import simulate
 
 
@@ -185,6 +186,7 @@ def report(directory):
               f"esd {esd:10.3g} pull {pull:6.2f} start-off {(start - true) / esd:8.1f}")
     truth["fit_chi2"] = float(f"{chi2:.6g}")
     path.write_text(json.dumps(truth, indent=1) + "\n")
+    control_file.write_table(path.with_suffix(".txt"), truth)
     print(f"  largest pull {worst:.2f}")
 
 

@@ -27,7 +27,6 @@ RAD = math.pi / 180.0
 GAUSS_NORM = 2.0 * math.sqrt(math.log(2.0) / math.pi)  # area 1 for FWHM 1
 GAUSS_EXP = 4.0 * math.log(2.0)
 MOTT_BETHE = 0.023934  # m e^2 / (8 pi eps0 h^2) in 1/angstrom: electron length = this * (Z - f) / s^2
-SIZE_TO_WIDTH = 360.0 / (1000.0 * math.pi**2)  # FWHM [deg] of a size parameter 1000/L per angstrom of wavelength
 
 
 # ---------------------------------------------------------------- cases and their parameters
@@ -316,7 +315,7 @@ def asymmetry_factor(p, z, theta):
 class Peak:
     """One reflection at one wavelength: everything that its shape depends on."""
 
-    def __init__(self, pattern, profile, theta, size_width):
+    def __init__(self, pattern, profile, theta):
         two_theta = 2.0 * theta / RAD
         tangent, cosine = math.tan(theta), math.cos(theta)
         displacement = math.cos(2.0 * theta) if pattern["radiation"] == "n" or \
@@ -331,7 +330,7 @@ class Peak:
         self.fwhm, self.eta = math.sqrt(gaussian2), 0.0
         shape = pattern["npr"]
         if shape == 7:
-            lorentzian = profile["X"] * tangent + (profile["Y"] + size_width) / cosine
+            lorentzian = profile["X"] * tangent + profile["Y"] / cosine
             self.fwhm, self.eta = tch(self.fwhm, lorentzian)
         elif shape == 5:
             self.eta = profile["Shape1"] + profile["X"] * two_theta
@@ -513,7 +512,7 @@ class Model:
             if profile is None:
                 continue
             group, metric = self.group(iph, phase), reciprocal_metric(phase["cell"])
-            widest = Peak(pattern, profile, 0.5 * high * RAD, 0.1 if "K00" in profile else 0.0)
+            widest = Peak(pattern, profile, 0.5 * high * RAD)
             farthest = min(high + 3.0 * pattern["wdt"] * widest.fwhm, 179.0)
             s_max = 2.0 * math.sin(0.5 * farthest * RAD) / min(w for w, _ in waves)
             for orbit in self.family_list(iph, phase, s_max):
@@ -532,7 +531,7 @@ class Model:
                     if sine >= 1.0:
                         continue
                     theta = math.asin(sine)
-                    peak = Peak(pattern, profile, theta, cubic_size(profile, wave, orbit[0]))
+                    peak = Peak(pattern, profile, theta)
                     reach = pattern["wdt"] * peak.fwhm
                     if not low <= peak.position <= farthest:
                         if low - reach < peak.position < low:
@@ -576,16 +575,6 @@ class Model:
                 edge[i] += abs(value)
             if distance <= reach:
                 bragg[i] += value
-
-
-def cubic_size(profile, wave, hkl):
-    """Lorentzian size width [deg, before 1/cos theta]: K00 + K41 (2.5 (x^4 + y^4 + z^4) - 1.5) in a cubic
-    crystal, (x, y, z) the unit vector of the reflection; K in 1000/angstrom of apparent size."""
-    if "K00" not in profile:
-        return 0.0
-    n2 = sum(x * x for x in hkl)
-    cubic = 2.5 * sum(x**4 for x in hkl) / n2**2 - 1.5
-    return SIZE_TO_WIDTH * wave * (profile["K00"] + profile["K41"] * cubic)
 
 
 def prepare(case):
@@ -680,7 +669,7 @@ def simulate(directory, reference=True):
         if reference:
             write_reference(directory / f"{stem}.ref", result, case["title"])
         if pattern["background"]["kind"] == "file":
-            write_background_file(directory / "dat.bac", pattern)
+            write_background_file(directory / f"{stem}.bac", pattern)
         calculated.append(result)
     return calculated
 
