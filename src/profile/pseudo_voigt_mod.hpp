@@ -95,7 +95,7 @@ dtch_out<R> dtch(R HG, R HL) {
   d.dHdL = dHdL;
   d.dedG = -r * q * dHdG / H;
   d.dedL = q * (1 - dHdL * r) / H;
-  d.dHdG2 = dHdG / (2 * std::max(HG, R(1e-10)));
+  d.dHdG2 = dHdG / (2 * std::max(HG, R(0.05) * H));
   d.dedG2 = -r * q * d.dHdG2 / H;
   return d;
 }

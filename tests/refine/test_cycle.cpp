@@ -38,6 +38,7 @@ struct refinement {
       st.pattern[0].var[i] = static_cast<float>(truth[i]);
       st.pattern[0].y[i] = static_cast<float>(truth[i] + noise * std::sqrt(truth[i]) * g(gen));
     }
+    st.pattern[0].yo_max = *std::ranges::max_element(st.pattern[0].y);
     hooks.cycle_done = [this](const cycle_report& r) { reports.push_back(r); };
     hooks.console = [this](std::string_view text) { console << text << '\n'; };
   }
