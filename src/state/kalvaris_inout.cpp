@@ -43,7 +43,7 @@ struct file_row {
   std::array<std::string_view, 4> names;
 };
 
-constexpr std::array<file_row, 34> file_table{{
+constexpr std::array<file_row, 37> file_table{{
     {-1, variant::plain, 1, open_mode::read_write, {"%c.new"}},
     {1, variant::plain, 1, open_mode::read_write, {"%c.pcr"}},
     {3, variant::plain, 3, open_mode::replace, {"%c.sym"}},
@@ -59,6 +59,9 @@ constexpr std::array<file_row, 34> file_table{{
     {10, variant::other, 16, open_mode::replace, {"hkl%p%t.hkl"}},
     {11, variant::plain, 17, open_mode::replace, {"%c%t.prf"}},
     {11, variant::other, 17, open_mode::replace, {"%c%t%n.prf"}},
+    {105, variant::plain, 17, open_mode::replace, {"%c%t.xvgr"}},
+    {106, variant::plain, 17, open_mode::replace, {"%c%t.xy"}},
+    {107, variant::plain, 17, open_mode::replace, {"%c%t.agr"}},
     {12, variant::plain, 12, open_mode::read, {"%c%t.bac", "%d.bac"}},
     {-12, variant::plain, 12, open_mode::either, {"%c%t.bac", "%d.bac"}},
     {13, variant::plain, 13, open_mode::read, {"%r"}},

@@ -45,6 +45,9 @@ enum : int {
   background_out = -12,
   resolution = 13,
   new_control = 16,   ///< code.new, written
+  plot_xvgr = 105,    ///< the plot file as data sets for xmgrace
+  plot_xy = 106,      ///< the plot file as plain columns
+  plot_agr = 107,     ///< the plot file as an xmgrace project
   per_pattern = 1000  ///< no file: from now on the names carry the pattern number
 };
 }
