@@ -252,6 +252,7 @@ run_directory::~run_directory() {
 }
 
 void run_directory::put(const std::string& name, std::string_view text) const {
+  std::filesystem::remove(path / name);  // some file systems flush a file that is truncated and written again: slow
   std::ofstream(path / name, std::ios::binary) << text;
 }
 

@@ -7,6 +7,7 @@
 #include <random>
 
 #include "control_files.hpp"
+#include "kalvaris_codes.hpp"
 #include "pcr_layout.hpp"
 #include "pcr_numbers.hpp"
 
@@ -185,6 +186,40 @@ TEST(WritePcr, CellComesFromThePhaseOnceTheCodesAreSplit) {
   st.run.code_splitted = true;
   EXPECT_THAT(write_pcr(st, date_line),
               HasSubstr("\n    5.400000    5.400000    5.400000   90.000000   90.000000   90.000000\n"));
+}
+
+TEST(WritePcr, SplittingTheCodesChangesNothingInTheFile) {
+  run_directory run;
+  run.put("al2o3_x.dat", "");
+  run.put("al2o3_n.dat", "");
+  for (const std::string& text : {control_files::lab6_free(), control_files::corundum_free(), control_files::ceria}) {
+    state_type& st = run.read(text);
+    const std::string before = write_pcr(st, date_line);
+    for (int ip = 0; ip < st.run.n_patt; ++ip) ASSERT_TRUE(kalvaris_codes::cell_const(st, 0, ip, false));
+    kalvaris_codes::mod_codes(st);
+    ASSERT_TRUE(st.run.code_splitted);
+    EXPECT_NE(st.mix(0, 0).lpar[slot::cell_a], 0);
+    EXPECT_EQ(write_pcr(st, date_line), before);
+  }
+}
+
+TEST(WritePcr, FoundNumbersAreStableFromTheNextRunOn) {
+  run_directory run;
+  std::string written = control_files::zincite;
+  for (int pass = 0; pass < 3; ++pass) {
+    state_type& st = run.read(written);
+    ASSERT_EQ(st.fmt.ierr_fmt, 0) << run.message();
+    ASSERT_TRUE(kalvaris_codes::cell_const(st, 0, 0, true));
+    ASSERT_TRUE(kalvaris_codes::cell_const(st, 0, 0, false));
+    kalvaris_codes::set_symmetryconstraints(st);
+    kalvaris_codes::mod_codes(st);
+    EXPECT_GT(st.run.maxs, 10);
+    const std::string next = write_pcr(st, date_line);
+    if (pass > 0) {
+      EXPECT_EQ(next, written);
+    }
+    written = next;
+  }
 }
 
 struct code_row {
