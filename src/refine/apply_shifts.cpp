@@ -45,7 +45,7 @@ struct box_state {
     }
   }
 
-  void move(const state_type& st, int n, float shift, float mult, float& value, std::vector<int>& limited) {
+  void move(const state_type& st, int n, float shift, float mult, float& value, shift_report& report) {
     const auto u = static_cast<std::size_t>(n);
     if (box_of[u] < 0) {
       value += shift;
@@ -59,11 +59,13 @@ struct box_state {
     const auto& box = st.run.limits[static_cast<std::size_t>(box_of[u])];
     const float wanted = value + shift;
     if (wanted < box.vlim1) {
-      limited.push_back(-n);
+      report.limited.push_back(-n);
+      report.held.push_back({n, mult > 0.f ? -1.0 : 1.0});
       taken[u] = box.vlim1 - value;
       value = box.vlim1;
     } else if (wanted > box.vlim2) {
-      limited.push_back(n);
+      report.limited.push_back(n);
+      report.held.push_back({n, mult > 0.f ? 1.0 : -1.0});
       taken[u] = box.vlim2 - value;
       value = box.vlim2;
     } else {
@@ -98,6 +100,7 @@ void guard_phase_slot(const state_type& st, const slot_ref& s, slot_change& chan
   // the exponential model of preferred orientation may have a negative G1 (plates against needles)
   if (s.k == slot::pref1 && st.pattern[static_cast<std::size_t>(s.ip)].nori == 0) return;
   s.value = g->fixed;
+  report.held.push_back({s.number, s.code > 0.f ? -1.0 : 1.0});
   s.code *= 0.5f;
   change.shift = g->lorentzian_only ? 1.f : change.shift;
   if (s.k == slot::scale) {
@@ -164,7 +167,7 @@ shift_report apply(state_type& st) {
     const double variance = std::abs(st.ne.rjac(n - 1, n - 1));
     change.sigma = std::abs(reference_weight(st, n, multiplier)) * static_cast<float>(std::sqrt(variance));
     const float shift = static_cast<float>(st.ne.vx(n - 1)) * multiplier * relaxation(st, s);
-    boxes.move(st, n, shift, multiplier, s.value, report.limited);
+    boxes.move(st, n, shift, multiplier, s.value, report);
     change.shift = s.value - before;
     if (s.family == slot_family::phase) guard_phase_slot(st, s, change, report);
     if (s.family == slot_family::global) guard_global_slot(s, before, change, report);

@@ -16,10 +16,17 @@ struct slot_change {
   float value = 0, shift = 0, sigma = 0;
 };
 
+/// A parameter that a guard or a limit keeps at the edge of what is allowed.
+struct held_parameter {
+  int n = 0;           ///< parameter number (1-based)
+  double outward = 0;  ///< sign of the shift that would leave the allowed side
+};
+
 struct shift_report {
   std::vector<slot_change> changes;   ///< in the fixed order of the slots
   std::vector<int> limited;           ///< parameters held at a bound: positive upper, negative lower
   std::vector<std::string> warnings;  ///< what the guards did, console words
+  std::vector<held_parameter> held;   ///< by guards and limits
 };
 
 /// Sizes of the reference multipliers: the first slot in the fixed order with number n and a multiplier that is not 0

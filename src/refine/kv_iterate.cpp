@@ -23,6 +23,7 @@ struct cycle_memory {
   double first_chi2 = 1.0e38;
   double previous_chi2 = 1.0e38;
   bool negative_width = false;
+  std::vector<apply_shifts::held_parameter> held;  ///< kept at an edge by the shifts of the cycle before
 };
 
 class cycle_runner {
@@ -40,6 +41,7 @@ class cycle_runner {
   double joint_chi2(bool last, bool bragg_points);
   bool diverged(int cycle, double chi2);
   bool solve(double chi2);
+  std::vector<int> fix_held_parameters();
   void damp_reversals();
   void report(int cycle, bool converged, bool last);
   bool shifts_are_small();
@@ -221,6 +223,7 @@ bool cycle_runner::solve(double chi2) {
     kalvaris_inout::stop_cond(st.io, " Singular Matrix!! ", false);
     return false;
   }
+  const std::vector<int> fixed = fix_held_parameters();
   const auto inverse = normal_equations::dp_inv(st.ne.matrix(), st.ne.vector(), st.run.maxs);
   if (inverse.singular) {
     listing(" ==> Singular matrix!!, fix some parameters!");
@@ -232,7 +235,25 @@ bool cycle_runner::solve(double chi2) {
   st.run.cond = static_cast<float>(inverse.condition);
   const double goodness = std::max(chi2, 1.0);  // standard deviations are never scaled down
   for (double& element : st.ne.matrix()) element *= goodness;
+  for (const int i : fixed) st.ne.rjac(i, i) = 0.0;
   return true;
+}
+
+/// A parameter at the edge of what is allowed, whose gradient still points outward, cannot move: it leaves the
+/// equations of this cycle, so that the shifts of the others are those of a minimum on the edge. Returns them, 0-based.
+std::vector<int> cycle_runner::fix_held_parameters() {
+  std::vector<int> fixed;
+  for (const auto& held : memory.held) {
+    const int i = held.n - 1;
+    if (st.ne.vx(i) * held.outward <= 0.0) continue;
+    for (int j = 0; j < st.run.maxs; ++j) st.ne.rjac(i, j) = st.ne.rjac(j, i) = 0.0;
+    st.ne.rjac(i, i) = 1.0;
+    st.ne.vx(i) = 0.0;
+    fixed.push_back(i);
+    listing(" => Parameter held at its limit in this cycle: " + name_of(held.n));
+  }
+  std::erase_if(memory.held, [&](const auto& held) { return std::ranges::find(fixed, held.n - 1) == fixed.end(); });
+  return fixed;
 }
 
 void cycle_runner::damp_reversals() {
@@ -256,6 +277,7 @@ void cycle_runner::report(int cycle, bool converged, bool last) {
   for (int ip = 0; ip < st.run.n_patt; ++ip)  // before the shifts: yc and the intensities belong together
     if (takes_part(st.pattern[static_cast<std::size_t>(ip)]) && (matching || last)) bragg(st, ip);
   r.shifts = apply_shifts::apply(st);
+  memory.held.insert(memory.held.end(), r.shifts.held.begin(), r.shifts.held.end());
   for (const std::string& w : r.shifts.warnings) console(w);
   if (hooks.cycle_done) hooks.cycle_done(r);
 }

@@ -160,6 +160,28 @@ TEST(ApplyShifts, LimitsGuardsAndMultipliers) {
   for (const auto& c : report.changes) EXPECT_NEAR(c.sigma, 2e-3f, 1e-6f) << c.k;
 }
 
+TEST(Iterate, AParameterAtItsGuardLeavesTheOthersTheirMinimum) {
+  // Y of the truth is 0 and noise wants it below: with Y held at its guard the others end where they do with Y fixed
+  std::array<float, 2> scale{};
+  for (const bool free_y : {false, true}) {
+    refinement r(0.0);
+    auto& m = r.st.mixes[0];
+    m.par[kp::slot::y] = 0.f, m.par[kp::slot::w] = 0.010f;  // data with narrower peaks than the model can reach
+    const auto narrow = model_state::calculated(r.st);
+    for (std::size_t i = 0; i < narrow.size(); ++i) r.st.pattern[0].y[i] = static_cast<float>(narrow[i]);
+    m.par[kp::slot::y] = free_y ? 0.005f : 0.0001f, m.par[kp::slot::w] = 0.012f;
+    if (free_y) {
+      m.lpar[kp::slot::y] = r.st.run.maxs = 5;
+      m.apar[kp::slot::y] = 1.f;
+      r.st.parm.nampar.resize(6), r.st.parm.valx.resize(6);
+    }
+    ASSERT_EQ(kv_iterate_calc_cw::iterate(r.st, r.hooks), 0);
+    EXPECT_TRUE(r.reports.back().converged) << free_y;
+    scale[free_y] = m.par[kp::slot::scale];
+  }
+  EXPECT_NEAR(scale[1] / scale[0], 1.f, 1e-4f);
+}
+
 TEST(Rfactors, AgreeWithSumsByHandAndLeaveExcludedPointsOut) {
   kp::state_type st = model_state::quartz(7);
   kp::pattern_type& p = st.pattern[0];
@@ -204,6 +226,7 @@ TEST(Bragg, LeBailFindsTheIntensitiesFromEqualOnes) {
   }
   std::map<long, std::array<double, 2>> of_spacing;  // h k l and k h l stand at one place: only their sum is observed
   for (std::size_t k = 0; k < truth.size(); ++k) {
+    if (p.refl.pos[k] > 69.0) continue;  // the list goes on behind the pattern
     auto& [found, wanted] = of_spacing[std::lround(5000.f * p.refl.dspacing[k])];
     found += p.refl.ff[k];
     wanted += truth[k];
