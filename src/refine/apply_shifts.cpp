@@ -153,6 +153,21 @@ float reference_weight(const state_type& st, int n, float m) {
   return ref > 0.f ? m / ref : 0.f;
 }
 
+float sigma_of(const state_type& st, int n, float m) {
+  if (n < 1 || n > st.run.maxs || st.ne.order() < st.run.maxs) return 0.f;
+  const double variance = std::abs(st.ne.rjac(n - 1, n - 1));
+  return std::abs(reference_weight(st, n, m)) * static_cast<float>(std::sqrt(variance));
+}
+
+shift_report standing(state_type& st) {
+  shift_report report;
+  st.for_each_slot([&](const slot_ref& s) {
+    if (s.number < 1 || s.number > st.run.maxs) return;
+    report.changes.push_back({s.family, s.owner, s.ip, s.k, s.number, s.value, 0.f, sigma_of(st, s.number, s.code)});
+  });
+  return report;
+}
+
 shift_report apply(state_type& st) {
   shift_report report;
   box_state boxes(st);
@@ -164,8 +179,7 @@ shift_report apply(state_type& st) {
     const int n = s.number;
     const float multiplier = s.code, before = s.value;
     slot_change change{s.family, s.owner, s.ip, s.k, n, 0.f, 0.f, 0.f};
-    const double variance = std::abs(st.ne.rjac(n - 1, n - 1));
-    change.sigma = std::abs(reference_weight(st, n, multiplier)) * static_cast<float>(std::sqrt(variance));
+    change.sigma = sigma_of(st, n, multiplier);
     const float shift = static_cast<float>(st.ne.vx(n - 1)) * multiplier * relaxation(st, s);
     boxes.move(st, n, shift, multiplier, s.value, report);
     change.shift = s.value - before;

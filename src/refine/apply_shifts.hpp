@@ -37,6 +37,13 @@ void set_reference_multipliers(kalvaris_params::state_type& st);
 /// Weight m/m_ref of a slot with number n >= 1 and multiplier m; 0 for a parameter above maxs or without a reference.
 [[nodiscard]] float reference_weight(const kalvaris_params::state_type& st, int n, float m);
 
+/// Standard deviation |m/m_ref| sqrt(rjac(n,n)) of a slot, from the inverse that the normal matrix holds after a cycle;
+/// 0 for a slot that is not refined.
+[[nodiscard]] float sigma_of(const kalvaris_params::state_type& st, int n, float m);
+
+/// The refined slots as they stand, with their standard deviations and shifts of zero.
+[[nodiscard]] shift_report standing(kalvaris_params::state_type& st);
+
 /// Adds vx(n) m relax(class) to every refined slot; sigma = |m/m_ref| sqrt(rjac(n,n)) with the inverse in rjac. Then
 /// rebuilds what depends on slots: wavelengths, ratio, direct cells with esds, valx and svalx.
 shift_report apply(kalvaris_params::state_type& st);
