@@ -651,7 +651,7 @@ def write_reference(path, calculated, title):
 def write_background_file(path, pattern):
     low, step, high = pattern["range"]
     table = pattern["background"]["table"]
-    lines = [f"{low:.4f} {step:.6f} {high:.4f}   background"]
+    lines = [f"{low:.4f} {step:.6f} {high:.4f}"]
     lines += [" ".join(f"{v:.2f}" for v in table[i:i + 10]) for i in range(0, len(table), 10)]
     path.write_text("\n".join(lines) + "\n")
 
