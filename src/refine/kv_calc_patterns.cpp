@@ -112,7 +112,8 @@ class pattern_calculation {
   void share_between_waves();
   void add_rows(int first, int count, std::span<const float> background);
   void background_rows(int first, int count);
-  double variance(int i, double ycal, double difference);
+  [[nodiscard]] double variance(int i, double ycal, double difference) const;
+  void take_calculated_variances(int first, int count, std::span<const float> background);
   [[nodiscard]] std::vector<slot_use> uses(std::span<const float> values, std::span<const int> numbers,
                                            std::span<const float> codes) const;
 
@@ -529,14 +530,9 @@ void pattern_calculation::profile_terms(const reflection_key& key, const placed_
 }
 
 /// Variance of a point for the weights, by iwgt.
-double pattern_calculation::variance(int i, double ycal, double difference) {
+double pattern_calculation::variance(int i, double ycal, double difference) const {
   const auto u = static_cast<std::size_t>(i);
   switch (pattern.iwgt) {
-    case 1: {
-      const double v = std::abs(ycal / pattern.iww[u]) * pattern.cnorm;
-      if (v >= 1.0e-6) pattern.var[u] = static_cast<float>(v);
-      return pattern.var[u];
-    }
     case 2: {
       const double p = (pattern.y[u] + 2.0 * ycal) / 15.0;
       return p * p + pattern.var[u];
@@ -548,6 +544,19 @@ double pattern_calculation::variance(int i, double ycal, double difference) {
     }
     default:
       return pattern.var[u];
+  }
+}
+
+/// Maximum likelihood (iwgt 1): the variance of every point in use is that of its calculated value, also where nothing
+/// is refined, since the agreement factors are weighted with it.
+void pattern_calculation::take_calculated_variances(int first, int count, std::span<const float> background) {
+  if (pattern.iwgt != 1 || !pattern.refining()) return;
+  for (int i = 0; i < count; ++i) {
+    const auto u = static_cast<std::size_t>(first + i);
+    if (kalvaris_params::kr_excluded(pattern.kr[u], st.dim.maxreflx)) continue;
+    const double ycal = static_cast<double>(pattern.yc[u]) + background[static_cast<std::size_t>(i)];
+    const double v = std::abs(ycal / pattern.iww[u]) * pattern.cnorm;
+    if (v >= 1.0e-6) pattern.var[u] = static_cast<float>(v);
   }
 }
 
@@ -649,9 +658,10 @@ void pattern_calculation::run() {
       if (done) spare.push_back(std::move(l.peak));
       return done;
     });
+    for (int i = 0; i < count; ++i) background[static_cast<std::size_t>(i)] = kv_background::backa(pattern, first + i);
+    take_calculated_variances(first, count, background);
     if (!derivatives) continue;
     background_rows(first, count);
-    for (int i = 0; i < count; ++i) background[static_cast<std::size_t>(i)] = kv_background::backa(pattern, first + i);
     add_rows(first, count, background);
   }
 }
