@@ -41,7 +41,8 @@ class cycle_runner {
   double joint_chi2(bool last, bool bragg_points);
   bool diverged(int cycle, double chi2);
   bool solve(double chi2);
-  std::vector<int> fix_held_parameters();
+  void take_out(int i);
+  bool fix_outward_shifts(std::vector<int>& fixed);
   void damp_reversals();
   void report(int cycle, bool converged, bool last);
   bool shifts_are_small();
@@ -223,15 +224,23 @@ bool cycle_runner::solve(double chi2) {
     kalvaris_inout::stop_cond(st.io, " Singular Matrix!! ", false);
     return false;
   }
-  const std::vector<int> fixed = fix_held_parameters();
-  const auto inverse = normal_equations::dp_inv(st.ne.matrix(), st.ne.vector(), st.run.maxs);
-  if (inverse.singular) {
-    listing(" ==> Singular matrix!!, fix some parameters!");
-    console(" Singular matrix!!, fix some parameters!");
-    console(" The other parameters leave none of its own to " + name_of(inverse.column + 1) +
-            " no.:" + fmt_line{}.i(5, inverse.column + 1).str());
-    kalvaris_inout::stop_cond(st.io, " Singular Matrix!! ", true);
-  }
+  const std::vector<double> matrix(st.ne.matrix().begin(), st.ne.matrix().end());
+  const std::vector<double> vector(st.ne.vector().begin(), st.ne.vector().end());
+  std::vector<int> fixed;
+  normal_equations::inversion inverse;
+  do {
+    std::copy(matrix.begin(), matrix.end(), st.ne.matrix().begin());
+    std::copy(vector.begin(), vector.end(), st.ne.vector().begin());
+    for (const int i : fixed) take_out(i);
+    inverse = normal_equations::dp_inv(st.ne.matrix(), st.ne.vector(), st.run.maxs);
+    if (inverse.singular) {
+      listing(" ==> Singular matrix!!, fix some parameters!");
+      console(" Singular matrix!!, fix some parameters!");
+      console(" The other parameters leave none of its own to " + name_of(inverse.column + 1) +
+              " no.:" + fmt_line{}.i(5, inverse.column + 1).str());
+      kalvaris_inout::stop_cond(st.io, " Singular Matrix!! ", true);
+    }
+  } while (fix_outward_shifts(fixed));
   st.run.cond = static_cast<float>(inverse.condition);
   const double goodness = std::max(chi2, 1.0);  // standard deviations are never scaled down
   for (double& element : st.ne.matrix()) element *= goodness;
@@ -239,21 +248,26 @@ bool cycle_runner::solve(double chi2) {
   return true;
 }
 
-/// A parameter at the edge of what is allowed, whose gradient still points outward, cannot move: it leaves the
-/// equations of this cycle, so that the shifts of the others are those of a minimum on the edge. Returns them, 0-based.
-std::vector<int> cycle_runner::fix_held_parameters() {
-  std::vector<int> fixed;
-  for (const auto& held : memory.held) {
-    const int i = held.n - 1;
-    if (st.ne.vx(i) * held.outward <= 0.0) continue;
-    for (int j = 0; j < st.run.maxs; ++j) st.ne.rjac(i, j) = st.ne.rjac(j, i) = 0.0;
-    st.ne.rjac(i, i) = 1.0;
-    st.ne.vx(i) = 0.0;
-    fixed.push_back(i);
-    listing(" => Parameter held at its limit in this cycle: " + name_of(held.n));
-  }
+/// Parameter i (0-based) leaves the equations: its shift is 0 and no other feels it.
+void cycle_runner::take_out(int i) {
+  for (int j = 0; j < st.run.maxs; ++j) st.ne.rjac(i, j) = st.ne.rjac(j, i) = 0.0;
+  st.ne.rjac(i, i) = 1.0;
+  st.ne.vx(i) = 0.0;
+}
+
+/// A parameter that stands at the edge of what is allowed and would shift outward cannot move: it is added to `fixed`,
+/// so that the shifts of the others lead to the minimum on the edge. True when the equations must be solved again.
+/// Those that shift inward are free again.
+bool cycle_runner::fix_outward_shifts(std::vector<int>& fixed) {
+  const std::size_t before = fixed.size();
+  for (const auto& held : memory.held)
+    if (st.ne.vx(held.n - 1) * held.outward > 0.0) {
+      fixed.push_back(held.n - 1);
+      listing(" => Parameter held at its limit in this cycle: " + name_of(held.n));
+    }
+  if (fixed.size() > before) return true;
   std::erase_if(memory.held, [&](const auto& held) { return std::ranges::find(fixed, held.n - 1) == fixed.end(); });
-  return fixed;
+  return false;
 }
 
 void cycle_runner::damp_reversals() {
