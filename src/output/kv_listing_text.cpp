@@ -119,8 +119,8 @@ void put_number(std::string& out, int width, int decimals, double value) {
     out += fixed;
     return;
   }
-  constexpr int around_mantissa = 7;  // sign, digit, point, exponent
-  lmix_fixed_format::put_pe(out, width, std::max(width - around_mantissa - 1, 1), value);
+  constexpr int around_mantissa = 8, float_decimals = 5;  // a blank, sign, digit, point, exponent
+  lmix_fixed_format::put_pe(out, width, std::clamp(width - around_mantissa, 1, float_decimals), value);
 }
 
 std::string quoted(float value, float sigma, int decimals) {

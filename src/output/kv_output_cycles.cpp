@@ -284,7 +284,7 @@ void cycle_listing::write() {
   }
   const std::string global =
       fmt_line{}
-          .a(report.converged ? " => Global Chi2 (all points): " : " => Global Chi2 (Bragg contrib.): ")
+          .a(report.converged ? " => Global Chi2 (residual of all points): " : " => Global Chi2 (Bragg contrib.): ")
           .g(12, 5, static_cast<double>(st.run.t_chi2))
           .str();
   list(st, global);
@@ -297,29 +297,29 @@ struct agreement_view {
   const kalvaris_params::agreement_set& set;
   int points;
   std::string_view heading;
+  bool on_console;
 };
-
-void both(state_type& st, const std::string& line) {
-  list(st, line);
-  kalvaris_inout::console_line(st.io, line);
-}
 
 void write_agreement_set(state_type& st, int ip, const agreement_view& view) {
   const auto& a = view.set;
   const auto d = [](float v) { return static_cast<double>(v); };
+  const auto both = [&](const std::string& line) {
+    list(st, line);
+    if (view.on_console) kalvaris_inout::console_line(st.io, line);
+  };
   list(st, fmt_line{}.a(view.heading).i(3, ip + 1).a("\n").str());
-  both(st, fmt_line{}
-               .a(" => R-Factors: ")
-               .g(10, 3, d(a.r_patt))
-               .g(10, 3, d(a.r_wpatt))
-               .a(" Chi2:")
-               .g(10, 3, d(a.chi2))
-               .a(" DW-Stat.:")
-               .f(8, 4, d(a.dw))
-               .a("   Patt#:")
-               .i(3, ip + 1)
-               .str());
-  both(st, fmt_line{}.a(" => Expected :          ").g(10, 3, d(a.r_expected)).x(26).f(8, 4, d(a.qdw)).str());
+  both(fmt_line{}
+           .a(" => R-Factors: ")
+           .g(10, 3, d(a.r_patt))
+           .g(10, 3, d(a.r_wpatt))
+           .a(" Chi2:")
+           .g(10, 3, d(a.chi2))
+           .a(" DW-Stat.:")
+           .f(8, 4, d(a.dw))
+           .a("   Patt#:")
+           .i(3, ip + 1)
+           .str());
+  both(fmt_line{}.a(" => Expected :          ").g(10, 3, d(a.r_expected)).x(26).f(8, 4, d(a.qdw)).str());
   list(st, fmt_line{}.a(" => Deviance :").g(10, 3, d(a.devinc)).a("     Dev*: ").g(11, 4, d(a.dstar)).str());
   list(st, fmt_line{}.a(" => GoF-index:").g(9, 2, std::sqrt(d(a.s2) / view.points)).a("     Sqrt(Residual/N)").str());
   const int share = st.run.maxs / st.run.n_patt;
@@ -329,13 +329,13 @@ void write_agreement_set(state_type& st, int ip, const agreement_view& view) {
   for (const float v : {a.s1, a.d1, a.s3, a.d2, a.s2, st.run.cond}) sums.g(14, 4, d(v));
   list(st, sums.str());
   const double net = d(a.cr_wpatt) / d(a.cr_expected);
-  both(st, fmt_line{}
-               .a(" => Conventional Rietveld Rp,Rwp,Re and Chi2: ")
-               .g(10, 3, d(a.cr_patt))
-               .g(10, 3, d(a.cr_wpatt))
-               .g(10, 3, d(a.cr_expected))
-               .g(11, 4, net * net)
-               .str());
+  both(fmt_line{}
+           .a(" => Conventional Rietveld Rp,Rwp,Re and Chi2: ")
+           .g(10, 3, d(a.cr_patt))
+           .g(10, 3, d(a.cr_wpatt))
+           .g(10, 3, d(a.cr_expected))
+           .g(11, 4, net * net)
+           .str());
   list(st, " => (Values obtained using Ynet, but true sigma(y))");
   list(st, fmt_line{}.a(" =>  SumYnet, Sum(w Ynet**2): ").g(14, 4, d(a.qq1)).g(14, 4, d(a.qq2)).str());
 }
@@ -347,10 +347,11 @@ void output_cycles(state_type& st, const cycle_report& report) { cycle_listing(s
 void write_r_factors(state_type& st, int ip, bool last) {
   const pattern_type& p = at(st.pattern, ip);
   list(st, "");
-  write_agreement_set(st, ip, {p.all, p.num, " ==> RELIABILITY FACTORS WITH ALL NON-EXCLUDED POINTS FOR PATTERN:"});
-  list(st, "");
   write_agreement_set(st, ip,
-                      {p.bragg, p.num1, " ==> RELIABILITY FACTORS FOR POINTS WITH BRAGG CONTRIBUTIONS FOR PATTERN:"});
+                      {p.all, p.num, " ==> RELIABILITY FACTORS WITH ALL NON-EXCLUDED POINTS FOR PATTERN:", true});
+  list(st, "");
+  write_agreement_set(
+      st, ip, {p.bragg, p.num1, " ==> RELIABILITY FACTORS FOR POINTS WITH BRAGG CONTRIBUTIONS FOR PATTERN:", false});
   list(st, "");
   if (!last) return;
   const auto scor = static_cast<double>(p.scor);

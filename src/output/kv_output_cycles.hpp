@@ -13,7 +13,7 @@ namespace kv_output_cycles {
 void output_cycles(kalvaris_params::state_type& st, const kv_iterate_calc_cw::cycle_report& report);
 
 /// Agreement factors of pattern ip (0-based), over all points and over those with Bragg contributions; last: also the
-/// factor for correlated residuals. Listing; the first lines of each set also on the console.
+/// factor for correlated residuals. Listing; the main lines of the first set also on the console.
 void write_r_factors(kalvaris_params::state_type& st, int ip, bool last);
 
 /// Reflections of pattern ip, phase by phase, with the intensities of the last cycle: position on the abscissa [deg],

@@ -114,8 +114,18 @@ constexpr std::array plot_files{
     plot_file{layout::xy, file_key::plot_xy, plot_xy},     plot_file{layout::agr, file_key::plot_agr, plot_agr},
 };
 
+/// The abscissae follow from first and last one: none is off by more than a twentieth of a step.
+bool evenly_spaced(const pattern_type& p) {
+  if (p.iconstep || p.npts < 2) return true;
+  const auto first = static_cast<double>(at(p.txv, 0));
+  const double step = (static_cast<double>(at(p.txv, p.npts - 1)) - first) / (p.npts - 1);
+  for (int i = 0; i < p.npts; ++i)
+    if (!(std::abs(static_cast<double>(at(p.txv, i)) - first - i * step) <= 0.05 * step)) return false;
+  return true;
+}
+
 int chosen_layout(state_type& st, const pattern_type& p, int ip) {
-  if (p.pl_prf == layout::compact && !p.iconstep) {
+  if (p.pl_prf == layout::compact && !evenly_spaced(p)) {
     kalvaris_inout::mess_cons(st.io, "Plot file of pattern" + fmt_line{}.i(3, ip + 1).str() +
                                          ": the step is not constant, tab-separated columns (pl_prf 3) are written");
     return layout::columns;

@@ -219,7 +219,7 @@ void write_results(state_type& st, const apply_shifts::shift_report& last) {
   for (int ph = 0; ph < st.run.nphase; ++ph) writer.phase(ph);
   for (int ip = 0; ip < st.run.n_patt; ++ip)
     if (kv_listing_text::takes_part(at(st.pattern, ip))) writer.pattern(ip);
-  sum(st, fmt_line{}.a("\n => Global Chi2: ").g(12, 5, static_cast<double>(st.run.t_chi2)).str());
+  sum(st, fmt_line{}.a("\n => Global Chi2 of the last listing: ").g(12, 5, static_cast<double>(st.run.t_chi2)).str());
 }
 
 void write_parameters(state_type& st) {
