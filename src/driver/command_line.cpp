@@ -13,10 +13,12 @@ namespace command_line {
 
 namespace {
 
-constexpr std::array<option_row, 3> option_rows{{
+constexpr std::array<option_row, 5> option_rows{{
     {"--help", option_id::help, "print this text and end"},
     {"--version", option_id::version, "print the version and end"},
     {"--strict", option_id::strict, "end with status 3 when the cycles end abnormally"},
+    {"--man-page", option_id::man_page, "print the manual page and end"},
+    {"--completion", option_id::completion, "print completion rules for bash and end"},
 }};
 
 struct status_row {
@@ -41,6 +43,12 @@ void set_option(command& result, option_id id) {
     case option_id::strict:
       result.strict = true;
       break;
+    case option_id::man_page:
+      result.man_page = true;
+      break;
+    case option_id::completion:
+      result.completion = true;
+      break;
   }
 }
 
@@ -55,6 +63,9 @@ std::string refusal_of_words(const std::vector<std::string>& words) {
   if (words.size() > most_words) return "one word too many: " + words[most_words];
   return {};
 }
+
+/// The command only prints something about itself.
+bool asks_for_text(const command& asked) { return asked.help || asked.version || asked.man_page || asked.completion; }
 
 int one_run(const command& asked, const kalvaris_sub::run_stages& stages, std::ostream& out) {
   kalvaris_params::state_type st;
@@ -86,7 +97,7 @@ command parse(std::span<const std::string> arguments) {
     set_option(result, row->id);
   }
   result.words.assign(word, arguments.end());
-  if (!result.help && !result.version) result.refusal = refusal_of_words(result.words);
+  if (!asks_for_text(result)) result.refusal = refusal_of_words(result.words);
   return result;
 }
 
@@ -102,7 +113,7 @@ std::string usage_text() {
 }
 
 std::string help_text() {
-  constexpr std::size_t name_width = 12;
+  constexpr std::size_t name_width = 14;
   std::string text = usage_text() + "\nOptions, in front of CODE:\n";
   for (const option_row& row : option_rows) {
     text +=
@@ -112,6 +123,35 @@ std::string help_text() {
   for (const status_row& row : status_rows)
     text += "  " + std::to_string(row.value) + "  " + std::string(row.text) + "\n";
   return text;
+}
+
+std::string man_page(std::string_view version) {
+  const auto item = [](std::string_view term, std::string_view text) {
+    std::string name(term);
+    for (std::size_t at = 0; (at = name.find('-', at)) != std::string::npos; at += 2) name.insert(at, "\\");
+    return ".TP\n.B " + name + "\n" + std::string(text) + "\n";
+  };
+  std::string text =
+      ".TH KALVARIS 1 \"\" \"kalvaris " + std::string(version) +
+      "\"\n.SH NAME\nkalvaris \\- Rietveld and profile-matching refinement of diffraction data\n"
+      ".SH SYNOPSIS\n.B kalvaris\n[options]\n.I CODE\n.RI [ DATA ]\n.SH DESCRIPTION\n"
+      "Refines the model of the control file\n.I CODE.pcr\nagainst the measured pattern and writes the "
+      "listing\n.IR CODE.out ,\nthe summary\n.IR CODE.sum ,\nthe plot file\n.I CODE.prf\nand the control "
+      "file again with the refined values. The data file is looked for beside the control file; without "
+      "the second word it is\n.I CODE.dat\nand the like.\n.SH OPTIONS\n";
+  for (const option_row& row : option_rows) text += item(row.name, row.text);
+  text += ".SH EXIT STATUS\n";
+  for (const status_row& row : status_rows) text += item(std::to_string(row.value), row.text);
+  text += ".SH ENVIRONMENT\n" + item("KALVARIS",
+                                     "directory that is searched for kalvaris.dim, the dimensions of a run, "
+                                     "and for kalvaris.tmp, the request to stop");
+  return text;
+}
+
+std::string completion() {
+  std::string names;
+  for (const option_row& row : option_rows) names += (names.empty() ? "" : " ") + std::string(row.name);
+  return "complete -W '" + names + "' -o plusdirs -f -X '!*.pcr' kalvaris\n";
 }
 
 int run(std::span<const std::string> arguments, const kalvaris_sub::run_stages& stages, std::string_view version,
@@ -125,9 +165,16 @@ int run(std::span<const std::string> arguments, const kalvaris_sub::run_stages& 
     err << "kalvaris: " << asked.refusal << "\n" << usage_text();
     return status::usage;
   }
-  if (asked.help) out << help_text();
-  if (!asked.help && asked.version) out << "kalvaris " << version << "\n";
-  if (asked.help || asked.version) return status::ended;
+  if (asked.help) {
+    out << help_text();
+  } else if (asked.version) {
+    out << "kalvaris " << version << "\n";
+  } else if (asked.man_page) {
+    out << man_page(version);
+  } else if (asked.completion) {
+    out << completion();
+  }
+  if (asks_for_text(asked)) return status::ended;
   try {
     return one_run(asked, stages, out);
   } catch (const kalvaris_inout::run_stopped&) {

@@ -22,7 +22,7 @@ enum : int {
 };
 }  // namespace status
 
-enum class option_id { help, version, strict };
+enum class option_id { help, version, strict, man_page, completion };
 
 /// An option: long, and in front of the first word without a dash.
 struct option_row {
@@ -33,7 +33,7 @@ struct option_row {
 std::span<const option_row> options();
 
 struct command {
-  bool help = false, version = false, strict = false;
+  bool help = false, version = false, strict = false, man_page = false, completion = false;
   std::vector<std::string> words;  ///< what follows the options
   std::string refusal;             ///< why the command line is refused, blank when it is not
 };
@@ -42,8 +42,10 @@ command parse(std::span<const std::string> arguments);
 /// True when the word asks for a series of runs: its first three letters are seq or cyc in any case.
 bool asks_for_series(std::string_view word);
 
-std::string usage_text();  ///< the forms of the command
-std::string help_text();   ///< usage, options and statuses
+std::string usage_text();                        ///< the forms of the command
+std::string help_text();                         ///< usage, options and statuses
+std::string man_page(std::string_view version);  ///< the manual page, in the man macros of roff
+std::string completion();                        ///< completion rules of the options and of control files for bash
 
 /// Does what the arguments ask for and returns the exit status. Console lines go to `out`, why a command line was
 /// refused to `err`.
