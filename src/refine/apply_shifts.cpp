@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <array>
 #include <cmath>
+#include <optional>
 
 namespace apply_shifts {
 
@@ -31,7 +32,25 @@ float relaxation(const state_type& st, const slot_ref& s) {
   return st.run.relax[4];
 }
 
-/// Box of a parameter within one cycle: the first slot of the number is cut at the bound, the others follow it.
+/// Range that a shift may not leave.
+struct shift_bounds {
+  float low, high;
+  bool by_user;         ///< limits of the control file: reported
+  bool low_is_an_edge;  ///< the parameter is held there, as it is at limits of the control file
+};
+
+/// The peak is even in S_L and D_L, so that its slope vanishes with them and a step from a small value overshoots by as
+/// much as the value is too small: one cycle at most halves or doubles them.
+std::optional<shift_bounds> aberration_bounds(const state_type& st, const slot_ref& s) {
+  if (s.family != slot_family::phase || (s.k != slot::s_l && s.k != slot::d_l)) return std::nullopt;
+  const int npro = st.mix(s.owner, s.ip).npro;
+  if ((npro != 7 && npro != 12) || !(s.value > 0.f)) return std::nullopt;
+  constexpr float smallest = 1.0e-4f;
+  const bool at_edge = 0.5f * s.value <= smallest;
+  return shift_bounds{at_edge ? std::min(smallest, s.value) : 0.5f * s.value, 2.f * s.value, false, at_edge};
+}
+
+/// Bounds of a parameter within one cycle: the first slot of the number is cut at the bound, the others follow it.
 struct box_state {
   std::vector<int> box_of;    ///< index into run.limits, -1 none
   std::vector<char> handled;  ///< the first slot of the number was moved
@@ -45,35 +64,70 @@ struct box_state {
     }
   }
 
-  void move(const state_type& st, int n, float shift, float mult, float& value, shift_report& report) {
-    const auto u = static_cast<std::size_t>(n);
-    if (box_of[u] < 0) {
-      value += shift;
+  [[nodiscard]] std::optional<shift_bounds> bounds(const state_type& st, const slot_ref& s) const {
+    const int box = box_of[static_cast<std::size_t>(s.number)];
+    if (box < 0) return aberration_bounds(st, s);
+    const auto& limit = st.run.limits[static_cast<std::size_t>(box)];
+    return shift_bounds{limit.vlim1, limit.vlim2, true, true};
+  }
+
+  /// Moves a slot by `shift`, or as its number was moved before in this cycle.
+  void move(const state_type& st, const slot_ref& s, float shift, shift_report& report) {
+    const auto u = static_cast<std::size_t>(s.number);
+    if (handled[u]) {
+      s.value += s.code * taken[u];
       return;
     }
-    if (handled[u]) {
-      value += mult * taken[u];
+    const auto allowed = bounds(st, s);
+    if (!allowed) {
+      s.value += shift;
       return;
     }
     handled[u] = 1;
-    const auto& box = st.run.limits[static_cast<std::size_t>(box_of[u])];
-    const float wanted = value + shift;
-    if (wanted < box.vlim1) {
-      report.limited.push_back(-n);
-      report.held.push_back({n, mult > 0.f ? -1.0 : 1.0});
-      taken[u] = box.vlim1 - value;
-      value = box.vlim1;
-    } else if (wanted > box.vlim2) {
-      report.limited.push_back(n);
-      report.held.push_back({n, mult > 0.f ? 1.0 : -1.0});
-      taken[u] = box.vlim2 - value;
-      value = box.vlim2;
-    } else {
-      taken[u] = shift;
-      value = wanted;
-    }
+    const float before = s.value, wanted = before + shift;
+    s.value = std::clamp(wanted, allowed->low, allowed->high);
+    taken[u] = s.value == wanted ? shift : s.value - before;
+    if (s.value == wanted) return;
+    const int side = wanted < allowed->low ? -1 : 1;
+    if (allowed->by_user) report.limited.push_back(side * s.number);
+    if (allowed->by_user || (side < 0 && allowed->low_is_an_edge))
+      report.held.push_back({s.number, s.code > 0.f ? double(side) : -double(side)});
   }
 };
+
+bool in_gaussian_width(const slot_ref& s) {
+  return s.family == slot_family::phase &&
+         ((s.k >= slot::u && s.k <= slot::w) || s.k == slot::gausiz || (s.k >= slot::u2 && s.k <= slot::w2));
+}
+
+/// Share of the shifts of U, V, W and P that leaves every Gaussian width at least half of its square: past zero the
+/// model has no slope that would lead back.
+float width_share(state_type& st) {
+  constexpr double degree = 0.017453292519943295;
+  double share = 1.0;
+  for (int ph = 0; ph < st.run.nphase; ++ph)
+    for (int ip = 0; ip < st.run.n_patt; ++ip) {
+      const mix_type& mix = st.mix(ph, ip);
+      const auto& p = st.pattern[static_cast<std::size_t>(ip)];
+      const auto shift_of = [&](int k) {
+        const auto i = static_cast<std::size_t>(k);
+        const int n = mix.lpar[i];
+        return n < 1 || n > st.run.maxs ? 0.0 : st.ne.vx(n - 1) * mix.apar[i] * st.run.relax[3];
+      };
+      const double gausiz = shift_of(slot::gausiz);
+      const std::array<double, 3> first{shift_of(slot::u), shift_of(slot::v), shift_of(slot::w)};
+      const std::array<double, 3> second{shift_of(slot::u2), shift_of(slot::v2), shift_of(slot::w2)};
+      for (std::size_t k = 0; k < p.refl.irefs.size(); ++k) {
+        const auto key = kalvaris_params::unpack_irefs(p.refl.irefs[k]);
+        if (key.phase != ph) continue;
+        const auto& d = key.wave == 2 && p.iuvw == 1 ? second : first;
+        const double t = std::tan(0.5 * p.refl.pos[k] * degree), hg2 = std::pow(p.refl.halfg[k], 2);
+        const double change = (d[0] * t + d[1]) * t + d[2] + gausiz * (1.0 + t * t);
+        if (hg2 > 1.0e-12 && change < -0.5 * hg2) share = std::min(share, -0.5 * hg2 / change);
+      }
+    }
+  return static_cast<float>(share);
+}
 
 /// A value that no shift may leave behind: below `floor` it becomes `fixed` and the multiplier is halved, so that later
 /// shifts of this slot are smaller.
@@ -171,6 +225,7 @@ shift_report standing(state_type& st) {
 shift_report apply(state_type& st) {
   shift_report report;
   box_state boxes(st);
+  const float widths = width_share(st);
   std::vector<char> named(static_cast<std::size_t>(st.run.maxs) + 1, 0);
   st.parm.valx.resize(named.size());
   st.parm.svalx.resize(named.size());
@@ -180,8 +235,9 @@ shift_report apply(state_type& st) {
     const float multiplier = s.code, before = s.value;
     slot_change change{s.family, s.owner, s.ip, s.k, n, 0.f, 0.f, 0.f};
     change.sigma = sigma_of(st, n, multiplier);
-    const float shift = static_cast<float>(st.ne.vx(n - 1)) * multiplier * relaxation(st, s);
-    boxes.move(st, n, shift, multiplier, s.value, report);
+    float shift = static_cast<float>(st.ne.vx(n - 1)) * multiplier * relaxation(st, s);
+    if (in_gaussian_width(s)) shift *= widths;
+    boxes.move(st, s, shift, report);
     change.shift = s.value - before;
     if (s.family == slot_family::phase) guard_phase_slot(st, s, change, report);
     if (s.family == slot_family::global) guard_global_slot(s, before, change, report);

@@ -24,6 +24,8 @@ struct cycle_memory {
   double previous_chi2 = 1.0e38;
   bool negative_width = false;
   std::vector<apply_shifts::held_parameter> held;  ///< kept at an edge by the shifts of the cycle before
+  std::vector<char> linear;                        ///< by parameter (0-based): the pattern is linear in it
+  std::vector<double> scale;  ///< by parameter (0-based): value of a scale factor, 0 for all others
 };
 
 class cycle_runner {
@@ -39,10 +41,13 @@ class cycle_runner {
   void refresh_background(pattern_type& p, int ip, int cycle);
   void warn_negative_widths(const pattern_type& p, int ip);
   double joint_chi2(bool last, bool bragg_points);
+  bool too_few_points();
   bool diverged(int cycle, double chi2);
   bool solve(double chi2);
   void take_out(int i);
   bool fix_outward_shifts(std::vector<int>& fixed);
+  bool fix_all_but_linear(std::vector<int>& fixed) const;
+  void find_linear_parameters();
   void damp_reversals();
   void report(int cycle, bool converged, bool last);
   bool shifts_are_small();
@@ -94,6 +99,7 @@ cycle_runner::outcome cycle_runner::one_cycle(int cycle) {
   if (std::abs(job_1) > 1 && job_1 != kalvaris_params::job::electrons) return outcome::calculation_only;
 
   if (st.run.maxs > 0) console(" Solving L.S. equations...");
+  if (too_few_points()) return outcome::failed;
   const bool last_asked = cycle == st.run.mcycle;
   const double chi2 = joint_chi2(last_asked, true);
   if (diverged(cycle, chi2)) return outcome::failed;
@@ -167,6 +173,23 @@ double cycle_runner::joint_chi2(bool last, bool bragg_points) {
   return sum;
 }
 
+/// Every pattern needs more points under its reflections than its share of the parameters.
+bool cycle_runner::too_few_points() {
+  const int share = kv_rfactors::parameter_share(st);
+  for (int ip = 0; ip < st.run.n_patt; ++ip) {
+    const pattern_type& p = st.pattern[static_cast<std::size_t>(ip)];
+    if (!takes_part(p) || p.num1 > share) continue;
+    const std::string text = " Too few points under reflections in pattern:" + cycle_number(ip + 1) +
+                             " points:" + fmt_line{}.i(7, p.num1).str() + " parameters:" + fmt_line{}.i(6, share).str();
+    listing(text);
+    console(text);
+    kalvaris_inout::stop_cond(st.io, " Too few points for the parameters", false);
+    console("WARNING: Abnormal end, nothing is rewritten");
+    return true;
+  }
+  return false;
+}
+
 bool cycle_runner::diverged(int cycle, double chi2) {
   if (cycle == 1) {
     if (st.run.t_chi2_ini < 0.0001f) st.run.t_chi2_ini = static_cast<float>(chi2);
@@ -222,8 +245,10 @@ bool cycle_runner::solve(double chi2) {
     listing(" ==> Singular matrix!!, problem with parameter no.:" + number + " ->" + name_of(i + 1));
     console(" ==> Singular matrix!!, problem with " + name_of(i + 1) + " no.:" + number);
     kalvaris_inout::stop_cond(st.io, " Singular Matrix!! ", false);
+    console("WARNING: Abnormal end, nothing is rewritten");
     return false;
   }
+  find_linear_parameters();
   const std::vector<double> matrix(st.ne.matrix().begin(), st.ne.matrix().end());
   const std::vector<double> vector(st.ne.vector().begin(), st.ne.vector().end());
   std::vector<int> fixed;
@@ -240,7 +265,7 @@ bool cycle_runner::solve(double chi2) {
               " no.:" + fmt_line{}.i(5, inverse.column + 1).str());
       kalvaris_inout::stop_cond(st.io, " Singular Matrix!! ", true);
     }
-  } while (fix_outward_shifts(fixed));
+  } while (fix_outward_shifts(fixed) || fix_all_but_linear(fixed));
   st.run.cond = static_cast<float>(inverse.condition);
   const double goodness = std::max(chi2, 1.0);  // standard deviations are never scaled down
   for (double& element : st.ne.matrix()) element *= goodness;
@@ -268,6 +293,46 @@ bool cycle_runner::fix_outward_shifts(std::vector<int>& fixed) {
   if (fixed.size() > before) return true;
   std::erase_if(memory.held, [&](const auto& held) { return std::ranges::find(fixed, held.n - 1) == fixed.end(); });
   return false;
+}
+
+/// Scale factors and the linear coefficients of the background, over all slots of a number.
+void cycle_runner::find_linear_parameters() {
+  namespace gslot = kalvaris_params::gslot;
+  using kalvaris_params::slot_family;
+  memory.linear.assign(static_cast<std::size_t>(st.run.maxs), 1);
+  memory.scale.assign(memory.linear.size(), 0.0);
+  st.for_each_slot([&](const kalvaris_params::slot_ref& s) {
+    if (s.number < 1 || s.number > st.run.maxs) return;
+    const auto n = static_cast<std::size_t>(s.number - 1);
+    const bool is_scale = s.family == slot_family::phase && s.k == kalvaris_params::slot::scale;
+    bool linear = is_scale;
+    if (s.family == slot_family::global && s.k >= gslot::bac) {
+      const auto model = kv_background::model_of(st.pattern[static_cast<std::size_t>(s.ip)]);
+      linear = model == kv_background::model::debye  ? s.k < gslot::debye_dist || s.k >= gslot::user_bk
+               : model == kv_background::model::file ? s.k <= gslot::bfile_b
+                                                     : true;
+    }
+    if (!linear) memory.linear[n] = 0;
+    if (is_scale && s.code != 0.f) memory.scale[n] = s.value;
+  });
+}
+
+/// When a scale factor wants to move by more than itself, the slopes of widths, cell and all else that it multiplies
+/// are wrong by as much, and their shifts with them: in such a cycle only what the pattern is linear in moves. True
+/// when the equations must be solved again.
+bool cycle_runner::fix_all_but_linear(std::vector<int>& fixed) const {
+  bool far = false, others = false;
+  for (int i = 0; i < st.run.maxs; ++i) {
+    const auto u = static_cast<std::size_t>(i);
+    const bool free = std::ranges::find(fixed, i) == fixed.end();
+    far |= memory.scale[u] > 0.0 && free && std::abs(st.ne.vx(i)) > memory.scale[u];
+    others |= !memory.linear[u] && free;
+  }
+  if (!far || !others) return false;
+  for (int i = 0; i < st.run.maxs; ++i)
+    if (!memory.linear[static_cast<std::size_t>(i)] && std::ranges::find(fixed, i) == fixed.end()) fixed.push_back(i);
+  console(" A scale factor is far from its value: only scale factors and background move in this cycle");
+  return true;
 }
 
 void cycle_runner::damp_reversals() {
