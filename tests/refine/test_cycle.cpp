@@ -182,6 +182,42 @@ TEST(Iterate, AParameterAtItsGuardLeavesTheOthersTheirMinimum) {
   EXPECT_NEAR(scale[1] / scale[0], 1.f, 1e-4f);
 }
 
+TEST(Iterate, FindsBackFromStartsThatOvershoot) {
+  struct row {
+    const char* name;
+    int k;
+    float truth, start, within;
+  };
+  for (const row t : {row{"scale 20 times too small", kp::slot::scale, 0.05f, 0.0025f, 5e-4f},
+                      row{"width far too large", kp::slot::w, 0.004f, 0.05f, 1e-4f},
+                      row{"axial divergence near zero", kp::slot::s_l, 0.03f, 0.002f, 3e-4f},
+                      row{"no axial divergence in the data", kp::slot::s_l, 0.f, 0.02f, 1e-3f}}) {
+    SCOPED_TRACE(t.name);
+    refinement r(0.0);
+    auto& m = r.st.mixes[0];
+    const auto k = static_cast<std::size_t>(t.k);
+    m.par[kp::slot::s_l] = m.par[kp::slot::d_l] = t.k == kp::slot::s_l ? t.truth : 0.f;
+    m.par[k] = t.truth;
+    const auto y = model_state::calculated(r.st);
+    for (std::size_t i = 0; i < y.size(); ++i) r.st.pattern[0].y[i] = static_cast<float>(y[i]);
+    m.par[k] = t.start;
+    if (t.k != kp::slot::scale) m.lpar[k] = r.st.run.maxs = 5, m.apar[k] = 1.f;
+    if (t.k == kp::slot::s_l) m.par[kp::slot::d_l] = t.start, m.lpar[kp::slot::d_l] = 5, m.apar[kp::slot::d_l] = 1.f;
+    r.st.parm.nampar.resize(6), r.st.parm.valx.resize(6), r.st.parm.svalx.resize(6);
+    ASSERT_EQ(kv_iterate_calc_cw::iterate(r.st, r.hooks), 0);
+    EXPECT_TRUE(r.reports.back().converged);
+    EXPECT_NEAR(m.par[k], t.truth, t.within);  // the peak feels S/L by its square: 1e-3 is nothing
+    EXPECT_LT(r.st.pattern[0].all.chi2, 0.01f);
+  }
+}
+
+TEST(Iterate, FewerPointsThanParametersEndAbnormally) {
+  refinement r(1.0);
+  r.st.pattern[0].excluded = {{20.06f, 70.f}};
+  EXPECT_EQ(kv_iterate_calc_cw::iterate(r.st, r.hooks), 1);
+  EXPECT_NE(r.console.str().find("Too few points under reflections"), std::string::npos);
+}
+
 TEST(Rfactors, AgreeWithSumsByHandAndLeaveExcludedPointsOut) {
   kp::state_type st = model_state::quartz(7);
   kp::pattern_type& p = st.pattern[0];
