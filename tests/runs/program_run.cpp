@@ -108,6 +108,11 @@ std::string with_word(std::string_view text, std::string_view words, std::size_t
   return join(lines);
 }
 
+std::string outcome::last_words() const {
+  constexpr std::size_t enough = 1000;
+  return console.substr(console.size() - std::min(console.size(), enough)) + errors;
+}
+
 directory::directory() {
   const auto* test = testing::UnitTest::GetInstance()->current_test_info();
   std::string name = std::string("kv_runs_") + test->test_suite_name() + "_" + test->name();

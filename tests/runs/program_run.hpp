@@ -40,6 +40,7 @@ struct outcome {
   int status = -1;
   std::string console, errors;
   [[nodiscard]] std::string words() const { return console + errors; }
+  [[nodiscard]] std::string last_words() const;  ///< the end of the console and all of standard error
 };
 
 /// A directory of its own for each test, filled from a case, removed at the end. Runs see no environment of the user.
