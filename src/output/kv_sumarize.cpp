@@ -6,6 +6,7 @@
 #include <string>
 
 #include "kv_listing_text.hpp"
+#include "kv_quantitative.hpp"
 #include "lmix_fixed_format.hpp"
 
 namespace kv_sumarize {
@@ -45,6 +46,7 @@ class result_writer {
   void atoms(const phase_type& p);
   void profile(int ph, int ip);
   void agreement(int ip);
+  void mass_fractions(int ip);
   void slot_line(std::string_view words, float value, float sigma, int decimals) {
     sum(st, fmt_line{}.a(words_width, words).a(quoted(value, sigma, decimals)).str());
   }
@@ -178,6 +180,16 @@ void result_writer::pattern(int ip) {
       slot_line(fmt_line{}.x(4).i(4, k - group.slots.front() + 1).str(), at(p.glb, k), sigma(k), 4);
   }
   if (p.refining()) agreement(ip);
+  mass_fractions(ip);
+}
+
+void result_writer::mass_fractions(int ip) {
+  const auto list = kv_quantitative::mass_fractions(st, ip);
+  if (list.empty()) return;
+  sum(st, "\n => Mass fractions of the phases, per cent (Hill & Howard 1987, without microabsorption):");
+  for (const auto& m : list)
+    slot_line(fmt_line{}.x(4).i(3, m.phase + 1).x(2).a(at(st.phase, m.phase).phsnm).str(),
+              static_cast<float>(100.0 * m.fraction), static_cast<float>(100.0 * m.sigma), 2);
 }
 
 }  // namespace

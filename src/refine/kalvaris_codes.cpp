@@ -111,6 +111,17 @@ void modify_codes(state_type& st) {
   });
 }
 
+/// The first number from 1 to maxs that no slot carries, 0 when there is none.
+int missing_number(state_type& st) {
+  std::vector<char> carried(static_cast<std::size_t>(st.run.maxs) + 1, 0);
+  st.for_each_slot([&](const slot_ref& s) {
+    if (s.number >= 1 && s.number <= st.run.maxs) carried[static_cast<std::size_t>(s.number)] = 1;
+  });
+  for (int n = 1; n <= st.run.maxs; ++n)
+    if (!carried[static_cast<std::size_t>(n)]) return n;
+  return 0;
+}
+
 /// Names and starting values of the parameters, by their reference slot.
 void name_parameters(state_type& st) {
   const auto size = static_cast<std::size_t>(st.run.maxs) + 1;
@@ -323,6 +334,12 @@ void mod_codes(state_type& st) {
   if (st.run.maxs > st.dim.maxparam) {
     refuse(st, {" Error: number of refined parameters:" + fmt_line{}.i(6, st.run.maxs).str(),
                 " The maximum number of parameters is: " + fmt_line{}.i(6, st.dim.maxparam).str()});
+    return;
+  }
+  if (const int n = missing_number(st); n != 0) {
+    refuse(st, {" => Error in the codes: no code has the parameter number:" + fmt_line{}.i(5, n).str(),
+                " The number of refined parameters is:" + fmt_line{}.i(5, st.run.maxs).str() +
+                    ", and each number up to it must be used"});
     return;
   }
   name_parameters(st);

@@ -20,8 +20,8 @@ struct split_code {
 
 /// The entry point after reading: splits all codes, numbers free requests when automatic, counts, and names the
 /// parameters. Codes of patterns that take no part and of phases that none of the others uses are cleared, the numbers
-/// then closed up. A number above maxparam: st.fmt.ierr_fmt 100 with its message. With given numbering a number above
-/// maxs stays out of the refinement, said once on the console.
+/// then closed up. A number above maxparam, or one up to maxs that no slot carries: st.fmt.ierr_fmt 100 with its message.
+/// With given numbering a number above maxs stays out of the refinement, said once on the console.
 void mod_codes(kalvaris_params::state_type& st);
 
 /// Puts the code words back together in code_read for writing: of every slot in automatic mode; otherwise only where a

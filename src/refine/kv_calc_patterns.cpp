@@ -248,8 +248,6 @@ placed_peak pattern_calculation::place_peak(int k) {
   place.geometry = make_peak(wave.geometry, {double(key.h), double(key.k), double(key.l)}, {refl.ggi[u], refl.cci[u]});
   const kv_peak_geometry::peak& g = place.geometry;
   if (g.out_of_reach) return place;
-  pattern.flag_gauss |= g.negative_gauss;
-  pattern.flag_lorentz |= g.negative_lorentz;
   refl.pos[u] = g.pos;
   refl.dspacing[u] = static_cast<float>(g.d);
   refl.hw[u] = static_cast<float>(g.h);
@@ -262,6 +260,10 @@ placed_peak pattern_calculation::place_peak(int k) {
   place.reach = kv_assignk::points_between(pattern, place.at.pos - left, place.at.pos + right);
   place.reach.first = std::max(place.reach.first - 1, 0);  // rounding may lose a point; the peak function cuts exactly
   place.reach.last = std::min(place.reach.last + 1, pattern.npts);
+  if (place.reach.first < place.reach.last) {  // the list goes on behind the pattern
+    pattern.flag_gauss |= g.negative_gauss;
+    pattern.flag_lorentz |= g.negative_lorentz;
+  }
   return place;
 }
 
