@@ -114,25 +114,6 @@ constexpr std::array plot_files{
     plot_file{layout::xy, file_key::plot_xy, plot_xy},     plot_file{layout::agr, file_key::plot_agr, plot_agr},
 };
 
-/// The abscissae follow from first and last one: none is off by more than a twentieth of a step.
-bool evenly_spaced(const pattern_type& p) {
-  if (p.iconstep || p.npts < 2) return true;
-  const auto first = static_cast<double>(at(p.txv, 0));
-  const double step = (static_cast<double>(at(p.txv, p.npts - 1)) - first) / (p.npts - 1);
-  for (int i = 0; i < p.npts; ++i)
-    if (!(std::abs(static_cast<double>(at(p.txv, i)) - first - i * step) <= 0.05 * step)) return false;
-  return true;
-}
-
-int chosen_layout(state_type& st, const pattern_type& p, int ip) {
-  if (p.pl_prf == layout::compact && !evenly_spaced(p)) {
-    kalvaris_inout::mess_cons(st.io, "Plot file of pattern" + fmt_line{}.i(3, ip + 1).str() +
-                                         ": the step is not constant, tab-separated columns (pl_prf 3) are written");
-    return layout::columns;
-  }
-  return p.pl_prf;
-}
-
 }  // namespace
 
 int count_decimals(double ymax) {
@@ -220,13 +201,12 @@ std::string kaleida(const state_type& st, int ip) {
 void write_plot(state_type& st, int ip) {
   const pattern_type& p = at(st.pattern, ip);
   if (p.pl_prf == 0 || p.cry_pat || p.npts == 0) return;
-  const int wanted = chosen_layout(st, p, ip);
-  if (wanted == layout::picsure) {
+  if (p.pl_prf == layout::picsure) {
     kalvaris_inout::mess_cons(st.io, "Plot file of pattern" + fmt_line{}.i(3, ip + 1).str() +
                                          ": pl_prf 4 (picsure, *.pgf) is not written; 1, 2, 3, 5, 6 and 7 are");
     return;
   }
-  auto row = std::ranges::find(plot_files, wanted, &plot_file::pl_prf);
+  auto row = std::ranges::find(plot_files, p.pl_prf, &plot_file::pl_prf);
   if (row == plot_files.end()) row = std::ranges::find(plot_files, int{layout::columns}, &plot_file::pl_prf);
   kalvaris_inout::openfile(st.io, {.key = row->key, .ipat = ip + 1});
   if (st.io.file_error) kalvaris_inout::stop_cond(st.io, st.io.file_error_mess, true);

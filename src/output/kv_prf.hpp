@@ -10,8 +10,7 @@ namespace kv_prf {
 
 /// Writes the plot file of pattern ip (0-based) in the layout that pl_prf asks for; nothing for 0 and for patterns
 /// without points. A layout that this program does not write is refused on the console; a file that cannot be opened
-/// stops the run. The compact layout holds no abscissae: with a variable step the tab-separated one takes its place,
-/// which the console says.
+/// stops the run. The compact layout holds no abscissae: for a variable step the reader of the data has changed pl_prf.
 void write_plot(kalvaris_params::state_type& st, int ip);
 
 /// ipl 2: background, 3: observed minus Bragg part, to the file that a run with a background file reads. Refused on the
