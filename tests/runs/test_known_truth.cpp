@@ -46,7 +46,9 @@ estimate found(const state_type& st, const truth_row& row) {
   for (std::size_t i = 0; i < cell_names.size(); ++i) {
     if (!row.name.starts_with(cell_names[i])) continue;
     const auto ph = static_cast<std::size_t>(std::stoi(row.name.substr(row.name.rfind('_') + 1)) - 1);
-    return {static_cast<double>(st.phase.at(ph).cellp.cell[i]), static_cast<double>(st.phase.at(ph).cell_esd[i])};
+    const auto& cell = st.phase.at(ph).cellp;
+    const float value = i < 3 ? cell.cell[i] : cell.ang[i - 3];
+    return {static_cast<double>(value), static_cast<double>(st.phase.at(ph).cell_esd[i])};
   }
   const auto n = static_cast<std::size_t>(row.number);
   return {static_cast<double>(st.parm.valx.at(n)), static_cast<double>(st.parm.svalx.at(n))};
