@@ -140,12 +140,37 @@ void name_parameters(state_type& st) {
   });
 }
 
-/// How a Laue class ties the cell: for each of a, b, c, alpha, beta, gamma the parameter whose value and code it takes,
-/// itself when free, or a fixed angle.
+/// How a lattice ties the cell: for each of a, b, c, alpha, beta, gamma the parameter whose value and code it takes,
+/// itself when free, or `fixed_angle`.
 struct cell_rule {
-  std::array<int, 6> follows{0, 1, 2, 3, 4, 5};  ///< -1: fixed angle
-  std::array<float, 6> fixed{0, 0, 0, 90.f, 90.f, 90.f};
-  int gamma_code_of = -1;  ///< hexagonal: F = a*^2 takes the code of a
+  std::array<int, 6> follows{0, 1, 2, 3, 4, 5};
+  bool hexagonal = false;  ///< gamma is 120 deg, and F = a*^2 takes the code of a
+};
+constexpr int fixed_angle = -1;
+
+struct laue_row {
+  std::string_view laue;
+  cell_rule rule;
+};
+constexpr cell_rule orthogonal{{0, 1, 2, -1, -1, -1}, false}, tetragonal{{0, 0, 2, -1, -1, -1}, false},
+    rhombohedral{{0, 0, 0, 3, 3, 3}, false}, hexagonal{{0, 0, 2, -1, -1, -1}, true},
+    cubic{{0, 0, 0, -1, -1, -1}, false};
+constexpr std::array laue_rows{
+    laue_row{"-1", {}},
+    laue_row{"mmm", orthogonal},
+    laue_row{"4/m", tetragonal},
+    laue_row{"4/mmm", tetragonal},
+    laue_row{"-3 R", rhombohedral},
+    laue_row{"-3m R", rhombohedral},
+    laue_row{"-3", hexagonal},
+    laue_row{"-3m1", hexagonal},
+    laue_row{"-31m", hexagonal},
+    laue_row{"6/m", hexagonal},
+    laue_row{"6/mmm", hexagonal},
+    laue_row{"m-3", cubic},
+    laue_row{"m-3m", cubic},
+    laue_row{"m3", cubic},
+    laue_row{"m3m", cubic},
 };
 
 /// Axis (0..2) that a monoclinic group keeps: the one on which its rotation or mirror acts with the other sign.
@@ -160,31 +185,14 @@ int unique_axis(const lmix_crystallographic_symmetry::space_group_type& group) {
 }
 
 cell_rule rule_of(const lmix_crystallographic_symmetry::space_group_type& group) {
-  cell_rule r;
-  const std::string& laue = group.laue;
-  if (laue == "-1") return r;
-  if (laue == "2/m") {
-    const int keep = 3 + unique_axis(group);
-    for (int i = 3; i < 6; ++i)
-      if (i != keep) r.follows[static_cast<std::size_t>(i)] = -1;
+  if (group.laue == "2/m") {
+    cell_rule r = orthogonal;
+    const auto free_angle = static_cast<std::size_t>(3 + unique_axis(group));
+    r.follows[free_angle] = static_cast<int>(free_angle);
     return r;
   }
-  if (laue == "-3 R" || laue == "-3m R") {
-    r.follows = {0, 0, 0, 3, 3, 3};
-    return r;
-  }
-  if (laue == "mmm") {
-    r.follows = {0, 1, 2, -1, -1, -1};
-  } else if (laue == "4/m" || laue == "4/mmm") {
-    r.follows = {0, 0, 2, -1, -1, -1};
-  } else if (laue == "m-3" || laue == "m-3m" || laue == "m3" || laue == "m3m") {
-    r.follows = {0, 0, 0, -1, -1, -1};
-  } else {  // hexagonal axes
-    r.follows = {0, 0, 2, -1, -1, -1};
-    r.fixed[5] = 120.f;
-    r.gamma_code_of = 0;
-  }
-  return r;
+  const auto row = std::ranges::find(laue_rows, group.laue, &laue_row::laue);
+  return row == laue_rows.end() ? cell_rule{} : row->rule;
 }
 
 /// Next number that no code uses.
@@ -370,10 +378,10 @@ bool cell_const(state_type& st, int ph, int ip, bool fresh_numbers) {
   }
   for (int i = 0; i < 6; ++i) {
     const int j = rule.follows[static_cast<std::size_t>(i)];
-    value(i) = j < 0 ? rule.fixed[static_cast<std::size_t>(i)] : value(j);
-    code(i) = j < 0 ? 0.f : code(j);
+    value(i) = j != fixed_angle ? value(j) : i == 5 && rule.hexagonal ? 120.f : 90.f;
+    code(i) = j == fixed_angle ? 0.f : code(j);
   }
-  if (rule.gamma_code_of >= 0) code(5) = code(rule.gamma_code_of);
+  if (rule.hexagonal) code(5) = code(0);
   if (fresh_numbers) return true;
 
   lmix_crystal_metrics::cell_parameters cell{};

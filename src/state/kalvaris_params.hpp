@@ -341,7 +341,6 @@ struct phase_type {
   lmix_crystallographic_symmetry::space_group_type spgr;
   lmix_crystal_metrics::crystal_cell_type cellp;  ///< current direct cell
   std::array<float, 6> cell_esd{};                ///< esds of a, b, c, alpha, beta, gamma of the last cycle
-  bool stfac_nref = false;                        ///< no structural parameter is refined: F^2 is calculated once
   bool suppress = false;                          ///< no selected pattern uses it
   float dlim = 0.f;                               ///< user limit of d [angstrom], alive above 0.001
   /// Profile matching in any form: the intensities are not calculated from atoms.
