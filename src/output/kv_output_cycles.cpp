@@ -284,7 +284,7 @@ void cycle_listing::write() {
   }
   const std::string global =
       fmt_line{}
-          .a(report.converged ? " => Global Chi2 (residual of all points): " : " => Global Chi2 (Bragg contrib.): ")
+          .a(" => Global Chi2 (Bragg contrib.): ")
           .g(12, 5, static_cast<double>(st.run.t_chi2))
           .str();
   list(st, global);

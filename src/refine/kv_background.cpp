@@ -369,7 +369,8 @@ bool load_file(std::string_view content, pattern_type& pattern, std::string& rea
     double value = 0.0;
     auto status = lmix_list_input::list_status::value;
     while ((status = scanner.read(value)) == lmix_list_input::list_status::value) numbers.push_back(value);
-    if (status == lmix_list_input::list_status::bad) {
+    const bool words_behind_range = before == 0 && numbers.size() == 3;  // a title may follow thmin step thmax
+    if (status == lmix_list_input::list_status::bad && !words_behind_range) {
       reason = "line " + std::to_string(source.lines_taken()) + " holds something that is no number";
       return false;
     }

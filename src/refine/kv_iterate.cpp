@@ -40,7 +40,7 @@ class cycle_runner {
   void calculate_patterns(int cycle);
   void refresh_background(pattern_type& p, int ip, int cycle);
   void warn_negative_widths(const pattern_type& p, int ip);
-  double joint_chi2(bool last, bool bragg_points);
+  double joint_chi2(bool last);
   bool too_few_points();
   bool diverged(int cycle, double chi2);
   bool solve(double chi2);
@@ -101,7 +101,7 @@ cycle_runner::outcome cycle_runner::one_cycle(int cycle) {
   if (st.run.maxs > 0) console(" Solving L.S. equations...");
   if (too_few_points()) return outcome::failed;
   const bool last_asked = cycle == st.run.mcycle;
-  const double chi2 = joint_chi2(last_asked, true);
+  const double chi2 = joint_chi2(last_asked);
   if (diverged(cycle, chi2)) return outcome::failed;
   if (st.run.maxs > 0 && !solve(chi2)) return outcome::failed;
   damp_reversals();
@@ -118,7 +118,7 @@ cycle_runner::outcome cycle_runner::one_cycle(int cycle) {
 
   std::fill(st.ne.vector().begin(), st.ne.vector().end(), 0.0);
   st.run.icycle_c = st.run.mcycle;
-  joint_chi2(true, false);
+  joint_chi2(true);
   report(cycle, true, true);
   return outcome::converged;
 }
@@ -157,14 +157,16 @@ void cycle_runner::warn_negative_widths(const pattern_type& p, int ip) {
   memory.negative_width = p.flag_gauss ? p.flag_gauss || p.flag_lorentz : p.flag_lorentz;
 }
 
-double cycle_runner::joint_chi2(bool last, bool bragg_points) {
+/// Weighted sum over the patterns of the reduced chi-square of the points under reflections. It is the same quantity in
+/// every cycle: the control file carries it to the next run, which compares.
+double cycle_runner::joint_chi2(bool last) {
   double sum = 0.0, residual = 0.0;
   for (int ip = 0; ip < st.run.n_patt; ++ip) {
     pattern_type& p = st.pattern[static_cast<std::size_t>(ip)];
     if (!takes_part(p)) continue;
     kv_rfactors::chisq1(st, ip, last);
     kv_rfactors::calc_rfac(st, ip);
-    const double part = (bragg_points ? p.bragg.s2 : p.all.s2) * p.w_pat;
+    const double part = p.bragg.s2 * p.w_pat;
     sum += part / (p.num1 - kv_rfactors::parameter_share(st));
     residual += part;
   }

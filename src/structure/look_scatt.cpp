@@ -81,7 +81,7 @@ void list_entry(state_type& st, const pattern_type& pattern, const scattering_en
 void warn_without_anomalous_terms(state_type& st, const pattern_type& pattern) {
   if (pattern.radiation() != job::xrays || tables::anomalous_line(pattern.lamda[0])) return;
   kalvaris_inout::mess_cons(st.io, "Warning: no tabulated f', f\" near the wavelength" +
-                                       fmt_line{}.f(9, 5, pattern.lamda[0]).str() +
+                                       fmt_line{}.f(11, 5, pattern.lamda[0]).str() +
                                        "; they are 0 unless the control file gives them");
 }
 

@@ -140,7 +140,7 @@ TEST(Background, RunsAwayToZeroInARefinementOnly) {
 
 TEST(Background, FileOfEitherFormGivesTheSameValues) {
   kp::pattern_type p = pattern_of({"", 1, 1, 0});
-  std::string grid = "! head\n10.0 5.0 110.0\n", pairs;
+  std::string grid = "! head\n10.0 5.0 110.0 empty holder\n", pairs;
   for (int i = 0; i <= 20; ++i) {
     grid += std::to_string(100 + i * i) + (i % 10 == 9 ? "\n" : " ");
     pairs += std::to_string(10 + 5 * i) + " " + std::to_string(100 + i * i) + "\n";
