@@ -2,6 +2,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstdio>
 
 #include "program_run.hpp"
@@ -150,6 +151,36 @@ TEST_F(ControlFileOfTheNextRun, GoesToCodeNewWithNxtTwo) {
   EXPECT_EQ(where.run("nacl_gauss").status, 0);
   EXPECT_EQ(now(), start);
   EXPECT_THAT(where.get("nacl_gauss.new"), HasSubstr("NaCl halite"));
+}
+
+TEST(FilesOfARun, AreListingSummaryAndPlotFilesAndNoOthers) {
+  struct row {
+    const char* code;
+    std::vector<std::string> left;
+  };
+  for (const row& t :
+       {row{"nacl_gauss", {"nacl_gauss.out", "nacl_gauss.prf", "nacl_gauss.sum"}},
+        row{"corundum_joint",
+            {"corundum_joint.out", "corundum_joint.sum", "corundum_joint_1.prf", "corundum_joint_2.prf"}}}) {
+    const directory where(t.code);
+    const auto before = where.names();
+    ASSERT_EQ(where.run(t.code).status, 0);
+    std::vector<std::string> left;
+    for (const std::string& name : where.names())
+      if (std::find(before.begin(), before.end(), name) == before.end()) left.push_back(name);
+    EXPECT_EQ(left, t.left);
+  }
+}
+
+TEST(FilesOfARun, PrintTheFactorsOfTheLastCycle) {
+  const directory where("nacl_gauss");
+  const auto run = where.run_and_keep("nacl_gauss");
+  ASSERT_TRUE(run.reached_end);
+  const std::string listing = where.get("nacl_gauss.out");
+  const auto last = listing.substr(listing.rfind("RELIABILITY FACTORS WITH ALL NON-EXCLUDED POINTS"));
+  for (const std::string& factor : r_factors(*run.state)) EXPECT_THAT(last, HasSubstr(factor));
+  EXPECT_THAT(last, HasSubstr("=> Run finished at:"));
+  EXPECT_THAT(where.get("nacl_gauss.sum"), HasSubstr("=> Run finished at:"));
 }
 
 }  // namespace
