@@ -199,7 +199,7 @@ bool same_group(const space_group_type& a, const space_group_type& b) {
 }
 
 err_symm_type from_hall(std::string_view hall, space_group_type& spg) {
-  const parts::hall_symbol symbol = parts::get_so_from_hall(hall);
+  const parts::generator_set symbol = parts::get_so_from_hall(hall);
   if (symbol.err) return symbol.err;
   if (!fill_record(spg, parts::close_group(symbol.generators)))
     return failure(" Wrong space-group symbol: " + std::string(hall));
@@ -337,8 +337,51 @@ err_symm_type from_hall_text(std::string_view text, space_group_type& spg) {
   return {};
 }
 
+// "C 1 21/C 1" as it is printed: "C 1 21/c 1".
+std::string printed_symbol(std::string_view symbol) {
+  const std::size_t colon = std::min(symbol.find(':'), symbol.size());
+  std::string out;
+  for (std::size_t i = 0; i < symbol.size(); ++i) {
+    const auto c = static_cast<unsigned char>(symbol[i]);
+    if (c == ' ' && (out.empty() || out.back() == ' ')) continue;
+    out += static_cast<char>(i == 0 || i > colon ? std::toupper(c) : std::tolower(c));
+  }
+  return out;
+}
+
+err_symm_type from_hms_letters(std::string_view symbol, space_group_type& spg) {
+  const parts::generator_set set = parts::get_so_from_hms(symbol);
+  if (set.err) return set.err;
+  if (!fill_record(spg, parts::close_group(set.generators)))
+    return failure(" Wrong space-group symbol: " + std::string(symbol));
+  if (const int row = row_of_operators(spg)) add_table_row(spg, row);
+  spg.spg_symb = printed_symbol(symbol);
+  spg.sg_setting = "Generated from Hermann-Mauguin symbol";
+  return {};
+}
+
+// A text that no row of the table knows: a Hall symbol, else the Hermann-Mauguin symbol of another cell.
+err_symm_type from_unknown_text(std::string_view text, space_group_type& spg) {
+  space_group_type by_hall;
+  const err_symm_type hall_fault = from_hall_text(text, by_hall);
+  if (!hall_fault) {
+    spg = std::move(by_hall);
+    return {};
+  }
+  const err_symm_type fault = from_hms_letters(text, spg);
+  const bool says_more = fault && !fault.err_symm_mess.starts_with(" Wrong space-group symbol");
+  return !fault || says_more ? fault : hall_fault;
+}
+
+// Settings that differ from another one by a letter behind its symbol, such as "P 21212(a)" and "I 2 3a".
+bool symbol_is_nickname(std::string_view hm) {
+  for (std::size_t i = 1; i < hm.size(); ++i)
+    if (std::isdigit(static_cast<unsigned char>(hm[i - 1])) && (hm[i] == 'a' || hm[i] == '(')) return true;
+  return false;
+}
+
 err_symm_type take_road(std::string_view text, space_group_type& spg, std::span<const std::string> gen,
-                        std::string_view mode) {
+                        std::string_view mode, bool force_hall) {
   if (mode == "GEN") return from_generators(gen, spg);
   if (mode == "FIX") return from_fixed_list(text, gen, spg);
   if (text.empty()) return failure("Error in the provided symbol/number of the space group");
@@ -350,21 +393,31 @@ err_symm_type take_road(std::string_view text, space_group_type& spg, std::span<
     return failure(" Problems in SpaceGroup: ITC " + std::string(text) +
                    " => the HM symbol or the number is incorrect ");
   if (mode == "ITC") return from_it_generators(found.row, spg);
-  if (found.row != 0)
-    return from_row(found.row,
-                    found.by_number ? "Generated from Hall symbol" : "IT (Generated from Hermann-Mauguin symbol)", spg);
-  if (mode == "HMS") return failure(" Wrong space-group symbol: " + std::string(text));
-  return gen.empty() ? from_hall_text(text, spg) : from_generators(gen, spg);
+  if (found.row != 0) {
+    const bool by_hall = found.by_number || force_hall || symbol_is_nickname(setting(found.row).hm);
+    return from_row(found.row, by_hall ? "Generated from Hall symbol" : "IT (Generated from Hermann-Mauguin symbol)",
+                    spg);
+  }
+  if (mode == "HMS") return from_hms_letters(text, spg);
+  return gen.empty() ? from_unknown_text(text, spg) : from_generators(gen, spg);
 }
 
 }  // namespace
 
 err_symm_type set_spacegroup(std::string_view spacegen, space_group_type& spacegroup, std::span<const std::string> gen,
-                             std::string_view mode) {
+                             std::string_view mode, bool force_hall) {
   spacegroup = {};
   space_group_type built;
-  err_symm_type err = take_road(trimmed(spacegen), built, gen, upper(trimmed(mode)));
+  err_symm_type err = take_road(trimmed(spacegen), built, gen, upper(trimmed(mode)), force_hall);
   if (!err) spacegroup = std::move(built);
+  return err;
+}
+
+err_symm_type get_so_from_hms(std::string_view symbol, space_group_type& spg) {
+  spg = {};
+  space_group_type built;
+  err_symm_type err = from_hms_letters(trimmed(symbol), built);
+  if (!err) spg = std::move(built);
   return err;
 }
 

@@ -87,13 +87,22 @@ struct space_group_type {
 /// Builds the record. `spacegen` is a Hermann-Mauguin symbol of any tabulated setting (any case, with or without the
 /// blanks between its fields), a number, either with a choice behind a colon ("F d -3 m:1", "227:2", "R -3 c:R",
 /// "15:c1"), or a Hall symbol with an origin shift in brackets (twelfths). A group with two origins is taken at the
-/// second unless told.
-/// `mode`: empty tries all that; "HMS", "ITC" (number or symbol, from the generators of International Tables) and "HAL"
-/// take one road; "GEN" closes the operators `gen` to a group, "FIX" takes them as they stand as the complete list,
-/// with the first letter of `spacegen` (or Z) as lattice symbol; such a record has centred 1, numlat 1, numops =
-/// multip. On failure the record is left empty.
+/// second unless told. A text that none of that knows is read as the Hermann-Mauguin symbol of another cell.
+/// `mode`: empty tries all that; "HMS" (a tabulated symbol, else the letters of the symbol), "ITC" (number or symbol,
+/// from the generators of International Tables) and "HAL" take one road; "GEN" closes the operators `gen` to a group,
+/// "FIX" takes them as they stand as the complete list, with the first letter of `spacegen` (or Z) as lattice symbol;
+/// such a record has centred 1, numlat 1, numops = multip. `force_hall` sends a tabulated symbol down the road of Hall
+/// symbols, which `sg_setting` then tells. On failure the record is left empty.
 err_symm_type set_spacegroup(std::string_view spacegen, space_group_type& spacegroup,
-                             std::span<const std::string> gen = {}, std::string_view mode = {});
+                             std::span<const std::string> gen = {}, std::string_view mode = {},
+                             bool force_hall = false);
+
+/// Builds the record from the letters of a Hermann-Mauguin symbol, fields separated by blanks: no row of the table is
+/// looked up, so that symbols of any cell are read ("C 1 21/c 1", "F 4/m m m", "B 2 2 21"). A symbol does not tell its
+/// origin: that is an inversion centre of highest site symmetry (unless ":1" stands behind it), else a point where the
+/// first elements meet. ":R" asks for rhombohedral axes. `numspg` is known only where the operators are those of a
+/// tabulated setting. A symbol whose fields do not tell a group, or not all of it, is refused.
+err_symm_type get_so_from_hms(std::string_view symbol, space_group_type& spg);
 
 /// Listing of the record; with `full` also of its operators, at most 192 of them.
 std::string write_spacegroup(const space_group_type& spg, bool full);

@@ -8,7 +8,7 @@
 namespace lmix_crystallographic_symmetry::parts {
 namespace {
 
-hall_symbol refused(std::string_view words, std::string_view hall) {
+generator_set refused(std::string_view words, std::string_view hall) {
   return {{true, std::string(words) + std::string(hall)}, {}};
 }
 
@@ -186,8 +186,8 @@ std::vector<std::string_view> split(std::string_view text) {
 
 }  // namespace
 
-hall_symbol get_so_from_hall(std::string_view hall) {
-  hall_symbol out;
+generator_set get_so_from_hall(std::string_view hall) {
+  generator_set out;
   std::array<double, 3> shift{};
   std::string_view body = hall;
   if (const std::size_t open = hall.find('('); open != std::string_view::npos) {

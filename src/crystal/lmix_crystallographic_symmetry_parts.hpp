@@ -43,12 +43,15 @@ struct closed_group {
 };
 closed_group close_group(std::span<const exact_op> generators);
 
-/// Generators of a Hall symbol: its operators, then -1 if it says so, then the centring vectors.
-struct hall_symbol {
+/// What a symbol asks for: operators, then the centring vectors.
+struct generator_set {
   err_symm_type err;
   std::vector<exact_op> generators;
 };
-hall_symbol get_so_from_hall(std::string_view hall);
+/// Of a Hall symbol: its operators, then -1 if it says so, then the centring vectors.
+generator_set get_so_from_hall(std::string_view hall);
+/// Of a Hermann-Mauguin symbol, by its own letters: no table of settings is consulted.
+generator_set get_so_from_hms(std::string_view hms);
 
 /// Fractions as users write them: "1/3", "-0.1234".
 std::string fraction_text(double v);

@@ -156,8 +156,10 @@ orbit_type get_orbit(const vector3& x, const space_group_type& spg) {
 int get_multip_pos_crys(const vector3& x, const space_group_type& spg) {
   if (spg.multip < 2) return spg.numlat;
   std::vector<vector3> distinct;
-  for (const sym_oper_type& op : spg.symop) {
-    const vector3 image = applyso(op, x);
+  // The operators of one lattice point: the others only add centring vectors.
+  const std::size_t per_lattice_point = spg.symop.size() / static_cast<std::size_t>(std::max(spg.numlat, 1));
+  for (std::size_t m = 0; m < per_lattice_point; ++m) {
+    const vector3 image = applyso(spg.symop[m], x);
     const bool seen = std::ranges::any_of(distinct, [&](const vector3& p) {
       return lattice_trans({p[0] - image[0], p[1] - image[1], p[2] - image[2]}, spg.latt_trans);
     });

@@ -9,6 +9,7 @@ namespace {
 
 /// Phases h t are multiples of 1/12 in every tabulated group; user translations may be rounded to three decimals.
 constexpr double phase_tolerance = 0.05;
+constexpr matrix3i identity{{{1, 0, 0}, {0, 1, 0}, {0, 0, 1}}};
 /// Indices fit the key of the canonical order.
 constexpr int max_index = 16383;
 
@@ -39,16 +40,42 @@ int order_of(const reflection_rules& rules) {
 }
 
 bool no_negative(const hkl_type& h) { return (h[0] | h[1] | h[2]) >= 0; }
+bool all_positive(const hkl_type& h) { return h[0] > 0 && h[1] > 0 && h[2] > 0; }
+
+/// False when every index that is positive in h comes out negative somewhere in h R.
+bool reaches_octant(const matrix3i& r) {
+  for (std::size_t j = 0; j < 3; ++j)
+    if (r[0][j] <= 0 && r[1][j] <= 0 && r[2][j] <= 0) return false;
+  return true;
+}
+
+matrix3i opposite(matrix3i m) {
+  for (auto& row : m)
+    for (auto& e : row) e = -e;
+  return m;
+}
+
+/// Whether the rotations, with Friedel mates, hold m.
+bool holds(const reflection_rules& rules, const matrix3i& m) {
+  return std::ranges::any_of(rules.rotation,
+                             [&](const matrix3i& r) { return r == m || (rules.friedel && r == opposite(m)); });
+}
 
 /// Tells unique reflections. A rotation that turned a reflection away moves forward in its own list, so that most
 /// others are turned away by the first few rotations.
 class unique_test {
  public:
   explicit unique_test(const reflection_rules& rules)
-      : rotation_(rules.rotation), friedel_(rules.friedel), order_(order_of(rules)) {}
+      : rotation_(rules.rotation), friedel_(rules.friedel), order_(order_of(rules)) {
+    if (!friedel_) return;
+    for (const matrix3i& r : rotation_)
+      for (const matrix3i& turn : {r, opposite(r)})
+        if (turn != identity && reaches_octant(turn)) within_octant_.push_back(turn);
+  }
 
   /// Multiplicity of h when it is canonical, 0 when an equivalent ranks higher.
   int mult_if_canonical(const hkl_type& h) {
+    if (friedel_ && all_positive(h)) return mult_in_octant(h);
     int fixing = 0;
     // Only images without negative indices rank as high as such an h, and they rank by h, k, l.
     const bool octant = friedel_ && no_negative(h);
@@ -65,6 +92,16 @@ class unique_test {
   }
 
  private:
+  /// The same where no index is 0: few rotations have an image without negative indices, in mmm only the identity.
+  int mult_in_octant(const hkl_type& h) const {
+    int fixing = 1;  // the identity
+    for (const matrix3i& r : within_octant_) {
+      const hkl_type image = turned(h, r);
+      if (image > h && no_negative(image)) return 0;
+      fixing += image == h;
+    }
+    return order_ / fixing;
+  }
   /// Images (the Friedel mate is one more) that equal h; -1 when one ranks higher.
   int compare(const hkl_type& h, const hkl_type& image) const {
     const std::int64_t own = rank(h);
@@ -79,9 +116,41 @@ class unique_test {
     return image > h ? -1 : image == h;
   }
 
-  std::vector<matrix3i> rotation_;
+  std::vector<matrix3i> rotation_, within_octant_;
   bool friedel_;
   int order_;
+};
+
+/// The lattice condition of the scan. Where all centring vectors are multiples of 1/period it repeats with that period
+/// in h, k, l and is told by a table; period 0 stands for centring vectors off every customary grid.
+class lattice_test {
+ public:
+  explicit lattice_test(const reflection_rules& rules) : rules_(rules), period_(period_of(rules)) {
+    for (int l = 0; l < period_; ++l)
+      for (int k = 0; k < period_; ++k)
+        for (int h = 0; h < period_; ++h) absent_.push_back(hkl_lat_absent({h, k, l}, rules));
+  }
+  bool absent(const hkl_type& h) const {
+    if (period_ == 0) return hkl_lat_absent(h, rules_);
+    return absent_[static_cast<std::size_t>((residue(h[2]) * period_ + residue(h[1])) * period_ + residue(h[0]))] != 0;
+  }
+
+ private:
+  static int period_of(const reflection_rules& rules) {
+    for (const int period : {1, 2, 3, 4, 6, 8, 12}) {
+      const auto on_grid = [period](double e) { return std::abs(e * period - std::round(e * period)) < 1e-3; };
+      if (std::ranges::all_of(rules.centring, [&](const auto& c) { return std::ranges::all_of(c, on_grid); }))
+        return period;
+    }
+    return 0;
+  }
+  int residue(int index) const {
+    const int r = index % period_;
+    return r < 0 ? r + period_ : r;
+  }
+  const reflection_rules& rules_;
+  int period_;
+  std::vector<char> absent_;
 };
 
 struct index_range {
@@ -118,18 +187,62 @@ hkl_type box(const metric_tensor& gr, double radius) {
   return half;
 }
 
-/// Lowest index that a canonical reflection can have, so that the scan leaves out what cannot be canonical.
-hkl_type lowest_canonical(const reflection_rules& rules, const hkl_type& half) {
-  const auto holds = [&](const matrix3i& m) {
-    const matrix3i n{{{-m[0][0], -m[0][1], -m[0][2]}, {-m[1][0], -m[1][1], -m[1][2]}, {-m[2][0], -m[2][1], -m[2][2]}}};
-    return std::ranges::any_of(rules.rotation, [&](const matrix3i& r) { return r == m || r == n; });
-  };
-  if (!rules.friedel) return {-half[0], -half[1], -half[2]};
-  const matrix3i two_x{{{1, 0, 0}, {0, -1, 0}, {0, 0, -1}}}, two_y{{{-1, 0, 0}, {0, 1, 0}, {0, 0, -1}}};
-  const matrix3i four_z{{{0, -1, 0}, {1, 0, 0}, {0, 0, 1}}}, six_z{{{1, -1, 0}, {1, 0, 0}, {0, 0, 1}}};
-  const bool octant = (holds(two_x) && holds(two_y)) || holds(four_z) || holds(six_z);
-  if (octant) return {0, 0, 0};
-  return {-half[0], holds(two_y) ? 0 : -half[1], 0};
+/// Where canonical reflections lie, so that the scan leaves out what cannot be one: lowest indices, and orders of
+/// indices that an exchange of axes brings (the canonical index is the one with the largest h, k, l).
+struct canonical_region {
+  hkl_type low{};
+  bool k_not_below_l = false, h_not_below_k = false, h_not_below_l = false;
+
+  int first_k(int l) const { return k_not_below_l ? std::max(low[1], l) : low[1]; }
+  int first_h(int k, int l) const { return std::max({low[0], h_not_below_k ? k : low[0], h_not_below_l ? l : low[0]}); }
+};
+
+canonical_region region_of(const reflection_rules& rules, const hkl_type& half) {
+  canonical_region region;
+  region.low = {-half[0], -half[1], -half[2]};
+  if (!rules.friedel) return region;
+  const auto has = [&](const matrix3i& m) { return holds(rules, m); };
+  const bool two_x = has({{{1, 0, 0}, {0, -1, 0}, {0, 0, -1}}}), two_y = has({{{-1, 0, 0}, {0, 1, 0}, {0, 0, -1}}});
+  const bool four_z = has({{{0, -1, 0}, {1, 0, 0}, {0, 0, 1}}}), six_z = has({{{1, -1, 0}, {1, 0, 0}, {0, 0, 1}}});
+  if (!((two_x && two_y) || four_z || six_z)) {
+    // On a threefold axis h, k, -h-k turn in a ring: one of the three pairs has k >= 0 and at most one negative index.
+    const bool three_z = has({{{0, -1, 0}, {1, -1, 0}, {0, 0, 1}}});
+    region.low = {-half[0], two_y || three_z ? 0 : -half[1], 0};
+    return region;
+  }
+  region.low = {0, 0, 0};
+  const bool ring = has({{{0, 1, 0}, {0, 0, 1}, {1, 0, 0}}});
+  region.h_not_below_k = ring || has({{{0, 1, 0}, {1, 0, 0}, {0, 0, 1}}});
+  region.h_not_below_l = ring || has({{{0, 0, 1}, {0, 1, 0}, {1, 0, 0}}});
+  region.k_not_below_l = has({{{1, 0, 0}, {0, 0, 1}, {0, 1, 0}}});
+  return region;
+}
+
+bool before(const reflection_type& a, const reflection_type& b) { return a.s != b.s ? a.s < b.s : a.h < b.h; }
+
+/// Lattice points are spread evenly over the volume, so that shells of equal volume hold about one reflection each:
+/// they are counted into their shells and only put in order inside of them.
+void sort_by_s(std::vector<reflection_type>& list) {
+  if (list.size() < 2) return;
+  const auto [first, last] = std::ranges::minmax(list, {}, &reflection_type::s);
+  const auto cube = [](float s) { return static_cast<double>(s) * static_cast<double>(s) * static_cast<double>(s); };
+  const double origin = cube(first.s), width = cube(last.s) - origin;
+  if (!(width > 0)) {
+    std::ranges::sort(list, before);
+    return;
+  }
+  const double scale = static_cast<double>(list.size() - 1) / width;
+  const auto shell = [&](const reflection_type& r) { return static_cast<std::size_t>((cube(r.s) - origin) * scale); };
+  std::vector<std::size_t> end(list.size() + 1);
+  for (const reflection_type& r : list) ++end[shell(r) + 1];
+  for (std::size_t i = 1; i < end.size(); ++i) end[i] += end[i - 1];
+  std::vector<reflection_type> sorted(list.size());
+  std::vector<std::size_t> place(end.begin(), end.end() - 1);
+  for (const reflection_type& r : list) sorted[place[shell(r)]++] = r;
+  for (std::size_t i = 0; i + 1 < end.size(); ++i)
+    std::sort(sorted.begin() + static_cast<std::ptrdiff_t>(end[i]),
+              sorted.begin() + static_cast<std::ptrdiff_t>(end[i + 1]), before);
+  list = std::move(sorted);
 }
 
 }  // namespace
@@ -144,17 +257,16 @@ reflection_rules make_rules(const space_group_type& group, bool friedel) {
   const std::size_t per_lattice_point = group.symop.size() / std::max<std::size_t>(group.latt_trans.size(), 1);
   for (std::size_t m = 0; m < per_lattice_point; ++m) {
     const auto& op = group.symop[m];
-    matrix3i opposite = op.rot;
-    for (auto& row : opposite)
-      for (auto& e : row) e = -e;
-    const bool known = std::ranges::any_of(
-        rules.rotation, [&](const matrix3i& r) { return r == op.rot || (friedel && r == opposite); });
-    if (!known) rules.rotation.push_back(op.rot);
+    if (!holds(rules, op.rot)) rules.rotation.push_back(op.rot);
     const auto screw = lmix_crystallographic_symmetry::intrinsic_translation(op);
-    if (std::ranges::any_of(screw, [](double e) { return std::abs(e - std::floor(e + 0.5)) > 1e-4; }))
+    if (std::ranges::all_of(screw, [](double e) { return std::abs(e - std::floor(e + 0.5)) <= 1e-4; })) continue;
+    // A fixed list of operators may hold its centring vectors among the others.
+    if (op.rot == identity)
+      rules.centring.push_back(screw);
+    else
       rules.translation.push_back({op.rot, screw});
   }
-  if (rules.rotation.empty()) rules.rotation.push_back({{{1, 0, 0}, {0, 1, 0}, {0, 0, 1}}});
+  if (rules.rotation.empty()) rules.rotation.push_back(identity);
   return rules;
 }
 
@@ -227,17 +339,18 @@ std::vector<reflection_type> hkl_gen(const metric_tensor& gr, const space_group_
   const reflection_rules rules = make_rules(group, friedel);
   const double q_max = 4.0 * static_cast<double>(smax) * static_cast<double>(smax) * (1.0 + 1e-6);
   const hkl_type half = box(gr, 2.0 * static_cast<double>(smax));
-  const hkl_type low = lowest_canonical(rules, half);
+  const canonical_region region = region_of(rules, half);
   unique_test unique(rules);
+  const lattice_test lattice(rules);
   const int general_mult = order_of(rules);
   const auto g = [&](std::size_t i, std::size_t j) { return static_cast<double>(gr[i][j]); };
-  for (int l = low[2]; l <= half[2]; ++l)
-    for (int k = low[1]; k <= half[1]; ++k) {
+  for (int l = region.low[2]; l <= half[2]; ++l)
+    for (int k = region.first_k(l); k <= half[1]; ++k) {
       const double rest = g(1, 1) * k * k + 2.0 * g(1, 2) * k * l + g(2, 2) * l * l;
       const index_range row = inside(g(0, 0), 2.0 * (g(0, 1) * k + g(0, 2) * l), rest - q_max);
-      for (int h = std::max(row.first, low[0]); h <= std::min(row.last, half[0]); ++h) {
+      for (int h = std::max(row.first, region.first_h(k, l)); h <= std::min(row.last, half[0]); ++h) {
         const hkl_type index{h, k, l};
-        if (index == hkl_type{} || hkl_lat_absent(index, rules)) continue;
+        if (index == hkl_type{} || lattice.absent(index)) continue;
         const int mult = unique.mult_if_canonical(index);
         if (mult == 0) continue;
         // A general reflection is left in place by no operator that could forbid it.
@@ -246,8 +359,7 @@ std::vector<reflection_type> hkl_gen(const metric_tensor& gr, const space_group_
         if (s >= smin && s <= smax) list.push_back({index, mult, s, 1});
       }
     }
-  std::ranges::sort(
-      list, [](const reflection_type& a, const reflection_type& b) { return a.s != b.s ? a.s < b.s : a.h < b.h; });
+  sort_by_s(list);
   return list;
 }
 
