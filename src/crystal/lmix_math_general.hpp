@@ -107,6 +107,14 @@ template <std::floating_point To, std::floating_point From>
 /// b becomes x. False, with b spoilt, when a pivot is 0 or not finite or `a` has not n*n elements.
 [[nodiscard]] bool solve_linear(std::span<double> a, std::span<double> b);
 
+/// Eigenvalues of a symmetric matrix, largest first, and their unit vectors in the rows, right-handed (C. G. J. Jacobi,
+/// J. reine angew. Math. 30 (1846) 51-94). The upper triangle is used. NaN in, NaN out.
+struct eigen3 {
+  vec3d value;
+  mat3d vector;
+};
+[[nodiscard]] eigen3 symmetric_eigen(const mat3d& m);
+
 // ---- search
 /// Number of elements of the increasing table that are not above x: 0 below the first, table.size() at or above the
 /// last. As a 1-based index it is the last point at or below x. Bisection; a NaN gives 0.
