@@ -18,7 +18,7 @@ struct bvs_par_type {
 };
 inline constexpr double b_universal = 0.37;  ///< softness of a bond [angstrom]
 
-/// Pairs on which the two lists agree within 0.01 angstrom, not a complete list of either.
+/// Oxides of the common ions and three fluorides: not a complete list of either source.
 [[nodiscard]] std::span<const bvs_par_type> bvs_par();
 /// Row of a pair; labels in any case, digits and signs are dropped. Null if it is not listed.
 [[nodiscard]] const bvs_par_type* find_bvs_par(std::string_view cation, int charge, std::string_view anion);
