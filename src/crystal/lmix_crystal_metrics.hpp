@@ -13,6 +13,7 @@
 #include <span>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "lmix_math_general.hpp"
 
@@ -155,6 +156,74 @@ struct changed_cell {
 /// of R. W. Grosse-Kunstleve, N. K. Sauter & P. D. Adams, Acta Cryst. A60 (2004) 1-6; tolerance 1e-5 V^(2/3)). On an
 /// error the result is left.
 crys_error niggli_cell(const vec3d& cell, const vec3d& ang, changed_cell& reduced);
+
+/// Lengths and angles of a metric tensor that is positive definite.
+struct lengths_and_angles {
+  vec3d len, ang;
+};
+[[nodiscard]] lengths_and_angles cell_from_metrics(const mat3d& g);
+
+/// The matrix that leads from one cell to another: whole numbers, or multiples of 1/denominator. Lengths have to agree
+/// within `length_tolerance` of their size, angles within `angle_tolerance` degrees; of several right-handed matrices
+/// (a lattice with symmetry has one for each rotation) the one that fits best is taken, then the one nearest to the
+/// identity. Nullopt when there is none or a cell cannot close.
+[[nodiscard]] std::optional<changed_cell> get_transfm_matrix(const vec3d& cell, const vec3d& ang, const vec3d& cell_to,
+                                                             const vec3d& ang_to, double length_tolerance = 0.01,
+                                                             double angle_tolerance = 0.5, int denominator = 1);
+
+/// A twofold axis of a lattice: the row [direct] is normal to the plane (reciprocal), up to `delta`.
+struct twofold_axis {
+  std::array<int, 3> direct{}, reciprocal{};  ///< indices in the cell given, without common factor
+  int product = 0;                            ///< their scalar product, 1 or 2: layers along the row to the next one
+  double delta = 0;                           ///< angle between them [degrees]
+  double length = 0;                          ///< repeat distance along the row [angstrom]
+};
+/// The twofold axes of the lattice of a primitive cell within `tolerance` degrees, the best first, at most nine. Every
+/// lattice symmetry follows from them (Y. Le Page, J. Appl. Cryst. 15 (1982) 255-259). Empty for a bad cell.
+[[nodiscard]] std::vector<twofold_axis> get_twofold_axes(const vec3d& cell, const vec3d& ang, double tolerance);
+
+/// The conventional cell of the lattice of a primitive cell.
+struct conventional_cell {
+  changed_cell to;      ///< from the primitive cell; whole numbers in to.p
+  char lattice = 'P';   ///< P, C, I, F or R
+  char family = 'a';    ///< a, m, o, t, h or c
+  int n_twofold = 0;    ///< 0 triclinic, 1, 3, 5, 7, 9 cubic
+  double delta = 0;     ///< largest deviation of an axis [degrees]
+  double mismatch = 0;  ///< largest relative difference of two axes that the family makes equal
+};
+/// The lattice's symmetry is the highest whose axes all lie within `tolerance` degrees. Axes: the symmetry directions;
+/// rhombohedral lattices in hexagonal axes, obverse; orthorhombic with a < b < c for P, I and F and a < b for C;
+/// monoclinic with b along the axis, a and c the shortest that give the letter P or C, beta not acute; triclinic the
+/// reduced cell. The lengths and angles are those of the lattice as it is: nothing is set equal. Method: Le Page
+/// (1982).
+crys_error get_conventional_cell(const vec3d& cell, const vec3d& ang, double tolerance,
+                                 conventional_cell& conventional);
+
+// ---- strain between two states of a crystal
+/// Measures of strain from the deformation F = M1 M0^-1, M the crystal to Cartesian matrices (Y. Ohashi, in R. M. Hazen
+/// & L. W. Finger, Comparative Crystal Chemistry (1982) 92-102; J. L. Schlenker, G. V. Gibbs & M. B. Boisen, Acta
+/// Cryst. A34 (1978) 52-54).
+enum class strain_measure {
+  infinitesimal,  ///< (F + F^T)/2 - 1; depends on how the frame ties the two states
+  lagrangian,     ///< (F^T F - 1)/2, referred to the first state
+  eulerian        ///< (1 - F^-T F^-1)/2, referred to the second
+};
+/// Strain tensor from cell 0 to cell 1 in the Cartesian frame of a code. Nullopt for a cell that cannot close.
+[[nodiscard]] std::optional<mat3d> calc_cell_strain(strain_measure kind, const lengths_and_angles& cell0,
+                                                    const lengths_and_angles& cell1, frame code = frame::CA);
+/// Metric tensor of the cell that a strain makes of cell 0: the inverse of calc_cell_strain. Infinitesimal strain is
+/// taken as F = 1 + strain, so that it comes back to second order only. Nullopt when no crystal can be strained so.
+[[nodiscard]] std::optional<mat3d> calc_deformed_metric(strain_measure kind, const lengths_and_angles& cell0,
+                                                        const mat3d& strain, frame code = frame::CA);
+/// Principal strains, largest first, their axes in the Cartesian frame, and the angles [degrees] of each axis to a, b,
+/// c and to a*, b*, c*, from 0 to 180.
+struct principal_strain {
+  vec3d value;
+  mat3d axis;                      ///< rows, unit length, right-handed
+  mat3d to_direct, to_reciprocal;  ///< [i][j]: axis i to a, b, c or a*, b*, c*
+};
+[[nodiscard]] std::optional<principal_strain> calc_paxes_angles(const mat3d& strain, const lengths_and_angles& cell,
+                                                                frame code = frame::CA);
 
 // ---- the quadratic form 1/d^2 = A h^2 + B k^2 + C l^2 + D kl + E hl + F hk
 // A = a*^2, B = b*^2, C = c*^2, D = 2 b* c* cos alpha*, E = 2 a* c* cos beta*, F = 2 a* b* cos gamma* [1/angstrom^2].

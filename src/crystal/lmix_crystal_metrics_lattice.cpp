@@ -19,10 +19,9 @@ bool positive_definite(const mat3d& g) {
 /// Metric tensor of the axes (a, b, c) P.
 mat3d transformed(const mat3d& g, const mat3d& p) { return multiply(transpose(p), multiply(g, p)); }
 
-struct lengths_and_angles {
-  vec3d len, ang;
-};
-lengths_and_angles cell_of(const mat3d& g) {
+}  // namespace
+
+lengths_and_angles cell_from_metrics(const mat3d& g) {
   lengths_and_angles c;
   for (std::size_t i = 0; i < 3; ++i) c.len[i] = std::sqrt(g[i][i]);
   for (std::size_t i = 0; i < 3; ++i) {
@@ -32,12 +31,10 @@ lengths_and_angles cell_of(const mat3d& g) {
   return c;
 }
 
-}  // namespace
-
 std::optional<changed_cell> change_setting_cell(const vec3d& cell, const vec3d& ang, const mat3d& p) {
   const mat3d g = metrics(cell, ang);
   if (!positive_definite(g) || !inverse(p)) return std::nullopt;
-  const auto c = cell_of(transformed(g, p));
+  const auto c = cell_from_metrics(transformed(g, p));
   return changed_cell{c.len, c.ang, p};
 }
 
@@ -149,7 +146,7 @@ crys_error niggli_cell(const vec3d& cell, const vec3d& ang, changed_cell& reduce
   while (state.step())
     if (++steps == most_steps)
       return crys_error::because("The limit of iterations in Niggli_Cell_NiggliMat has been reached!");
-  const auto c = cell_of(transformed(g, state.p));
+  const auto c = cell_from_metrics(transformed(g, state.p));
   reduced = {c.len, c.ang, state.p};
   return {};
 }
@@ -198,14 +195,14 @@ std::optional<quadratic_form> quadratic_form_from_cell(const cell_parameters& ce
 std::optional<cell_parameters> cell_from_quadratic_form(const quadratic_form& form) {
   const mat3d r = tensor_of(form);
   if (!positive_definite(r)) return std::nullopt;
-  return joined(cell_of(*inverse(r)));
+  return joined(cell_from_metrics(*inverse(r)));
 }
 
 std::optional<direct_cell> direct_cell_from_quadratic_form(const quadratic_form& form, const mat6d& covariance) {
   const mat3d r = tensor_of(form);
   if (!positive_definite(r)) return std::nullopt;
   const mat3d g = *inverse(r);
-  const auto cell = cell_of(g);
+  const auto cell = cell_from_metrics(g);
   direct_cell result;
   result.cell = joined(cell);
   result.derivatives = cell_derivatives(g, cell);

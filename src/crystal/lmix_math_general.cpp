@@ -54,6 +54,36 @@ bool solve_linear(std::span<double> a, std::span<double> b) {
   return true;
 }
 
+eigen3 symmetric_eigen(const mat3d& m) {
+  mat3d a = m, v = identity<double>();  // v a v^T stays what it was
+  for (int sweep = 0; sweep < 20; ++sweep) {
+    for (const auto& [p, q] : {std::array<std::size_t, 2>{0, 1}, {0, 2}, {1, 2}}) {
+      if (a[p][q] == 0.0) continue;
+      const double theta = 0.5 * std::atan2(2.0 * a[p][q], a[q][q] - a[p][p]), c = std::cos(theta), s = std::sin(theta);
+      mat3d turn = identity<double>();
+      turn[p][p] = turn[q][q] = c;
+      turn[p][q] = -s;
+      turn[q][p] = s;
+      a[q][p] = a[p][q];
+      for (std::size_t i = 0; i < 3; ++i)
+        for (std::size_t j = 0; j < i; ++j) a[i][j] = a[j][i];
+      a = multiply(turn, multiply(a, transpose(turn)));
+      a[p][q] = 0.0;
+      v = multiply(turn, v);
+    }
+  }
+  std::array<std::size_t, 3> order{0, 1, 2};
+  std::sort(order.begin(), order.end(), [&](std::size_t i, std::size_t j) { return a[i][i] > a[j][j]; });
+  eigen3 e;
+  for (std::size_t i = 0; i < 3; ++i) {
+    e.value[i] = a[order[i]][order[i]];
+    e.vector[i] = v[order[i]];
+  }
+  if (determinant(e.vector) < 0)
+    for (double& x : e.vector[2]) x = -x;
+  return e;
+}
+
 // The second derivatives m of a natural spline obey, at each inner point i with h_i = x_i+1 - x_i,
 //   h_i-1 m_i-1 + 2 (h_i-1 + h_i) m_i + h_i m_i+1 = 6 [(y_i+1 - y_i)/h_i - (y_i - y_i-1)/h_i-1]:
 // symmetric and tridiagonal, so the transposed problem that gives the weights has the same factors.

@@ -1,11 +1,12 @@
-// Small mathematics: 3x3 matrices, trigonometry in degrees, linear systems, cubic splines, table search, random
-// numbers. Owns nothing: every operation is a function of its arguments. The state of the random generator is a struct
-// that its user holds.
+// Small mathematics: 3x3 matrices, trigonometry in degrees, linear systems, cubic splines, table search, Fourier
+// transform, smoothing, special functions, random numbers. Owns nothing: every operation is a function of its
+// arguments. The state of the random generator is a struct that its user holds.
 #pragma once
 
 #include <algorithm>
 #include <array>
 #include <cmath>
+#include <complex>
 #include <concepts>
 #include <cstddef>
 #include <cstdint>
@@ -106,6 +107,14 @@ template <std::floating_point To, std::floating_point From>
 /// b becomes x. False, with b spoilt, when a pivot is 0 or not finite or `a` has not n*n elements.
 [[nodiscard]] bool solve_linear(std::span<double> a, std::span<double> b);
 
+/// Eigenvalues of a symmetric matrix, largest first, and their unit vectors in the rows, right-handed (C. G. J. Jacobi,
+/// J. reine angew. Math. 30 (1846) 51-94). The upper triangle is used. NaN in, NaN out.
+struct eigen3 {
+  vec3d value;
+  mat3d vector;
+};
+[[nodiscard]] eigen3 symmetric_eigen(const mat3d& m);
+
 // ---- search
 /// Number of elements of the increasing table that are not above x: 0 below the first, table.size() at or above the
 /// last. As a 1-based index it is the last point at or below x. Bisection; a NaN gives 0.
@@ -157,6 +166,38 @@ class natural_spline {
 /// Value at t of the spline with the second derivatives y2 (all spans of one size >= 2). The cubic of the first or last
 /// interval goes on outside.
 [[nodiscard]] float splint(std::span<const float> x, std::span<const float> y, std::span<const float> y2, float t);
+
+// ---- Fourier transform and smoothing
+/// In-place transform sum_j a_j exp(sign 2 pi i j k/n), unscaled: forward (-1) and backward (+1) multiply by n. Radix 2
+/// (J. W. Cooley & J. W. Tukey, Math. Comput. 19 (1965) 297-301). False, and nothing done, unless n is a power of two.
+[[nodiscard]] bool fft(std::span<std::complex<double>> a, int sign);
+
+/// Low-pass filter: the straight line between the means of the first and last `ends` points is taken off, harmonics are
+/// damped by 1 - (f window)^2/4 down to 0 (f in cycles per point), the line is added back. What is narrower than
+/// `window` points goes; a window of 1 or less, or fewer than 4 points, change nothing. The points are padded with
+/// zeroes by two windows or more, twice their number at most. Method: W. H. Press et al., Numerical Recipes (1986),
+/// sect. 13.9, SMOOFT.
+void smooft(std::span<double> y, double window, std::size_t ends = 1);
+
+/// Weight of the point i = -m..m in the value (or the derivative of the order `derivative`, per step) at t = -m..m of
+/// the polynomial of degree `degree` <= 2m fitted to 2m+1 equidistant points (A. Savitzky & M. J. E. Golay, Anal. Chem.
+/// 36 (1964) 1627-1639; by Gram polynomials, P. A. Gorry, Anal. Chem. 62 (1990) 570-573).
+[[nodiscard]] double savitzky_golay_weight(int i, int t, int m, int degree, int derivative = 0);
+/// The filter over a whole curve of equidistant points; the first and last m points are read off the polynomials of the
+/// first and last windows. False, with `out` as it was, for degree < derivative, degree > 2m, fewer than 2m+1 points or
+/// spans of different sizes.
+[[nodiscard]] bool savitzky_golay(std::span<const double> y, int m, int degree, int derivative, std::span<double> out);
+
+// ---- special functions
+/// exp(x^2) erfc(x), which stays finite where erfc underflows: 1/(sqrt(pi) x) for large x. Infinite below -26.6.
+/// Continued fraction of M. Abramowitz & I. A. Stegun, Handbook of Mathematical Functions (1964), 7.1.14. Relative
+/// error below 1e-15 for x >= 0.
+[[nodiscard]] double erfcx(double x);
+/// exp(z) E1(z) on the principal branch; on the negative real axis the limit from above, so that the imaginary part of
+/// E1 is -pi there. 1e300 at 0. Power series and continued fraction of Abramowitz & Stegun, 5.1.11 and 5.1.22,
+/// asymptotic series 5.1.51 beside the negative axis beyond |z| = 50, where the part pi exp(z) of the imaginary part,
+/// below 1e-21, is left out. Error below 1e-14 of the modulus.
+[[nodiscard]] std::complex<double> expi_e1(std::complex<double> z);
 
 // ---- random numbers
 /// L'Ecuyer's combination of two multiplicative congruential generators (P. L'Ecuyer, Commun. ACM 31 (1988) 742-749),

@@ -24,6 +24,28 @@ constexpr auto xray_form_table = std::to_array<xray_form_type>({
 });
 static_assert(xray_form_table.size() == 214);
 
+constexpr auto xray_form_alt_table = std::to_array<xray_form_type>({
+#include "tables/xray_form_alt.inc"
+});
+
+constexpr auto special_form_table = std::to_array<special_form_type>({
+    {"SPHS", "sphere"},
+    {"PARA", "parallelepiped"},
+    {"ELLI", "ellipsoid"},
+    {"CYLI", "cylinder"},
+    {"SASH", "form factor in symmetry-adapted spherical harmonics"},
+    {"TORE", "torus"},
+    {"SPHE", "spherical shell"},
+    {"ANOM", "anisotropic anomalous scatterer"},
+    {"MPOL", "multipoles"},
+    {"DIPO", "dipole"},
+    {"QUAD", "quadrupole"},
+    {"HXAP", "hexapole"},
+    {"OCTU", "octupole"},
+    {"DISP", "dispersion tensor"},
+    {"MULT", "multipole expansion"},
+});
+
 constexpr auto anomalous_table = std::to_array<anomalous_scfac_type>({
 #include "tables/anomalous_scfac.inc"
 });
@@ -103,6 +125,8 @@ const neutron_isotope_type* find_isotope(int z, int mass) {
 std::span<const chem_info_type> chem_info() { return chem_info_table; }
 std::span<const neutron_isotope_type> neutron_isotopes() { return neutron_isotopes_table; }
 std::span<const xray_form_type> xray_form() { return xray_form_table; }
+std::span<const xray_form_type> xray_form_alt() { return xray_form_alt_table; }
+std::span<const special_form_type> special_forms() { return special_form_table; }
 std::span<const anomalous_scfac_type> anomalous_scfac() { return anomalous_table; }
 std::span<const xray_wavelength_type> xray_wavelengths() { return wavelength_table; }
 std::span<const magnetic_form_type> magnetic_form() { return magnetic_j0_table; }
@@ -195,6 +219,17 @@ std::optional<float> get_abs_xs(std::string_view label) {
 }
 
 const xray_form_type* find_xray_form(std::string_view label) { return find_by_key(xray_form(), label); }
+
+const xray_form_type* find_xray_form_alt(std::string_view label) { return find_by_key(xray_form_alt(), label); }
+
+const special_form_type* find_special_form(std::string_view label) {
+  std::array<char, 4> key = key_of(label);
+  std::transform(key.begin(), key.end(), key.begin(), to_upper);
+  const auto hit =
+      std::find_if(special_form_table.begin(), special_form_table.end(),
+                   [&](const special_form_type& row) { return row.word == std::string_view(key.data(), key.size()); });
+  return hit == special_form_table.end() ? nullptr : &*hit;
+}
 
 std::optional<std::size_t> anomalous_line(float lambda) {
   constexpr float reach = 0.005f;  // far below the smallest distance of two lines of the table, 0.117 (Cu, Ni)
@@ -361,6 +396,15 @@ bool can_be_fitted(std::span<const float> s, std::span<const float> f) {
          *std::max_element(s.begin(), s.end()) > 0.f;
 }
 
+/// What the rounding of the points, sums of five single-precision terms, leaves in the sum of squares: no fit means
+/// more, and along the flat valleys of nearly equal exponents it would creep for ever.
+double rounding_level(std::span<const float> f) {
+  constexpr double unit = 2 * double{std::numeric_limits<float>::epsilon()};
+  double sum = 0;
+  for (const float v : f) sum += unit * unit * double{v} * double{v};
+  return sum;
+}
+
 /// The minimum reached from exponents spread evenly, in their logarithms, from `least` to `most` over reach^2.
 gaussian_fit descend(std::span<const float> s, std::span<const float> f, double least, double most) {
   constexpr int most_iterations = 500;
@@ -371,13 +415,14 @@ gaussian_fit descend(std::span<const float> s, std::span<const float> f, double 
   if (!fit_amplitudes(s, f, fit.coef)) return fit;
   fit.chi2 = chis(s, f, fit.coef);
 
+  const double rounding = rounding_level(f);
   double damping = 1e-2;
   for (; fit.iterations < most_iterations && !fit.converged; ++fit.iterations) {
     gaussian_sum trial = fit.coef;
     const bool solved = step_exponents(normal_equations(s, f, fit.coef), damping, trial) && fit_amplitudes(s, f, trial);
     const double chi2 = solved ? chis(s, f, trial) : std::numeric_limits<double>::infinity();
     if (chi2 < fit.chi2) {
-      fit.converged = fit.chi2 - chi2 < 1e-9 * fit.chi2;
+      fit.converged = chi2 < rounding || fit.chi2 - chi2 < std::max(1e-9 * fit.chi2, 1e-3 * rounding);
       fit.coef = trial;
       fit.chi2 = chi2;
       damping = std::max(damping / 4, 1e-12);

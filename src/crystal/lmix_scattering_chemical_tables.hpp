@@ -88,6 +88,7 @@ struct ionic_radius_type {
 [[nodiscard]] std::span<const chem_info_type> chem_info();               ///< 108 elements and deuterium
 [[nodiscard]] std::span<const neutron_isotope_type> neutron_isotopes();  ///< 271 isotopes
 [[nodiscard]] std::span<const xray_form_type> xray_form();               ///< 214 atoms and ions
+[[nodiscard]] std::span<const xray_form_type> xray_form_alt();           ///< other sets of some rows: see the look-up
 [[nodiscard]] std::span<const anomalous_scfac_type> anomalous_scfac();   ///< Z = 1 to 98
 [[nodiscard]] std::span<const xray_wavelength_type> xray_wavelengths();  ///< Cr Fe Cu Mo Ag Co Ni
 [[nodiscard]] std::span<const magnetic_form_type> magnetic_form();       ///< <j0>, then the fitted dipole forms (j...)
@@ -140,6 +141,20 @@ struct neutron_data {
 // ---- X-rays and electrons
 /// The row whose name equals the first four characters of the label ("cu+2", "Cu"), null if there is none.
 [[nodiscard]] const xray_form_type* find_xray_form(std::string_view label);
+
+/// The second set of an ion, null without one: "o-2" in two Gaussians (E. Hovestreydt, Acta Cryst. A39 (1983) 268-269),
+/// which agrees with the first within 0.04 electrons to s = 0.7 1/angstrom and ends at 1.594 instead of falling on.
+[[nodiscard]] const xray_form_type* find_xray_form_alt(std::string_view label);
+
+/// Types of scatterer that stand for a shape or a multipole and not for an atom: no table holds them, their numbers are
+/// in the control file.
+struct special_form_type {
+  std::string_view word;  ///< four characters, upper case
+  std::string_view what;  ///< for messages
+};
+[[nodiscard]] std::span<const special_form_type> special_forms();
+/// The row whose word is the first four characters of the label, null for an ordinary type.
+[[nodiscard]] const special_form_type* find_special_form(std::string_view label);
 
 /// f at s2, without the anomalous terms [electrons].
 template <std::floating_point R>

@@ -3,10 +3,10 @@
 #include <algorithm>
 #include <array>
 #include <cmath>
-#include <complex>
 #include <numbers>
 
 #include "lmix_list_input.hpp"
+#include "lmix_math_general.hpp"
 #include "lmix_text_input.hpp"
 
 namespace kv_background {
@@ -201,28 +201,6 @@ std::array<double, n_file> file_derivatives(const pattern_type& p, int i) {
   return {file_value(p, at), 1.0, by_shift * x, by_shift};
 }
 
-/// In-place radix-2 fast Fourier transform; size a power of two. sign -1 forward, +1 backward (unscaled).
-void fft(std::vector<std::complex<double>>& a, int sign) {
-  const std::size_t n = a.size();
-  for (std::size_t i = 1, j = 0; i < n; ++i) {
-    std::size_t bit = n >> 1;
-    for (; j & bit; bit >>= 1) j ^= bit;
-    j |= bit;
-    if (i < j) std::swap(a[i], a[j]);
-  }
-  for (std::size_t length = 2; length <= n; length <<= 1) {
-    const std::complex<double> root = std::polar(1.0, sign * 2.0 * std::numbers::pi / static_cast<double>(length));
-    for (std::size_t start = 0; start < n; start += length) {
-      std::complex<double> w = 1.0;
-      for (std::size_t k = 0; k < length / 2; ++k, w *= root) {
-        const std::complex<double> even = a[start + k], odd = a[start + k + length / 2] * w;
-        a[start + k] = even + odd;
-        a[start + k + length / 2] = even - odd;
-      }
-    }
-  }
-}
-
 }  // namespace
 
 const bg_model& find_bg(int nbckgd, int isbac) {
@@ -405,29 +383,11 @@ bool load_file(std::string_view content, pattern_type& pattern, std::string& rea
 void filter(pattern_type& pattern, float window) {
   const auto n = static_cast<std::size_t>(pattern.npts);
   if (n < 4) return;
-  std::size_t size = 2;
-  while (static_cast<float>(size) < static_cast<float>(n) + 2.f * window) size *= 2;
-  const auto net = [&](std::size_t i) {
-    return static_cast<double>(pattern.y[i]) - static_cast<double>(pattern.yc[i]);
-  };
-  const std::size_t ends = std::max<std::size_t>(1, n / 50);
-  double left = 0.0, right = 0.0;
-  for (std::size_t i = 0; i < ends; ++i)
-    left += net(i) / static_cast<double>(ends), right += net(n - 1 - i) / static_cast<double>(ends);
-  const auto trend = [&](std::size_t i) {
-    return left + (right - left) * static_cast<double>(i) / static_cast<double>(n - 1);
-  };
-  std::vector<std::complex<double>> a(size, 0.0);
-  for (std::size_t i = 0; i < n; ++i) a[i] = net(i) - trend(i);
-  fft(a, -1);
-  const double unit = static_cast<double>(window) / static_cast<double>(size);
-  for (std::size_t k = 0; k < size; ++k) {
-    const double frequency = static_cast<double>(std::min(k, size - k)) * unit;
-    a[k] *= std::max(0.0, 1.0 - 0.25 * frequency * frequency) / static_cast<double>(size);
-  }
-  fft(a, +1);
+  std::vector<double> net(n);
+  for (std::size_t i = 0; i < n; ++i) net[i] = static_cast<double>(pattern.y[i]) - static_cast<double>(pattern.yc[i]);
+  lmix_math_general::smooft(net, static_cast<double>(window), std::max<std::size_t>(1, n / 50));
   pattern.bk.resize(n);
-  for (std::size_t i = 0; i < n; ++i) pattern.bk[i] = std::max(0.f, static_cast<float>(a[i].real() + trend(i)));
+  for (std::size_t i = 0; i < n; ++i) pattern.bk[i] = std::max(0.f, static_cast<float>(net[i]));
 }
 
 }  // namespace kv_background

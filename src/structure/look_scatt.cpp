@@ -78,6 +78,25 @@ void list_entry(state_type& st, const pattern_type& pattern, const scattering_en
   kalvaris_inout::out(st.io, kalvaris_inout::unit::listing) << line.str() << '\n';
 }
 
+/// Where an atom stands, for messages.
+std::string place_of(const kalvaris_params::atom_type& atom) {
+  return " (atom " + atom.atext + ", line" + fmt_line{}.i(6, atom.line_nb).str() + " of the control file)";
+}
+
+void stop_at_special_form(state_type& st, const kalvaris_params::atom_type& atom) {
+  if (const auto* form = tables::find_special_form(atom.ntyp))
+    kalvaris_inout::stop_cond(st.io,
+                              " The form factor " + std::string(form->word) + " (" + std::string(form->what) +
+                                  ") is not calculated" + place_of(atom),
+                              true);
+}
+
+void stop_at_too_many(state_type& st, const pattern_type& pattern) {
+  if (static_cast<int>(pattern.scattering.size()) <= max_species) return;
+  kalvaris_inout::mess_cons(st.io, " => Maximum number of chemical species: " + std::to_string(max_species));
+  kalvaris_inout::stop_cond(st.io, " Too many chemical species", true);
+}
+
 void warn_without_anomalous_terms(state_type& st, const pattern_type& pattern) {
   if (pattern.radiation() != job::xrays || tables::anomalous_line(pattern.lamda[0])) return;
   kalvaris_inout::mess_cons(st.io, "Warning: no tabulated f', f\" near the wavelength" +
@@ -99,6 +118,7 @@ int lookup(state_type& st, int ip) {
     list_entry(st, pattern, entry);
   }
 
+  stop_at_too_many(st, pattern);
   std::vector<std::string> missing;
   bool tables_used = false;
   for (int ph = 0; ph < st.run.nphase; ++ph) {
@@ -108,17 +128,18 @@ int lookup(state_type& st, int ip) {
       auto& atom = st.atom[static_cast<std::size_t>(ia)];
       atom.species.resize(st.pattern.size(), -1);
       int& species = atom.species[static_cast<std::size_t>(ip)];
+      stop_at_special_form(st, atom);
       species = index_of(pattern.scattering, atom.ntyp);
       if (species >= 0) continue;
       if (auto entry = from_tables(atom.ntyp, pattern)) {
         species = static_cast<int>(pattern.scattering.size());
         list_entry(st, pattern, *entry);
         pattern.scattering.push_back(std::move(*entry));
+        stop_at_too_many(st, pattern);
         tables_used = true;
       } else if (std::find(missing.begin(), missing.end(), atom.ntyp) == missing.end()) {
         missing.push_back(atom.ntyp);
-        const std::string where =
-            " (atom " + atom.atext + ", line" + fmt_line{}.i(6, atom.line_nb).str() + " of the control file)";
+        const std::string where = place_of(atom);
         listing << " Scattering coefficients NOT FOUND for " << atom.ntyp << where << '\n';
         kalvaris_inout::mess_cons(st.io, "Scattering coefficients NOT FOUND for " + atom.ntyp + where);
       }

@@ -175,6 +175,42 @@ TEST(DerivOrthCell, AgreesWithCentralDifferencesInEveryFrame) {
             "Invalid CarType in call to Get_Deriv_Orth_Cell");
 }
 
+// Random triclinic cells: one volume by every road, conversions that come back, and the derivatives of the orthogonal
+// matrix, whose trace is that of the volume, against central differences.
+TEST(SetCrystalCell, RandomCellsAgreeWithTheirOwnMatrices) {
+  std::mt19937 random(31);
+  std::uniform_real_distribution<float> length(3.f, 20.f), angle(62.f, 118.f);
+  for (int trial = 0; trial < 300; ++trial) {
+    const named_cell c{
+        "random", {length(random), length(random), length(random)}, {angle(random), angle(random), angle(random)}};
+    const auto r = recip(convert<double>(c.len), convert<double>(c.ang));
+    const mat3d g = metrics(convert<double>(c.len), convert<double>(c.ang));
+    if (determinant(g) < 0.02 * g[0][0] * g[1][1] * g[2][2]) continue;  // nearly flat
+    SCOPED_TRACE(testing::Message() << c.ang[0] << ' ' << c.ang[1] << ' ' << c.ang[2]);
+    const auto cell = made(c, codes[std::size_t(trial) % codes.size()]);
+    EXPECT_NEAR(r.vol, std::sqrt(determinant(g)), 1e-10 * r.vol);
+    EXPECT_NEAR(determinant(cell.cr_orth_cel), r.vol, 1e-5 * r.vol);
+    EXPECT_NEAR(volume_from_cell(c.len, c.ang), r.vol, 1e-6 * r.vol);
+    EXPECT_NEAR(cell.cellvol * cell.rcellvol, 1, 1e-6);
+    expect_equal(cell.gr, convert<float>(*inverse(g)), 2e-5f, "reciprocal metric");
+    const six_reals u{0.011f, 0.023f, 0.017f, 0.004f, -0.003f, 0.002f};
+    const auto back = convert_betas_u(convert_b_betas(convert_u_b(u), cell), cell);
+    for (std::size_t i = 0; i < 6; ++i) EXPECT_NEAR(back[i], u[i], 3e-6f * std::abs(u[i]));
+    std::array<mat3f, 6> de{};
+    ASSERT_FALSE(get_deriv_orth_cell(cell, de, std::string_view(cell.cartype.data(), 2)).err_crys);
+    for (std::size_t k = 0; k < 6; ++k) {  // dV/dp = V trace(M^-1 dM/dp)
+      const mat3d slope = multiply(*inverse(convert<double>(cell.cr_orth_cel)), convert<double>(de[k]));
+      const auto moved = [&](double h) {
+        vec3d len = convert<double>(c.len), ang = convert<double>(c.ang);
+        (k < 3 ? len[k] : ang[k - 3]) += h;
+        return recip(len, ang).vol;
+      };
+      EXPECT_NEAR((slope[0][0] + slope[1][1] + slope[2][2]) * r.vol, (moved(1e-3) - moved(-1e-3)) / 2e-3, 2e-5 * r.vol)
+          << k;
+    }
+  }
+}
+
 TEST(Displacements, ConversionsAreInversesAndAgreeWithEachOther) {
   const six_reals u{0.011f, 0.023f, 0.017f, 0.004f, -0.003f, 0.002f};
   for (const auto& c : cells) {

@@ -3,11 +3,11 @@
 
 #include <cmath>
 #include <fstream>
-#include <random>
 #include <string>
 #include <vector>
 
 #include "lmix_string_utilities.hpp"
+#include "random_lines.hpp"
 
 namespace {
 
@@ -264,10 +264,8 @@ TEST(StringKeys, LinesOfAFile) {
 TEST(StringWords, GarbageIsSurvived) {
   const std::string characters = "0123456789.-E()/+,;\"abcxyz !#  ";
   std::mt19937 random(99);
-  std::uniform_int_distribution<std::size_t> pick(0, characters.size() - 1), length(0, 25);
-  for (int i = 0; i < 50000; ++i) {
-    std::string text;
-    for (std::size_t n = length(random); n > 0; --n) text += characters[pick(random)];
+  for (int i = random_lines() / 2; i > 0; --i) {
+    const std::string text = random_text(random, characters, 25);
     getword(text);
     for (const float value : getnum(text).vet) ASSERT_TRUE(std::isfinite(value)) << text;
     getnum_std(text);

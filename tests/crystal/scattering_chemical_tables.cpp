@@ -37,6 +37,24 @@ TEST(XrayForm, IsFoundByFourCharactersWithoutRegardToCase) {
     EXPECT_EQ(find_xray_form(label), nullptr) << label;
 }
 
+TEST(XrayForm, SecondSetOfTheOxideIonFollowsTheFirst) {
+  const auto *first = find_xray_form("O-2"), *second = find_xray_form_alt("O-2");
+  ASSERT_NE(second, nullptr);
+  EXPECT_NEAR(xray_form_factor(*second, 0.0), 9.989, 1e-5);
+  for (double s = 0; s <= 0.7; s += 0.05)
+    EXPECT_NEAR(xray_form_factor(*second, s * s), xray_form_factor(*first, s * s), 0.045) << s;
+  for (const char* label : {"o-1", "o", "fe+3", ""}) EXPECT_EQ(find_xray_form_alt(label), nullptr) << label;
+}
+
+TEST(SpecialForms, AreWordsOfTheirOwnAndNoAtomBearsOne) {
+  EXPECT_EQ(special_forms().size(), 15u);
+  EXPECT_EQ(find_special_form(" sphe")->word, "SPHE");
+  EXPECT_EQ(find_special_form("Quad 1")->what, "quadrupole");
+  for (const char* label : {"", "SPH", "para2"}) EXPECT_EQ(find_special_form(label) != nullptr, label[0] == 'p');
+  for (const auto& row : xray_form()) EXPECT_EQ(find_special_form(row.symb), nullptr) << row.symb;
+  for (const auto& row : special_forms()) EXPECT_EQ(find_xray_form(row.word), nullptr) << row.word;
+}
+
 // International Tables Vol. C, Table 6.1.1.1 (from the wave functions, not from this fit): f at s = 0.5.
 TEST(XrayForm, AgreesWithTheTabulatedCurves) {
   struct row {
@@ -261,6 +279,7 @@ TEST(GaussianFit, ReproducesTabulatedFormFactors) {
     std::vector<float> f;
     for (const float x : s) f.push_back(xray_form_factor(row, x * x));
     const auto fit = coef(s, f);
+    EXPECT_TRUE(fit.converged) << row.symb;
     EXPECT_LT(std::sqrt(fit.chi2 / 60), 5e-4) << row.symb << " in " << fit.iterations;
     for (const double b : fit.coef.b) EXPECT_GT(b, 0) << row.symb;
     EXPECT_NEAR(fit.coef.value(0.731), xray_form_factor(row, 0.731 * 0.731), 1e-3) << row.symb;

@@ -5,6 +5,7 @@
 #include <random>
 
 #include "kv_structure_factors.hpp"
+#include "lmix_scattering_chemical_tables.hpp"
 #include "look_scatt.hpp"
 
 namespace {
@@ -187,6 +188,42 @@ TEST(Lookup, EntriesOfTheControlFileWinAndUnknownSpeciesAreNamed) {
   EXPECT_FLOAT_EQ(st.pattern[0].scattering[static_cast<std::size_t>(st.atom[0].species[0])].dfp, 0.123f);
   EXPECT_EQ(st.atom[1].species[0], -1);
   EXPECT_NE(console.str().find("QQ (atom Q1, line    37"), std::string::npos) << console.str();
+}
+
+TEST(Lookup, ShapesAndTooManySpeciesStopTheRun) {
+  std::ostringstream console;
+  std::string stopped;
+  const auto stops = [&](const std::vector<made_atom>& atoms) {
+    kp::state_type st = phase_of("P 1", 1, {});
+    st.io.console = &console;
+    for (const made_atom& m : atoms) {
+      kp::atom_type t;
+      t.atext = t.ntyp = m.species, t.line_nb = 41;
+      st.atom.push_back(t);
+    }
+    st.phase[0].natom = static_cast<int>(atoms.size());
+    console.str({});
+    try {
+      look_scatt::lookup(st, 0);
+    } catch (const kalvaris_inout::run_stopped& e) {
+      stopped = e.text;
+      return true;
+    }
+    return false;
+  };
+  EXPECT_TRUE(stops({{"FE", 0, 0, 0, 0, {}}, {"Sphe", 0, 0, 0, 0, {}}}));
+  EXPECT_NE(stopped.find("SPHE (spherical shell) is not calculated (atom Sphe, line    41"), std::string::npos)
+      << stopped;
+  std::vector<made_atom> many;
+  for (const auto& row : lmix_scattering_chemical_tables::chem_info())
+    if (many.size() < 31 && lmix_scattering_chemical_tables::get_fermi_length(row.symb))
+      many.push_back({row.symb.data(), 0, 0, 0, 0, {}});
+  ASSERT_EQ(many.size(), 31u);
+  EXPECT_TRUE(stops(many));
+  EXPECT_EQ(stopped, " Too many chemical species");
+  EXPECT_NE(console.str().find(" => Maximum number of chemical species: 30"), std::string::npos);
+  many.pop_back();
+  EXPECT_FALSE(stops(many));
 }
 
 }  // namespace
