@@ -6,6 +6,7 @@
 #include <new>
 #include <ostream>
 
+#include "kv_read_intens.hpp"
 #include "lmix_string_utilities.hpp"
 #include "run_names.hpp"
 
@@ -13,9 +14,10 @@ namespace command_line {
 
 namespace {
 
-constexpr std::array<option_row, 5> option_rows{{
+constexpr std::array<option_row, 6> option_rows{{
     {"--help", option_id::help, "print this text and end"},
     {"--version", option_id::version, "print the version and end"},
+    {"--formats", option_id::formats, "print the layouts of data files that can be read and end"},
     {"--strict", option_id::strict, "end with status 3 when the cycles end abnormally"},
     {"--man-page", option_id::man_page, "print the manual page and end"},
     {"--completion", option_id::completion, "print completion rules for bash and end"},
@@ -39,6 +41,9 @@ void set_option(command& result, option_id id) {
       break;
     case option_id::version:
       result.version = true;
+      break;
+    case option_id::formats:
+      result.formats = true;
       break;
     case option_id::strict:
       result.strict = true;
@@ -65,7 +70,9 @@ std::string refusal_of_words(const std::vector<std::string>& words) {
 }
 
 /// The command only prints something about itself.
-bool asks_for_text(const command& asked) { return asked.help || asked.version || asked.man_page || asked.completion; }
+bool asks_for_text(const command& asked) {
+  return asked.help || asked.version || asked.formats || asked.man_page || asked.completion;
+}
 
 int one_run(const command& asked, const kalvaris_sub::run_stages& stages, std::ostream& out) {
   kalvaris_params::state_type st;
@@ -169,6 +176,8 @@ int run(std::span<const std::string> arguments, const kalvaris_sub::run_stages& 
     out << help_text();
   } else if (asked.version) {
     out << "kalvaris " << version << "\n";
+  } else if (asked.formats) {
+    out << kv_read_intens::formats_text();
   } else if (asked.man_page) {
     out << man_page(version);
   } else if (asked.completion) {

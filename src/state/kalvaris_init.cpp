@@ -115,6 +115,7 @@ void init_val(state_type& st) {
   }
   st.pattern = std::move(patterns);
 
+  st.data_file = {};
   st.phase.clear();
   st.mixes.clear();
   st.atom.clear();

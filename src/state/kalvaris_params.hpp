@@ -12,6 +12,7 @@
 #include "lmix_crystal_metrics.hpp"
 #include "lmix_crystallographic_symmetry.hpp"
 #include "lmix_string_utilities.hpp"
+#include "lmix_text_input.hpp"
 #include "normal_equations.hpp"
 
 namespace kalvaris_params {
@@ -412,6 +413,17 @@ struct parameter_table {
   std::vector<float> m_ref;         ///< size of the reference slot's multiplier (0: no slot moves)
 };
 
+/// The data file that readint keeps between patterns: a file of several banks stays open. Written by readint only.
+struct data_file_type {
+  bool keep_open = false;             ///< the next pattern goes on in this file
+  bool ralf_type = false;             ///< its banks hold counts per channel (layout 14)
+  bool bank_taken = false;            ///< the BANK line of the next pattern was taken already (layout 14)
+  float fac_y = 1000.f;               ///< factor of its intensities (layout 14)
+  std::string txt1, txt2;             ///< title and instrument (layout 14)
+  std::string name;                   ///< of the file
+  lmix_text_input::text_source file;  ///< its text and the place of the next line
+};
+
 struct state_type {
   dimensions dim;
   run_type run;
@@ -424,6 +436,7 @@ struct state_type {
   kalvaris_inout::inout_type io;
   kalvaris_util::clock_type clock;
   lmix_string_utilities::findfmt_state fmt;  ///< ierr_fmt, line_nb, mess_findfmt of the control-file reader
+  data_file_type data_file;
 
   [[nodiscard]] mix_type& mix(int ph, int ip) { return mixes[static_cast<std::size_t>(ph * run.n_patt + ip)]; }
   [[nodiscard]] const mix_type& mix(int ph, int ip) const {

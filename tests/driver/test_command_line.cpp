@@ -80,10 +80,14 @@ TEST(Options, EveryRowOfTheTableIsParsedAndExplained) {
   EXPECT_FALSE(command_line::parse(std::vector<std::string>{"code"}).strict);
   EXPECT_EQ(command_line::parse(std::vector<std::string>{"--", "-code", "data"}).words,
             (std::vector<std::string>{"-code", "data"}));
-  for (const char* option : {"--help", "--version"}) {
+  struct row {
+    const char *option, *printed;
+  };
+  for (const row& t : {row{"--help", "Usage:"}, row{"--version", "7.8.9"}, row{"--formats", "x, y, sigma"},
+                       row{"--formats", "PANalytical XRDML"}}) {
     std::ostringstream out, err;
-    EXPECT_EQ(command_line::run(std::vector<std::string>{option}, {}, "7.8.9", out, err), status::ended);
-    EXPECT_NE(out.str().find(option == std::string("--help") ? "Usage:" : "7.8.9"), std::string::npos);
+    EXPECT_EQ(command_line::run(std::vector<std::string>{t.option}, {}, "7.8.9", out, err), status::ended);
+    EXPECT_NE(out.str().find(t.printed), std::string::npos);
     EXPECT_EQ(err.str(), "");
   }
 }
