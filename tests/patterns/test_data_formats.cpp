@@ -1,7 +1,10 @@
 #include <gtest/gtest.h>
 
+#include <chrono>
 #include <cmath>
 #include <cstdio>
+#include <cstdlib>
+#include <iostream>
 #include <random>
 #include <string>
 #include <vector>
@@ -813,6 +816,60 @@ TEST(DataFormats, CutOrDamagedFilesEndWellOrWithAMessage) {
       if (HasFatalFailure()) return;
     }
   }
+}
+
+/// One random change of a file: a cut, a byte, a line, a number, or a piece of another file.
+std::string damaged(const std::string& file, const std::string& other, std::mt19937& random) {
+  const std::vector<std::string> words{"-1", "0",  "1e38",   "-1e38", "1e-38", "99999999", "2147483648", "nan",
+                                       "",   "1*", "9999*1", "BANK ", "\n",    "/",        "\t",         "5 5 5 5 5"};
+  const auto any = [&](std::size_t n) { return n == 0 ? 0 : random() % n; };
+  std::string text = file;
+  const std::size_t at = any(text.size());
+  switch (random() % 6) {
+    case 0:
+      return text.substr(0, at);
+    case 1:
+      return text.erase(at, any(12));
+    case 2:
+      return text.insert(at, words[any(words.size())]);
+    case 3:
+      return text.replace(at, any(12), words[any(words.size())]);
+    case 4:
+      return text.insert(at, text.substr(any(text.size()), any(100)));
+    default:
+      return text.substr(0, at) + other.substr(any(other.size()));
+  }
+}
+
+/// For as many seconds as KV_FUZZ_SECONDS says, files damaged again and again; without it a short run.
+TEST(DataFormats, FilesDamagedAtRandomEndWellOrWithAMessage) {
+  const char* const asked = std::getenv("KV_FUZZ_SECONDS");
+  const auto seconds = std::chrono::duration<double>(asked != nullptr ? std::atof(asked) : 0.5);
+  const unsigned seed = asked != nullptr ? std::random_device{}() : 1u;
+  std::mt19937 random(seed);
+  const std::vector<sample> all = samples();
+  const auto start = std::chrono::steady_clock::now();
+  long long files = 0;
+  for (; std::chrono::steady_clock::now() - start < seconds; ++files) {
+    const sample& file = all[random() % all.size()];
+    std::string content = file.content;
+    for (unsigned k = 0; k <= random() % 4; ++k) content = damaged(content, all[random() % all.size()].content, random);
+    SCOPED_TRACE(testing::Message() << "seed " << seed << ", file " << files << ", instr " << file.instr);
+    data_run run(file.instr, content, file.extension);
+    run.pattern().jobtyp = file.jobtyp;
+    run.pattern().ixunit = file.ixunit;
+    run.pattern().istep = static_cast<int>(random() % 3);
+    run.pattern().low_range = random() % 4 == 0 ? 12.f : 0.f;
+    run.pattern().high_range = random() % 4 == 0 ? 14.f : 0.f;
+    run.set_banks(1 + static_cast<int>(random() % 2));
+    run.pattern().ixunit = file.ixunit;
+    run.read();
+    if (run.stopped.empty()) expect_sound(run, content);
+    if (run.stopped.empty() && run.st.run.n_patt > 1) run.read(1);
+    if (HasFatalFailure()) return;
+  }
+  RecordProperty("files", std::to_string(files));
+  if (asked != nullptr) std::cout << files << " files, seed " << seed << '\n';
 }
 
 TEST(DataFormats, EverySampleIsReadWithoutAWord) {
