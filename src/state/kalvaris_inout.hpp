@@ -24,9 +24,11 @@ enum : int {
   listing = 7,
   summary = 8,
   background = 12,
+  resolution = 13,
   reflections_in = 15,
   plot = 17,
-  new_control = 19
+  new_control = 19,
+  corrections = 25
 };
 }
 
@@ -45,6 +47,7 @@ enum : int {
   background_out = -12,
   resolution = 13,
   new_control = 16,   ///< code.new, written
+  corrections = 21,   ///< code.cor, intensity corrections
   plot_xvgr = 105,    ///< the plot file as data sets for xmgrace
   plot_xy = 106,      ///< the plot file as plain columns
   plot_agr = 107,     ///< the plot file as an xmgrace project

@@ -229,6 +229,58 @@ struct agreement_set {
   float chi2 = 0, dstar = 0, qdw = 0, n_s = 0, freed = 0;
 };
 
+/// One row of the table of a resolution file.
+struct resolution_row {
+  float tins = 0.f;                  ///< 2theta [deg] or energy [keV]; T.O.F.: d [angstrom]
+  float gins = 0.f;                  ///< Gaussian FWHM [deg, keV]; T.O.F.: variance [us^2]
+  float cins = 0.f;                  ///< Lorentzian FWHM [deg, keV, us]
+  float sl_ins = 0.f, dl_ins = 0.f;  ///< axial divergence S/L, D/L
+  float alfins = 0.f, betins = 0.f;  ///< T.O.F.: rise and decay [1/us]
+  float shiftins = 0.f;              ///< T.O.F.: shift of the position [us]
+};
+
+/// What the resolution file of a pattern said. Written by instrumental_resolution::read_irf only.
+struct resolution_type {
+  std::string title;  ///< first line of the file
+  // what the file gave; only then the values of the same name hold
+  bool wavel_g = false;   ///< lamda and ratio of the pattern
+  bool rkk_g = false;     ///< rkk of the pattern
+  bool cthm_g = false;    ///< cthm of the pattern
+  bool geom_g = false;    ///< ilor of the pattern, alpsd
+  bool range_g = false;   ///< thmin, step, thmax, and the range that the reader of data applies
+  bool asym_g = false;    ///< s_l, d_l
+  bool sigam_g = false;   ///< T.O.F. table: variance and Lorentzian width
+  bool alfbet_g = false;  ///< T.O.F. table: rise and decay
+  bool shift_g = false;   ///< T.O.F. table: shift
+
+  std::array<float, 2> uins{}, vins{}, wins{};  ///< Gaussian FWHM^2 per wavelength: three coefficients
+  std::array<float, 2> xins{}, yins{}, zins{};  ///< Lorentzian FWHM, or eta: three coefficients
+  float s_l = 0.f, d_l = 0.f;                   ///< axial divergence of the instrument
+  float alpsd = 0.f;                            ///< incident angle [deg]
+  float thmin = 0.f, step = 0.f, thmax = 0.f;   ///< range of the instrument
+  std::vector<resolution_row> rows;             ///< table, tins increasing (npoins rows)
+  // time of flight: the instrument's share of each constant
+  float zero_i = 0.f;                                            ///< [us]
+  float dtt1_i = 0.f, dtt2_i = 0.f, dtt_1overd_i = 0.f;          ///< [us/A, us/A^2, us A]
+  float zerot_i = 0.f, dtt1t_i = 0.f, dtt2t_i = 0.f;             ///< thermal regime [us, us/A, us A]
+  float xcross_i = 0.f, wcross_i = 0.f;                          ///< crossover 1/d [1/A] and its steepness [A]
+  float toftet_i = 0.f;                                          ///< 2theta of the detector bank [deg]
+  float sig2_i = 0.f, sig1_i = 0.f, sig0_i = 0.f, sigq_i = 0.f;  ///< variance [us^2 over powers of d]
+  float gamma2_i = 0.f, gamma1_i = 0.f, gamma0_i = 0.f;          ///< Lorentzian FWHM [us over powers of d]
+  float alfa0_i = 0.f, alfa1_i = 0.f, alfaq_i = 0.f;             ///< rise
+  float beta0_i = 0.f, beta1_i = 0.f, betaq_i = 0.f;             ///< decay
+  float alfa0t_i = 0.f, alfa1t_i = 0.f;                          ///< rise, thermal regime
+  float beta0t_i = 0.f, beta1t_i = 0.f;                          ///< decay, thermal regime
+};
+
+/// Intensity correction of a pattern from its .cor file. Written by intensity_correction::read_cor only.
+struct correction_type {
+  int itycorr = 1;                ///< 1: integrated intensities are multiplied; 2: the observed profile is divided
+  int ityfunc = 1;                ///< 1: polynomial
+  std::vector<float> corrp;       ///< abscissae of the table, increasing (icorr 1)
+  std::vector<float> corrv{1.f};  ///< values of the table, or coefficients of the polynomial, constant term first
+};
+
 struct pattern_type {
   // flags of the control file, as read; forced values are applied in place and noted beside the field
   int jobtyp = 2;    ///< 0 X-rays, 1 neutrons, 2/3 calculation only, 4 electrons; radiation by the absolute value
@@ -317,6 +369,9 @@ struct pattern_type {
   // what the writer of the control file needs and the run may change
   std::array<int, 11> output_flags{};  ///< iot ipl ipc lst1 lst2 lst3 pl_prf instr jlkh jfou ianaly, as read
   int n_bac = 0;                       ///< background coefficients that stand in the control file
+
+  resolution_type resolution;  ///< instrument by its resolution file, alive with ireso not 0
+  correction_type correction;  ///< intensity correction from a file, alive with icorr not 0
 
   /// Refinement data (as opposed to a pattern that is only calculated).
   [[nodiscard]] bool refining() const { return (jobtyp < 2 && jobtyp > -2) || jobtyp == job::electrons; }
