@@ -163,7 +163,7 @@ double cycle_runner::joint_chi2(bool last) {
   double sum = 0.0, residual = 0.0;
   for (int ip = 0; ip < st.run.n_patt; ++ip) {
     pattern_type& p = st.pattern[static_cast<std::size_t>(ip)];
-    if (!takes_part(p)) continue;
+    if (!takes_part(p) || !p.refining()) continue;
     kv_rfactors::chisq1(st, ip, last);
     kv_rfactors::calc_rfac(st, ip);
     const double part = p.bragg.s2 * p.w_pat;
