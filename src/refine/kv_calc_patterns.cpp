@@ -245,7 +245,7 @@ placed_peak pattern_calculation::place_peak(int k) {
   placed_peak place;
   if (!work_of(key).contributes) return place;
   const wave_model& wave = wave_of(key);
-  place.geometry = make_peak(wave.geometry, {double(key.h), double(key.k), double(key.l)}, {refl.ggi[u], refl.cci[u]});
+  place.geometry = make_peak(wave.geometry, {double(key.h), double(key.k), double(key.l)});
   const kv_peak_geometry::peak& g = place.geometry;
   if (g.out_of_reach) return place;
   refl.pos[u] = g.pos;
@@ -254,6 +254,10 @@ placed_peak pattern_calculation::place_peak(int k) {
   refl.halfg[u] = static_cast<float>(g.hg);
   refl.halfl[u] = static_cast<float>(g.hl);
   refl.gam[u] = static_cast<float>(g.eta);
+  refl.ggi[u] = static_cast<float>(g.instrument.ggi);  // the instrument's share follows the angle as U, V, W do
+  refl.cci[u] = static_cast<float>(g.instrument.cci);
+  refl.sl_i[u] = static_cast<float>(g.instrument.sl_i);
+  refl.dl_i[u] = static_cast<float>(g.instrument.dl_i);
   refl.lp[u] = static_cast<float>(lpabs(wave.lp, g.sinth2, g.sinth, g.costh, g.pos));
   place.at = kv_peak_geometry::apply_shifts(work_of(key).shifts, g.pos);
   const double left = pattern.wdt * g.h, right = wave.geometry.npro == 11 ? pattern.wdt * g.hl : left;

@@ -29,8 +29,8 @@ double sample_angle(const peak_model& m, const peak& p) {
 double gauss_square(const peak_model& m, const peak& p, const peak_additions& more) {
   const double xi = m.npro == 7 ? m.xi : 0.0;
   const double u = (1 - xi) * (1 - xi) * more.strain2 + m.u;
-  double square =
-      (u * p.tanth + m.v) * p.tanth + m.w + (m.gausiz + more.layer * more.layer) / (p.costh * p.costh) + more.ggi;
+  double square = (u * p.tanth + m.v) * p.tanth + m.w + (m.gausiz + more.layer * more.layer) / (p.costh * p.costh) +
+                  p.instrument.ggi;
   if (m.npro == 11 && sample_angle(m, p) <= 90) square += m.left_extra / (p.tanth * p.tanth);
   return square;
 }
@@ -43,7 +43,7 @@ double right_square(const peak_model& m, const peak& p, const peak_additions& mo
 
 void set_thompson_cox_hastings(const peak_model& m, const peak_additions& more, peak& p) {
   const double strain = m.xi * std::sqrt(std::abs(more.strain2)) + m.x;
-  p.hl = (more.size + m.y) / p.costh + strain * p.tanth + more.cci;
+  p.hl = (more.size + m.y) / p.costh + strain * p.tanth + p.instrument.cci;
   p.negative_lorentz = p.hl < 0;
   if (p.negative_lorentz) p.hl = smallest_width;
   const auto both = pseudo_voigt_mod::tch(p.hg, p.hl);
@@ -104,6 +104,7 @@ peak_model make_peak_model(const state_type& st, int ip, int ph, int wave) {
   m.sycos = pattern.glb[gslot::sycos];
   m.sysin = pattern.glb[gslot::sysin];
   m.disp_ds = pattern.disp_ds;
+  m.instrument = instrumental_resolution::make_cw_model(pattern, wave);
   return m;
 }
 
@@ -125,6 +126,7 @@ peak make_peak(const peak_model& m, const std::array<double, 3>& hkl, const peak
   p.sin2 = 2 * p.sinth * p.costh;
   p.cos2 = 1 - 2 * p.sinth2;
   p.pos = 2 * std::atan(p.tanth) / rad + more.shift;
+  p.instrument = instrumental_resolution::apply_irf_cw(m.instrument, p.pos, p.tanth * p.tanth, p.tanth, p.costh);
   p.hg2 = gauss_square(m, p, more);
   p.negative_gauss = p.hg2 < 0;
   p.hg = width_of(p.hg2);

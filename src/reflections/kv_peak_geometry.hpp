@@ -4,6 +4,7 @@
 #pragma once
 #include <array>
 
+#include "instrumental_resolution.hpp"
 #include "kalvaris_params.hpp"
 
 namespace kv_peak_geometry {
@@ -24,15 +25,15 @@ struct peak_model {
   double left_extra = 0, right_extra = 0;  ///< npro 11: over tan^2(theta), up to 90 deg left, above it right [deg^2]
   double sycos = 0, sysin = 0;             ///< sample shifts of the pattern, for the 90 deg limit of npro 11 [deg]
   bool disp_ds = false;                    ///< displacement goes with cos(2 theta)
+  instrumental_resolution::cw_model instrument;  ///< by the resolution file of the pattern
 };
 
-/// Model of phase ph in pattern ip (0-based) for wave 1 or 2. Wave 2 takes its own U, V, W when iuvw is 1.
+/// Model of phase ph in pattern ip (0-based) for wave 1 or 2. Wave 2 takes its own U, V, W when iuvw is 1. Points to
+/// the resolution record of the pattern.
 [[nodiscard]] peak_model make_peak_model(const kalvaris_params::state_type& st, int ip, int ph, int wave);
 
 /// What single reflections add to position and width; all 0 for a sample without size or strain model.
 struct peak_additions {
-  double ggi = 0;      ///< instrument: Gaussian FWHM^2 [deg^2]
-  double cci = 0;      ///< instrument: Lorentzian FWHM [deg]
   double strain2 = 0;  ///< DST2: square of the strain FWHM over tan(theta) [deg^2]
   double size = 0;     ///< DSZ: Lorentzian size FWHM times cos(theta) [deg]
   double layer = 0;    ///< broadening of layered crystals, FWHM times cos(theta) [deg]
@@ -55,6 +56,7 @@ struct peak {
   double h = 0;      ///< FWHM for the profile function, left-hand one for npro 11 [deg]
   double eta = 0;    ///< mixing parameter; the exponent m for npro 6; left half for npro 11
   double eta_r = 0;  ///< right half of npro 11
+  instrumental_resolution::cw_terms instrument;  ///< what the resolution file gave at pos; its widths stand in hg, hl
 };
 
 /// 1/d^2 = A h^2 + B k^2 + C l^2 + D k l + E h l + F h k.

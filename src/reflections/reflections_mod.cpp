@@ -30,13 +30,14 @@ constexpr double last_position = 179.0;  ///< [deg]
 constexpr double steepest = 1.569051;    ///< theta limit of the generation [rad]
 constexpr double user_limit = 0.001;     ///< dlim is alive above it [angstrom]
 
-/// FWHM at 2theta [deg] by the profile parameters alone.
+/// FWHM at 2theta [deg] by the profile parameters and the instrument.
 double width_at(const peak_model& m, double two_theta) {
   const double t = std::tan(0.5 * two_theta * rad), c = std::cos(0.5 * two_theta * rad);
-  const double square = (m.u * t + m.v) * t + m.w + m.gausiz / (c * c);
+  const auto instrument = instrumental_resolution::apply_irf_cw(m.instrument, two_theta, t * t, t, c);
+  const double square = (m.u * t + m.v) * t + m.w + m.gausiz / (c * c) + instrument.ggi;
   const double hg = square < 1e-20 ? 1e-10 : std::sqrt(square);
   if (m.npro != 7) return hg;
-  return pseudo_voigt_mod::tch(hg, std::max(m.y / c + m.x * t, 0.0)).H;
+  return pseudo_voigt_mod::tch(hg, std::max(m.y / c + m.x * t + instrument.cci, 0.0)).H;
 }
 
 /// Room above thmax for the tails of peaks whose centre lies outside [deg].

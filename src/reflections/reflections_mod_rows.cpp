@@ -93,6 +93,10 @@ void row_maker::store(const std::array<int, 3>& hkl, int wave, int mult, const p
   list.halfg[k] = static_cast<float>(p.hg);
   list.halfl[k] = static_cast<float>(p.hl);
   list.gam[k] = static_cast<float>(p.eta);
+  list.ggi[k] = static_cast<float>(p.instrument.ggi);
+  list.cci[k] = static_cast<float>(p.instrument.cci);
+  list.sl_i[k] = static_cast<float>(p.instrument.sl_i);
+  list.dl_i[k] = static_cast<float>(p.instrument.dl_i);
   list.corr[k] = static_cast<float>(c.corr);
   list.phasen[k] = phasen_;
   list.ff[k] = static_cast<float>(start_ff(p, models.peak.lambda, position, mult, {lp, c.corr, c.by_ratio}, value));
