@@ -145,8 +145,9 @@ void set_class(space_group_type& spg, int laue, int pg) {
   spg.spg_latsy = std::string(1, family[i]) + (rhombohedral_axes ? 'R' : spg.spg_lat);
 }
 
-// False when the elements hold no crystallographic point group.
-bool fill_record(space_group_type& spg, const parts::closed_group& group) {
+}  // namespace
+
+bool parts::fill_record(space_group_type& spg, const parts::closed_group& group) {
   std::vector<vector3> centring;
   for (const exact_op& e : group.element)
     if (e.rot == parts::identity) centring.push_back(parts::rounded(e).tr);
@@ -162,6 +163,8 @@ bool fill_record(space_group_type& spg, const parts::closed_group& group) {
   set_class(spg, found.laue, found.pg);
   return found.laue != 0;
 }
+
+namespace {
 
 // ---- what the tables add -------------------------------------------------------------------------------------------
 
@@ -201,7 +204,7 @@ bool same_group(const space_group_type& a, const space_group_type& b) {
 err_symm_type from_hall(std::string_view hall, space_group_type& spg) {
   const parts::generator_set symbol = parts::get_so_from_hall(hall);
   if (symbol.err) return symbol.err;
-  if (!fill_record(spg, parts::close_group(symbol.generators)))
+  if (!parts::fill_record(spg, parts::close_group(symbol.generators)))
     return failure(" Wrong space-group symbol: " + std::string(hall));
   spg.hall = hall;
   return {};
@@ -220,6 +223,14 @@ int row_of_operators(const space_group_type& spg) {
   return 0;
 }
 
+}  // namespace
+
+void parts::add_tabulated_setting(space_group_type& spg) {
+  if (const int row = row_of_operators(spg)) add_table_row(spg, row);
+}
+
+namespace {
+
 // ---- the roads -----------------------------------------------------------------------------------------------------
 
 err_symm_type from_row(int row, std::string_view how, space_group_type& spg) {
@@ -229,15 +240,15 @@ err_symm_type from_row(int row, std::string_view how, space_group_type& spg) {
   return {};
 }
 
-err_symm_type close_generators(std::span<const std::string> gen, space_group_type& spg) {
+err_symm_type close_generators(std::span<const std::string> gen, space_group_type& spg, parts::closed_group& group) {
   std::vector<exact_op> generators;
   for (const std::string& text : gen) {
     sym_oper_type op;
     if (auto err = check_generator(text, op)) return err;
-    generators.push_back(parts::exact(op));
+    generators.push_back(parts::exact(op, parts::rounding_of_users));
   }
-  const parts::closed_group group = parts::close_group(generators);
-  if (group.element.empty() || !fill_record(spg, group))
+  group = parts::close_group(generators);
+  if (group.element.empty() || !parts::fill_record(spg, group))
     return failure(
         "Problems constructing the multiplication Table of the space group: the generators give no finite group");
   return {};
@@ -255,7 +266,8 @@ err_symm_type from_it_generators(int row, space_group_type& spg) {
       gen.emplace_back(trimmed(list.substr(0, end)));
       list.remove_prefix(std::min(end + 1, list.size()));
     }
-  if (auto err = close_generators(gen, spg)) return err;
+  parts::closed_group group;
+  if (auto err = close_generators(gen, spg, group)) return err;
   add_table_row(spg, row);
   spg.sg_setting = how;
   return {};
@@ -263,8 +275,13 @@ err_symm_type from_it_generators(int row, space_group_type& spg) {
 
 err_symm_type from_generators(std::span<const std::string> gen, space_group_type& spg) {
   if (gen.empty()) return failure(" Generators should be provided in GEN calling Set_SpaceGroup");
-  if (auto err = close_generators(gen, spg)) return err;
-  if (const int row = row_of_operators(spg)) add_table_row(spg, row);
+  parts::closed_group group;
+  if (auto err = close_generators(gen, spg, group)) return err;
+  parts::add_tabulated_setting(spg);
+  if (spg.hall.empty()) {
+    const parts::found_hall hall = parts::hall_symbol_of(group);
+    (hall.plain ? spg.hall : spg.ghall) = hall.symbol;
+  }
   spg.sg_setting = "Non-Conventional (user-given operators)";
   return {};
 }
@@ -275,8 +292,7 @@ err_symm_type from_fixed_list(std::string_view spacegen, std::span<const std::st
   for (const std::string& text : gen) {
     sym_oper_type op;
     if (auto err = read_xsym(text, 0, op)) return err;
-    parts::exact_op e = parts::exact(op);
-    list.push_back(e);
+    list.push_back(parts::exact(op, parts::rounding_of_users));
   }
   spg.latt_trans = {vector3{}};
   spg.numlat = 1;
@@ -332,7 +348,7 @@ resolved resolve(std::string_view text, bool numbers) {
 err_symm_type from_hall_text(std::string_view text, space_group_type& spg) {
   if (const int row = lmix_symmetry_tables::find_hall(text)) return from_row(row, "Generated from Hall symbol", spg);
   if (auto err = from_hall(text, spg)) return err;
-  if (const int row = row_of_operators(spg)) add_table_row(spg, row);
+  parts::add_tabulated_setting(spg);
   spg.sg_setting = "Generated from Hall symbol";
   return {};
 }
@@ -352,9 +368,9 @@ std::string printed_symbol(std::string_view symbol) {
 err_symm_type from_hms_letters(std::string_view symbol, space_group_type& spg) {
   const parts::generator_set set = parts::get_so_from_hms(symbol);
   if (set.err) return set.err;
-  if (!fill_record(spg, parts::close_group(set.generators)))
+  if (!parts::fill_record(spg, parts::close_group(set.generators)))
     return failure(" Wrong space-group symbol: " + std::string(symbol));
-  if (const int row = row_of_operators(spg)) add_table_row(spg, row);
+  parts::add_tabulated_setting(spg);
   spg.spg_symb = printed_symbol(symbol);
   spg.sg_setting = "Generated from Hermann-Mauguin symbol";
   return {};

@@ -52,9 +52,8 @@ enum : int {
 };
 }
 
-/// A space group in one setting. Order of symop: the reduced set; then, for a centric group, the same `numops`
-/// operators followed by the inversion; then this whole list again for each further centring vector.
-struct space_group_type {
+/// All of a space group in one setting but its operators.
+struct group_labels {
   int numspg = 0;                   ///< number 1..230, 0 unknown
   std::string spg_symb;             ///< Hermann-Mauguin symbol
   std::string hall;                 ///< Hall symbol
@@ -76,10 +75,26 @@ struct space_group_type {
   int numops = 0;                      ///< size of the reduced set
   int multip = 0;                      ///< number of operators
   int num_gen = 0;                     ///< generators beside the inversion and the lattice
-  std::vector<sym_oper_type> symop;    ///< all `multip`
-  std::vector<std::string> symopsymb;  ///< their x,y,z texts
+  std::vector<std::string> symopsymb;  ///< x,y,z texts of the operators
   wyckoff_type wyckoff;                ///< empty for a setting without tabulated positions
   std::array<std::array<float, 2>, 3> r_asym_unit{{{0.f, 1.f}, {0.f, 1.f}, {0.f, 1.f}}};  ///< lower and upper bounds
+};
+
+/// A space group in one setting. Order of symop: the reduced set; then, for a centric group, the same `numops`
+/// operators followed by the inversion; then this whole list again for each further centring vector.
+struct space_group_type : group_labels {
+  std::vector<sym_oper_type> symop;  ///< all `multip`
+};
+
+/// An operator on axes of which its matrix is not whole.
+struct ns_sym_oper_type {
+  std::array<std::array<float, 3>, 3> rot{{{1, 0, 0}, {0, 1, 0}, {0, 0, 1}}};
+  vector3 tr{};
+};
+/// A space group on any axes that are lattice vectors, also of a cell that its rotations do not map on itself. The
+/// operators of one lattice point head the list and come again with each further centring vector.
+struct ns_space_group_type : group_labels {
+  std::vector<ns_sym_oper_type> symop;
 };
 
 // ---- the record ----------------------------------------------------------------------------------------------------
@@ -129,6 +144,9 @@ err_symm_type check_generator(std::string_view gen, sym_oper_type& op);
 /// x,y,z text of an operator: "-x+y,-x,z+1/3". Translations that are no simple fraction are written with four decimals.
 std::string get_symsymbi(const matrix3i& rot, const vector3& t);
 
+/// The same for a real matrix: "1/2x-1/2y,x,z".
+std::string get_symsymbr(const std::array<std::array<float, 3>, 3>& rot, const vector3& t);
+
 /// Type and locus as International Tables writes them: "2 (0,1/2,0) 0,y,1/4", "-3+ 0,0,z; 0,0,0", "n (1/2,0,1/2)
 /// x,1/4,z".
 std::string symmetry_symbol_op(const sym_oper_type& op);
@@ -158,6 +176,56 @@ std::vector<vector3> latsym(char symb);
 /// True if v is a centring vector (or a lattice vector) within 0.001.
 bool lattice_trans(const vector3& v, char lat);
 bool lattice_trans(const vector3& v, std::span<const vector3> latt_trans);
+
+// ---- settings and subgroups ----------------------------------------------------------------------------------------
+
+/// A change of axes: row i holds the new axis i in the old ones, the new origin is in old coordinates.
+struct setting_matrix {
+  std::array<std::array<double, 3>, 3> axes{{{1, 0, 0}, {0, 1, 0}, {0, 0, 1}}};
+  std::array<double, 3> origin{};
+};
+struct setting_change {
+  err_symm_type err;
+  setting_matrix setting;
+};
+/// "a+b,-a+b,c; 0,0,1/4"; without the part behind the semicolon the origin stays.
+setting_change read_setting(std::string_view text);
+std::string get_trasfm_symbol(const setting_matrix& setting);
+/// The way back; the identity for a singular matrix.
+setting_matrix inverse_setting(const setting_matrix& setting);
+
+/// The group on other axes. Refused: an empty text, a determinant that is not positive, axes that are no lattice
+/// vectors or that the rotations do not map on the lattice which they span (see setting_change_nonconv).
+err_symm_type setting_change_conv(std::string_view setting, const space_group_type& spg, space_group_type& out);
+/// The group on any axes that are lattice vectors, with real matrices where need be.
+err_symm_type setting_change_nonconv(std::string_view setting, const space_group_type& spg, ns_space_group_type& out);
+/// Refused when a matrix is not whole.
+err_symm_type copy_ns_spg_to_spg(const ns_space_group_type& ns, space_group_type& out);
+/// The similar group on other axes; operators that do not map the new lattice on itself are left out, so that a
+/// subgroup stays.
+err_symm_type similar_transf_sg(const setting_matrix& setting, const space_group_type& spg, space_group_type& out);
+
+/// The same set of operators.
+bool spgr_equal(const space_group_type& a, const space_group_type& b);
+/// product[i][j] is the number (from 0) of operator i after operator j.
+struct multiplication_table {
+  err_symm_type err;
+  std::vector<std::vector<int>> product;
+};
+multiplication_table set_spg_mult_table(const space_group_type& spg);
+/// Subgroups with all the translations (translationengleiche), the largest first, the group itself left out.
+std::vector<space_group_type> get_t_subgroups(const space_group_type& spg);
+
+/// Hall symbol of the group that the operators generate: that of the table, else one found from the operators.
+/// `general`: a change of axes or an origin off the twelfths stands in brackets behind it.
+struct hall_symbol_result {
+  err_symm_type err;
+  std::string symbol;
+  bool general = false;
+};
+hall_symbol_result get_hallsymb_from_gener(std::span<const sym_oper_type> gen);
+/// Lattice letter and a smallest list of generators: "C: -x,y,-z+1/2; -x,-y,-z".
+std::string get_gensymb_from_gener(const space_group_type& spg);
 
 // ---- sites ---------------------------------------------------------------------------------------------------------
 

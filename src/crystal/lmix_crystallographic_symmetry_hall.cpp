@@ -184,16 +184,25 @@ std::vector<std::string_view> split(std::string_view text) {
   return fields;
 }
 
+/// What stands in the brackets: "(nx ny nz)" in twelfths, or the new coordinates "(x-y,x+y,z+1/8)".
+bool read_change(std::string_view text, affine& v) {
+  if (text.find(',') == std::string_view::npos) return read_shift(text, v.t);
+  return !read_affine(text, v).err_symm && inverse(v);
+}
+
+std::vector<vector3> lattice_of(std::string_view letter) {
+  return letter.size() == 1 ? latsym(letter[0]) : std::vector<vector3>{};
+}
+
 }  // namespace
 
 generator_set get_so_from_hall(std::string_view hall) {
-  generator_set out;
-  std::array<double, 3> shift{};
+  affine change;
   std::string_view body = hall;
   if (const std::size_t open = hall.find('('); open != std::string_view::npos) {
     const std::size_t close = hall.find(')', open);
     if (close == std::string_view::npos || hall.find_first_not_of(' ', close + 1) != std::string_view::npos ||
-        !read_shift(hall.substr(open + 1, close - open - 1), shift))
+        !read_change(hall.substr(open + 1, close - open - 1), change))
       return refused(wrong_symbol, hall);
     body = hall.substr(0, open);
   }
@@ -203,9 +212,10 @@ generator_set get_so_from_hall(std::string_view hall) {
   std::string_view lattice = fields[0];
   const bool centric = lattice[0] == '-';
   if (centric) lattice.remove_prefix(1);
-  const std::vector<vector3> centring = lattice.size() == 1 ? latsym(lattice[0]) : std::vector<vector3>{};
+  const std::vector<vector3> centring = lattice_of(lattice);
   if (centring.empty()) return refused(wrong_symbol, hall);
 
+  std::vector<exact_op> op;
   std::size_t frame = 2;
   int previous_order = 1;
   for (std::size_t place = 0; place + 1 < fields.size(); ++place) {
@@ -213,20 +223,15 @@ generator_set get_so_from_hall(std::string_view hall) {
     std::string_view fault;
     if (!read_field(fields[place + 1], f, fault)) return refused(fault, hall);
     if (!default_axis(f, place, previous_order)) return refused(wrong_axes, hall);
-    const std::optional<exact_op> op = operator_of(f, frame);
-    if (!op) return refused(f.screw != 0 ? wrong_screw : wrong_axes, hall);
+    const std::optional<exact_op> e = operator_of(f, frame);
+    if (!e) return refused(f.screw != 0 ? wrong_screw : wrong_axes, hall);
     previous_order = f.order;
-    out.generators.push_back(*op);
+    op.push_back(*e);
   }
-  if (centric) out.generators.push_back({negated(identity), {}});
-  // New origin: t' = t + v - R v.
-  for (exact_op& op : out.generators) {
-    for (std::size_t i = 0; i < 3; ++i)
-      for (std::size_t j = 0; j < 3; ++j) op.tr[i] += ((i == j ? 1 : 0) - op.rot[i][j]) * shift[j];
-    reduce(op);
-  }
-  for (std::size_t i = 1; i < centring.size(); ++i) out.generators.push_back(exact({identity, centring[i]}));
-  return out;
+  if (centric) op.push_back({negated(identity), {}});
+  const auto changed = whole_operators(change_axes(op, centring, change));
+  if (!changed) return refused(wrong_symbol, hall);
+  return {{}, *changed};
 }
 
 }  // namespace lmix_crystallographic_symmetry::parts

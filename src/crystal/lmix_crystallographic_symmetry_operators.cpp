@@ -40,10 +40,10 @@ void reduce(exact_op& op) {
   }
 }
 
-void snap(exact_op& op) {
+void snap(exact_op& op, double rounding) {
   for (double& t : op.tr) {
     const double grid = std::round(t * 24.0) / 24.0;
-    if (std::abs(t - grid) < 5.0e-4) t = grid;
+    if (std::abs(t - grid) < rounding) t = grid;
   }
   reduce(op);
 }
@@ -57,10 +57,10 @@ bool equal(const exact_op& a, const exact_op& b) {
   return true;
 }
 
-exact_op exact(const sym_oper_type& op) {
+exact_op exact(const sym_oper_type& op, double rounding) {
   exact_op out{op.rot, {}};
   for (std::size_t i = 0; i < 3; ++i) out.tr[i] = static_cast<double>(op.tr[i]);
-  snap(out);
+  snap(out, rounding);
   return out;
 }
 
@@ -99,15 +99,16 @@ closed_group close_group(std::span<const exact_op> generators) {
   return g;
 }
 
-std::string fraction_text(double v) {
+std::string fraction_text(double v, bool exact) {
+  const double tolerance = exact ? rounding_of_records : 1e-4;
   for (int den = 1; den <= 24; ++den) {
     const double num = std::round(v * den);
-    if (std::abs(v * den - num) > 1e-4 * den) continue;
+    if (std::abs(v * den - num) > tolerance * den) continue;
     std::string text = std::to_string(static_cast<int>(num));
     return den == 1 ? text : text + "/" + std::to_string(den);
   }
   char buffer[32];
-  std::snprintf(buffer, sizeof buffer, "%.4f", v);
+  std::snprintf(buffer, sizeof buffer, exact ? "%.6f" : "%.4f", v);
   return buffer;
 }
 
@@ -158,12 +159,6 @@ namespace {
 
 err_symm_type failure(std::string text) { return {true, std::move(text)}; }
 
-// An operator as written, before it is known whether its matrix is whole.
-struct triplet {
-  std::array<std::array<double, 3>, 3> coefficient{};
-  std::array<double, 3> translation{};
-};
-
 // A number under way: "12", "0.5", "1/3".
 struct number_reader {
   double value = 0.0, decimal = 0.0, denominator = 0.0;
@@ -192,68 +187,70 @@ err_symm_type invalid_character(char c, std::string_view text) {
                  std::string(text));
 }
 
-err_symm_type read_field(std::string_view field, std::string_view text, std::array<double, 3>& row,
-                         double& translation) {
-  double sign = 1.0;
-  number_reader number;
-  bool content = false;
-  char last = ' ';
-  const auto flush = [&] {
-    if (number.any) translation += sign * number.result();
-    const bool complete = number.complete();
-    number = {};
+// Reads the terms of one field: numbers, and letters with a number before ("2x", "1/2x") or a divisor behind ("x/2").
+class field_reader {
+ public:
+  field_reader(char first_letter, std::array<double, 3>& row, double& translation)
+      : first_(first_letter), row_(row), translation_(translation) {}
+
+  bool take(char c) {
+    const int letter = std::tolower(static_cast<unsigned char>(c)) - first_;
+    if (letter >= 0 && letter < 3) return take_letter(letter);
+    if (c == '+' || c == '-') {
+      const bool complete = end_term();
+      sign_ = c == '-' ? -1.0 : 1.0;
+      return complete;
+    }
+    if (std::isdigit(static_cast<unsigned char>(c))) {
+      if (letter_ >= 0 && !number_.in_denominator) end_term();
+      number_.digit(c - '0');
+      return true;
+    }
+    return c == '.' ? letter_ < 0 && number_.point() : c == '/' && number_.slash();
+  }
+  /// Adds the term under way; false when its divisor is missing.
+  bool end_term() {
+    if (number_.any) {
+      content_ = true;
+      (letter_ < 0 ? translation_ : row_[static_cast<std::size_t>(letter_)]) += sign_ * number_.result();
+    }
+    const bool complete = number_.complete();
+    number_ = {};
+    letter_ = -1;
+    sign_ = 1.0;
     return complete;
-  };
+  }
+  bool content() const { return content_; }
+
+ private:
+  bool take_letter(int letter) {
+    if (!number_.complete() || (letter_ >= 0 && !end_term())) return false;
+    letter_ = letter;
+    if (!number_.any) number_.digit(1);
+    return true;
+  }
+
+  char first_;
+  std::array<double, 3>& row_;
+  double& translation_;
+  double sign_ = 1.0;
+  int letter_ = -1;  // letter of the term under way, -1: none yet
+  number_reader number_;
+  bool content_ = false;
+};
+
+err_symm_type read_field(std::string_view field, std::string_view text, char first, std::array<double, 3>& row,
+                         double& translation) {
+  field_reader reader(first, row, translation);
+  char last = ' ';
   for (const char c : field) {
     if (c == ' ' || c == '\t') continue;
-    const char low = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
-    bool good = true;
-    if (low >= 'x' && low <= 'z') {
-      good = number.complete();
-      row[static_cast<std::size_t>(low - 'x')] += sign * (number.any ? number.result() : 1.0);
-      number = {};
-      sign = 1.0;
-      content = true;
-    } else if (c == '+' || c == '-') {
-      good = flush();
-      sign = c == '-' ? -1.0 : 1.0;
-    } else if (std::isdigit(static_cast<unsigned char>(c))) {
-      number.digit(c - '0');
-      content = true;
-    } else {
-      good = c == '.' ? number.point() : c == '/' && number.slash();
-    }
-    if (!good) return invalid_character(c, text);
+    if (!reader.take(c)) return invalid_character(c, text);
     last = c;
   }
-  if (!flush() || last == '+' || last == '-') return invalid_character(last, text);
-  if (!content) return failure(" Blank operator field");
+  if (!reader.end_term() || last == '+' || last == '-') return invalid_character(last, text);
+  if (!reader.content()) return failure(" Blank operator field");
   return {};
-}
-
-err_symm_type read_triplet(std::string_view text, triplet& out) {
-  std::size_t start = 0;
-  for (std::size_t i = 0; i < 3; ++i) {
-    if (start > text.size()) return failure(" Blank operator field");
-    const std::size_t end = std::min(text.find_first_of(",*", start), text.size());
-    if (auto err = read_field(text.substr(start, end - start), text, out.coefficient[i], out.translation[i]))
-      return err;
-    start = end + 1;
-  }
-  return {};
-}
-
-// False when the matrix holds a number that is not whole (or absurd).
-bool whole(const triplet& t, sym_oper_type& op) {
-  for (std::size_t i = 0; i < 3; ++i) {
-    for (std::size_t j = 0; j < 3; ++j) {
-      const double e = t.coefficient[i][j];
-      if (e != std::round(e) || std::abs(e) > 99.0) return false;
-      op.rot[i][j] = static_cast<std::int32_t>(e);
-    }
-    op.tr[i] = static_cast<float>(t.translation[i]);
-  }
-  return true;
 }
 
 // Solves (R - 1) p = -w for a point of the locus with as many zero coordinates as possible; R - 1 may be singular.
@@ -396,6 +393,48 @@ std::string rotation_sense(const matrix3i& proper, const std::array<int, 3>& u) 
 
 }  // namespace
 
+namespace parts {
+
+err_symm_type read_affine(std::string_view text, affine& out, char first) {
+  out = {};
+  out.m = {};
+  std::size_t start = 0;
+  for (std::size_t i = 0; i < 3; ++i) {
+    if (start > text.size()) return failure(" Blank operator field");
+    const std::size_t end = std::min(text.find_first_of(",*", start), text.size());
+    if (auto err = read_field(text.substr(start, end - start), text, first, out.m[i], out.t[i])) return err;
+    start = end + 1;
+  }
+  return {};
+}
+
+bool whole(const affine& a, exact_op& op, double tolerance) {
+  for (std::size_t i = 0; i < 3; ++i) {
+    for (std::size_t j = 0; j < 3; ++j) {
+      const double e = a.m[i][j];
+      if (!(std::abs(e - std::round(e)) <= tolerance) || std::abs(e) > 99.0) return false;
+      op.rot[i][j] = static_cast<std::int32_t>(std::lround(e));
+    }
+    op.tr[i] = a.t[i];
+  }
+  return true;
+}
+
+}  // namespace parts
+
+namespace {
+
+// The operator as read: its translation is not reduced. False when the matrix holds a number that is not whole.
+bool as_read(const parts::affine& text, sym_oper_type& op) {
+  parts::exact_op e;
+  if (!parts::whole(text, e)) return false;
+  op.rot = e.rot;
+  for (std::size_t i = 0; i < 3; ++i) op.tr[i] = static_cast<float>(e.tr[i]);
+  return true;
+}
+
+}  // namespace
+
 int determinant(const matrix3i& m) {
   return m[0][0] * (m[1][1] * m[2][2] - m[1][2] * m[2][1]) - m[0][1] * (m[1][0] * m[2][2] - m[1][2] * m[2][0]) +
          m[0][2] * (m[1][0] * m[2][1] - m[1][1] * m[2][0]);
@@ -404,20 +443,20 @@ int determinant(const matrix3i& m) {
 err_symm_type read_xsym(std::string_view info, std::size_t istart, sym_oper_type& op, bool ctrl) {
   if (istart > info.size()) return failure(" Blank operator field");
   const std::string_view text = info.substr(istart);
-  triplet t;
-  if (auto err = read_triplet(text, t)) return err;
+  parts::affine t;
+  if (auto err = parts::read_affine(text, t)) return err;
   sym_oper_type read;
-  if (!whole(t, read) || (ctrl && determinant(read.rot) == 0))
+  if (!as_read(t, read) || (ctrl && determinant(read.rot) == 0))
     return failure(" The above operator is wrong: " + std::string(text));
   op = read;
   return {};
 }
 
 err_symm_type check_generator(std::string_view gen, sym_oper_type& op) {
-  triplet t;
-  if (auto err = read_triplet(gen, t)) return err;
+  parts::affine t;
+  if (auto err = parts::read_affine(gen, t)) return err;
   sym_oper_type read;
-  if (!whole(t, read)) return failure("The matrix corresponding to a generator has non-integer values!");
+  if (!as_read(t, read)) return failure("The matrix corresponding to a generator has non-integer values!");
   if (std::abs(determinant(read.rot)) != 1)
     return failure("The matrix corresponding to a generator has a determinant with absolute value different of 1.0");
   op = read;
@@ -444,6 +483,15 @@ std::string get_symsymbi(const matrix3i& rot, const vector3& t) {
     out += (i ? "," : "") + term;
   }
   return out;
+}
+
+std::string get_symsymbr(const std::array<std::array<float, 3>, 3>& rot, const vector3& t) {
+  parts::affine a;
+  for (std::size_t i = 0; i < 3; ++i) {
+    a.t[i] = static_cast<double>(t[i]);
+    for (std::size_t j = 0; j < 3; ++j) a.m[i][j] = static_cast<double>(rot[i][j]);
+  }
+  return parts::affine_text(a, true);
 }
 
 std::string symmetry_symbol_op(const sym_oper_type& op) {

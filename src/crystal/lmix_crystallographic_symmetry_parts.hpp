@@ -25,10 +25,13 @@ matrix3i product(const matrix3i& a, const matrix3i& b);
 exact_op product(const exact_op& a, const exact_op& b);
 /// Brings the translation into [0,1); a value that rounding left just below 1 becomes 0.
 void reduce(exact_op& op);
-/// Moves a translation within 0.0005 of a multiple of 1/24 onto it (0.333 is 1/3) and reduces.
-void snap(exact_op& op);
+/// Translations that people write have as few as three decimals (0.333 is 1/3); those of a record are rounded to single
+/// precision.
+inline constexpr double rounding_of_users = 5.0e-4, rounding_of_records = 2.0e-6;
+/// Moves a translation near a multiple of 1/24 onto it and reduces.
+void snap(exact_op& op, double rounding = rounding_of_records);
 bool equal(const exact_op& a, const exact_op& b);
-exact_op exact(const sym_oper_type& op);
+exact_op exact(const sym_oper_type& op, double rounding = rounding_of_records);
 sym_oper_type rounded(const exact_op& op);
 
 /// Largest order that is accepted: 48 rotations with 24 centring vectors.
@@ -53,8 +56,49 @@ generator_set get_so_from_hall(std::string_view hall);
 /// Of a Hermann-Mauguin symbol, by its own letters: no table of settings is consulted.
 generator_set get_so_from_hms(std::string_view hms);
 
-/// Fractions as users write them: "1/3", "-0.1234".
-std::string fraction_text(double v);
+/// x' = m x + t with real numbers: texts before it is known whether their matrix is whole, changes of axes.
+struct affine {
+  std::array<std::array<double, 3>, 3> m{{{1, 0, 0}, {0, 1, 0}, {0, 0, 1}}};
+  std::array<double, 3> t{};
+};
+/// Reads three fields over three letters that follow each other, `first` and the next two: "x-y, 1/2x, z+1/8".
+err_symm_type read_affine(std::string_view text, affine& out, char first = 'x');
+/// "x/2+y/2,z,-x" as Hall symbols have it, or "1/2x+1/2y,z,-x" with the fraction in front.
+std::string affine_text(const affine& a, bool fraction_in_front = false);
+affine product(const affine& a, const affine& b);  ///< a after b
+double affine_determinant(const affine& a);
+/// Empty for a singular matrix.
+std::optional<affine> inverse(const affine& a);
+/// False when a matrix element is not whole within `tolerance` (or absurd).
+bool whole(const affine& a, exact_op& op, double tolerance = 0.0);
+
+/// Operators and lattice on other axes: x(new) = v x(old). `centring` are the lattice vectors in the new cell, zero
+/// first. Empty when the new axes are no lattice vectors or the new cell is absurdly large.
+struct changed_axes {
+  std::vector<affine> op;
+  std::vector<std::array<double, 3>> centring;
+};
+std::optional<changed_axes> change_axes(std::span<const exact_op> op, std::span<const vector3> centring,
+                                        const affine& v);
+/// The same as operators, centring vectors behind them; empty also when a matrix is not whole on the new axes.
+std::optional<std::vector<exact_op>> whole_operators(const std::optional<changed_axes>& changed);
+
+/// Record of a closed group; false when it holds no crystallographic point group. Nothing is taken from the tables.
+bool fill_record(space_group_type& spg, const closed_group& group);
+/// Fills in number, symbols and positions where the operators are those of a tabulated setting.
+void add_tabulated_setting(space_group_type& spg);
+
+/// Hall symbol of a group, found without the table of settings: `plain` tells that no general change of axes stands in
+/// it. Empty when none was found.
+struct found_hall {
+  std::string symbol;
+  bool plain = true;
+};
+found_hall hall_symbol_of(const closed_group& group);
+
+/// Fractions as users write them: "1/3", "-0.1234"; with `exact` six decimals where no fraction of small numbers is
+/// meant.
+std::string fraction_text(double v, bool exact = false);
 
 /// The type (order, negative with inversion) of a rotation: 1 2 3 4 6 -1 -2 -3 -4 -6; 0 for anything else.
 int rotation_type(const matrix3i& rot);

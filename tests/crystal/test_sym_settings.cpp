@@ -1,0 +1,167 @@
+#include <gtest/gtest.h>
+
+#include <algorithm>
+
+#include "lmix_crystallographic_symmetry.hpp"
+#include "lmix_symmetry_tables.hpp"
+
+namespace {
+using namespace lmix_crystallographic_symmetry;
+namespace tables = lmix_symmetry_tables;
+
+space_group_type group_of(std::string_view symbol, std::string_view mode = {}) {
+  space_group_type spg;
+  EXPECT_FALSE(set_spacegroup(symbol, spg, {}, mode)) << symbol;
+  return spg;
+}
+
+// Textbook changes of axes; the rows beyond the table come out as the parser builds them from their symbols.
+TEST(SettingChange, LeadsToTheSettingThatIsMeant) {
+  struct row {
+    const char* from;
+    const char* setting;
+    const char* to;
+  };
+  for (const row& t : {row{"P n m a", "c,a,b;0,0,0", "P b n m"}, row{"P n m a", "b,c,a", "P m c n"},
+                       row{"C 1 2/c 1", "-a-c,b,a", "A 1 2/n 1"}, row{"P 1 21/c 1", "-a-c,b,a", "P 1 21/n 1"},
+                       row{"R -3 m", "2/3a+1/3b+1/3c,-1/3a+1/3b+1/3c,-1/3a-2/3b+1/3c", "R -3 m:R"},
+                       row{"R 3 c:R", "a-b,b-c,a+b+c", "R 3 c"}, row{"F d -3 m:1", "a,b,c;1/8,1/8,1/8", "F d -3 m:2"},
+                       row{"P 4/n", "a,b,c;1/4,-1/4,0", "P 4/n:1"}, row{"P 4/m m m", "a-b,a+b,c", "C 4/m m m"},
+                       row{"I 4/m m m", "a+b,-a+b,c", "F 4/m m m"}, row{"P 1 21/c 1", "2a,b,c", "P 1 21/c 1"},
+                       row{"P -1", "2a,b,c", "P -1"}}) {
+    SCOPED_TRACE(std::string(t.from) + " by " + t.setting);
+    space_group_type changed, back;
+    const err_symm_type err = setting_change_conv(t.setting, group_of(t.from), changed);
+    ASSERT_FALSE(err) << err.err_symm_mess;
+    const setting_change setting = read_setting(t.setting);
+    const space_group_type wanted = group_of(t.to, "HMS");
+    if (std::string_view(t.setting).find("2a") == std::string_view::npos) {
+      EXPECT_TRUE(spgr_equal(changed, wanted));
+    } else {
+      EXPECT_EQ(changed.multip, 2 * wanted.multip);  // a doubled cell
+    }
+    ASSERT_FALSE(setting_change_conv(get_trasfm_symbol(inverse_setting(setting.setting)), changed, back));
+    EXPECT_TRUE(spgr_equal(back, group_of(t.from)));
+  }
+}
+
+TEST(SettingChange, WrongOnesAreRefusedInWords) {
+  struct row {
+    const char* setting;
+    const char* words;
+  };
+  const space_group_type spg = group_of("P 4/m m m");
+  for (const row& t : {row{"", " => The string containing the setting change is empty!"},
+                       row{"   ", " => The string containing the setting change is empty!"},
+                       row{"b,a,c;0,0,0", " => The transformation matrix should have a positive determinant!"},
+                       row{"a,a,c;0,0,0", "Inversion Matrix Failed on: Setting_Change_NonConv det:"},
+                       row{"1/2a,b,c;0,0,0", " => Error! The total multiplicity has not been recovered -> det: "},
+                       row{"a,2b,c;0,0,0", " => Error! The total multiplicity has not been recovered -> det: "},
+                       row{"99a,99b,99c", " => Error! The total multiplicity has not been recovered -> det: "},
+                       row{"a,b;0,0,0", " Bad matrix setting...: "}, row{"a,b,c;0,0", " Bad origing setting...: "}}) {
+    space_group_type out;
+    out.multip = 7;
+    const err_symm_type err = setting_change_conv(t.setting, spg, out);
+    EXPECT_TRUE(err.err_symm) << t.setting;
+    EXPECT_EQ(err.err_symm_mess.find(t.words), 0u) << err.err_symm_mess;
+    EXPECT_EQ(out.multip, 7);  // a failing call leaves its result alone
+  }
+}
+
+TEST(SettingChange, CellsThatTheRotationsLeaveHaveRealMatrices) {
+  const space_group_type spg = group_of("P 4/n m m");
+  ns_space_group_type ns;
+  ASSERT_FALSE(setting_change_nonconv("a,2b,c;0,0,1/8", spg, ns));
+  EXPECT_EQ(ns.multip, 32);
+  EXPECT_EQ(ns.numlat, 2);
+  const auto fourfold =
+      std::ranges::find_if(ns.symopsymb, [](const std::string& s) { return s.find("1/2x") != std::string::npos; });
+  ASSERT_NE(fourfold, ns.symopsymb.end());
+  space_group_type out;
+  EXPECT_EQ(copy_ns_spg_to_spg(ns, out).err_symm_mess,
+            "The matrix corresponding to a generator has non-integer values!");
+  // Only the operators that map the new lattice on itself stay in the similar group: mmm with two lattice points.
+  space_group_type kept;
+  ASSERT_FALSE(similar_transf_sg(read_setting("a,2b,c;0,0,1/8").setting, spg, kept));
+  EXPECT_EQ(kept.pg, "mmm");
+  EXPECT_EQ(kept.multip, 16);
+  // On axes that the rotations respect the real form holds the same group.
+  ns_space_group_type whole;
+  space_group_type conventional;
+  ASSERT_FALSE(setting_change_nonconv("a-b,a+b,c", spg, whole));
+  ASSERT_FALSE(copy_ns_spg_to_spg(whole, out));
+  ASSERT_FALSE(setting_change_conv("a-b,a+b,c", spg, conventional));
+  EXPECT_TRUE(spgr_equal(out, conventional));
+}
+
+// Orbits do not feel the axes: the multiplicity per lattice point of a position stays what it was.
+TEST(SettingChange, SitesKeepTheirSymmetry) {
+  for (const char* symbol : {"F d -3 m", "R -3 c", "I 41/a m d", "P 63/m m c", "C m c a"}) {
+    SCOPED_TRACE(symbol);
+    const space_group_type spg = group_of(symbol);
+    space_group_type changed;
+    ASSERT_FALSE(setting_change_conv("a+b+c,b+c,c;1/10,0.237,0.4", spg, changed));
+    const auto& table = spg.wyckoff.orbit;
+    for (const auto& w : table) {
+      sym_oper_type position;
+      ASSERT_FALSE(read_xsym(w.str_orig, 0, position, false));
+      const vector3 x = applyso(position, {0.1237f, 0.2183f, 0.3391f});
+      const vector3 shifted{x[0] - 0.1f, x[1] - 0.237f, x[2] - 0.4f};
+      // (a,b,c)P with a' = a+b+c, b' = b+c, c' = c: x' = x, y' = y - x, z' = z - y.
+      const vector3 y{shifted[0], shifted[1] - shifted[0], shifted[2] - shifted[1]};
+      EXPECT_EQ(get_multip_pos_crys(y, changed), get_multip_pos_crys(x, spg)) << w.letter;
+      EXPECT_EQ(get_stabilizerc(y, changed).size(), get_stabilizerc(x, spg).size());
+    }
+  }
+}
+
+TEST(MultiplicationTable, IsALatinSquareOverTheOperators) {
+  for (const char* symbol : {"P 1", "P n m a", "R -3 c", "I 41/a", "P -4 3 n"}) {
+    const space_group_type spg = group_of(symbol);
+    const multiplication_table table = set_spg_mult_table(spg);
+    ASSERT_FALSE(table.err);
+    for (std::size_t i = 0; i < table.product.size(); ++i) {
+      std::vector<int> row = table.product[i];
+      EXPECT_EQ(row[0], static_cast<int>(i));
+      for (std::size_t j = 0; j < row.size(); ++j)
+        EXPECT_TRUE(equal_symop(spg.symop[static_cast<std::size_t>(row[j])], sym_prod(spg.symop[i], spg.symop[j])));
+      std::ranges::sort(row);
+      for (std::size_t j = 0; j < row.size(); ++j) EXPECT_EQ(row[j], static_cast<int>(j));
+    }
+  }
+  space_group_type broken = group_of("P n m a");
+  broken.symop.pop_back();
+  EXPECT_EQ(set_spg_mult_table(broken).err.err_symm_mess,
+            "Problems constructing the multiplication Table of the space group: P n m a");
+}
+
+// Numbers of subgroups of the point groups (all, the group itself included): 98 of m-3m, 54 of 6/mmm, 35 of 4/mmm, 16
+// of mmm, 30 of 432, 10 of 23, 5 of 2/m.
+TEST(TSubgroups, AreAllSubgroupsOfThePointGroup) {
+  struct row {
+    const char* symbol;
+    std::size_t subgroups;
+  };
+  for (const row& t : {row{"P 1", 0}, row{"P -1", 1}, row{"C 1 2/c 1", 4}, row{"P n m a", 15}, row{"I 41/a m d", 34},
+                       row{"P 63/m m c", 53}, row{"F d -3 m", 97}, row{"P 43 3 2", 29}, row{"P 21 3", 9}}) {
+    SCOPED_TRACE(t.symbol);
+    const space_group_type spg = group_of(t.symbol);
+    const auto subgroups = get_t_subgroups(spg);
+    EXPECT_EQ(subgroups.size(), t.subgroups);
+    for (const auto& sub : subgroups) {
+      EXPECT_EQ(spg.multip % sub.multip, 0);
+      EXPECT_LT(sub.multip, spg.multip);
+      EXPECT_EQ(sub.numlat, spg.numlat);
+      EXPECT_NE(sub.laue, "");
+      for (const auto& op : sub.symop)
+        EXPECT_TRUE(std::ranges::any_of(spg.symop, [&](const auto& other) { return equal_symop(op, other); }));
+    }
+  }
+  // Those of P n m a that stand in the table with this origin.
+  std::vector<std::string> found;
+  for (const auto& sub : get_t_subgroups(group_of("P n m a"))) found.push_back(sub.spg_symb);
+  for (const char* symbol : {"P 1 21/m 1", "P 1 1 21/a", "P 21/n 1 1", "P -1", "P 1"})
+    EXPECT_NE(std::ranges::find(found, symbol), found.end()) << symbol;
+}
+
+}  // namespace
