@@ -314,8 +314,9 @@ void readint(state_type& st, int ip) {
 }
 
 void prepare_data(state_type& st, int ip) {
-  constexpr int unit_weights = 2, table_weights = 3, plot_constant_step = 1, plot_free = -3;
+  constexpr int profile_correction = 2, unit_weights = 2, table_weights = 3, plot_constant_step = 1, plot_free = -3;
   pattern_type& p = st.pattern[static_cast<std::size_t>(ip)];
+  if (p.icorr == profile_correction) corr_prof(st, ip);
   if (!p.iconstep && p.pl_prf == plot_constant_step) p.pl_prf = plot_free;
   if (p.iwgt == unit_weights) std::fill(p.var.begin(), p.var.end(), 1.f);
   if (p.iwgt == table_weights) variances::corr_variances(st, ip, p.npts);
