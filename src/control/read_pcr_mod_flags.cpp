@@ -63,7 +63,7 @@ constexpr std::array<flag_refusal, 10> flag_refusals{{
     {&pattern_type::ilor, -2, 6, "unknown geometry (Ilo)"},
     {&pattern_type::ireso, 0, 0, "resolution files (Res) are not available"},
     {&pattern_type::ixunit, 0, 0, "time of flight, energy, Q, s and Laue data (Uni) are not available"},
-    {&pattern_type::icorr, 0, 0, "intensity corrections from a file (Cor) are not available"},
+    {&pattern_type::icorr, 0, 2, "unknown corrections from a file (Cor)"},
     {&pattern_type::anm, 0, 0, "differences of patterns (Anm) are not available"},
     {&pattern_type::cry_flag, 0, 0, "integrated intensities (Int) are not available"},
     {&pattern_type::istep, 0, 1000000, "the reduction of the number of points (Ste) is negative"},
@@ -75,6 +75,9 @@ bool check_pattern_flags(reading& r, const place& at, int ip) {
     const int value = p.*row.field;
     if (value < row.low || value > row.high) return r.in.refuse(at, row.reason);
   }
+  constexpr int reflections_from_table = 1;
+  if (p.icorr == reflections_from_table)
+    return r.in.refuse(at, "corrections of the reflections from a table (Cor) are not available");
   if (!r.in.in_range(at, "number of scattering entries", p.nscat, -kalvaris_params::N_SPE, kalvaris_params::N_SPE)) {
     return false;
   }

@@ -17,6 +17,7 @@ namespace {
 struct layout {
   format_row told;
   bool (*read)(reading&);
+  bool opens_itself = false;  ///< reads the file line by line and does not want it in memory
 };
 
 constexpr std::array<layout, 21> layouts{{
@@ -51,9 +52,10 @@ constexpr std::array<layout, 21> layouts{{
      data_panalytical_udf},
     {{13, ".jcp .JCP .Jcp .JCp", "PANalytical JCP", "## FIRSTX=, ## DELTAX=; ## XYDATA= X++<Y..Y>; ## END="},
      data_panalytical_jcp},
-    {{13, ".XRDML .xrdml .Xrdml .XRdml .XRDml .XRDMl .xrdML", "PANalytical XRDML",
+    {{13, ".xrdml .XRDML .Xrdml .XRdml .XRDml .XRDMl .xrdML", "PANalytical XRDML",
       "<positions axis=\"2Theta\">; <intensities> or <counts>, scans are summed"},
-     data_panalytical_xrdml},
+     data_panalytical_xrdml,
+     true},
     {{14, "", "time-of-flight banks", "title and comments; BANK; x, y, sigma in each line; more banks"},
      time_of_flight_banks},
     {{-14, "", "time-of-flight banks", "as 14"}, time_of_flight_banks},
@@ -82,22 +84,27 @@ std::string extensions_of(int instr) {
   return text;
 }
 
+/// The row of instr and, where the layout goes by it, extension; null without one.
+const layout* find_layout(int instr, std::string_view extension) {
+  const auto row = std::find_if(layouts.begin(), layouts.end(), [&](const layout& l) {
+    return l.told.instr == instr && (l.told.extensions.empty() || has_word(l.told.extensions, extension));
+  });
+  return row == layouts.end() ? nullptr : &*row;
+}
+
 bool read_layout(reading& r) {
-  bool known = false;
-  for (const layout& row : layouts) {
-    if (row.told.instr != r.p.instr) continue;
-    known = true;
-    const bool by_extension = !row.told.extensions.empty();
-    if (by_extension && !has_word(row.told.extensions, r.extension)) continue;
-    if (by_extension) {
-      r.echo("      Data from PANalytical formats");
-      r.echo("      Extension:  " + r.extension);
-    }
-    return row.read(r);
+  const layout* const row = find_layout(r.p.instr, r.extension);
+  if (row == nullptr) {
+    const std::string others = extensions_of(r.p.instr);
+    if (others.empty()) return r.fail(" Invalid INSTR parameter ");
+    return r.fail(check_instr, " => File: " + r.name + ": extension \"" + r.extension + "\" found, one of " + others +
+                                   " expected with instr = " + std::to_string(r.p.instr));
   }
-  if (!known) return r.fail(" Invalid INSTR parameter ");
-  return r.fail(check_instr, " => File: " + r.name + ": extension \"" + r.extension + "\" found, one of " +
-                                 extensions_of(r.p.instr) + " expected with instr = " + std::to_string(r.p.instr));
+  if (!row->told.extensions.empty()) {
+    r.echo("      Data from PANalytical formats");
+    r.echo("      Extension:  " + r.extension);
+  }
+  return row->read(r);
 }
 
 /// What every layout owes: npts points, finite, with a variance above 0.
@@ -127,6 +134,7 @@ bool reads_whole(const layout& row, const reading& failed, text_source& text, st
   p.instr = row.told.instr;
   reading r{scratch, p, row.told.extensions.empty() ? failed.extension : first_word(row.told.extensions)};
   r.name = failed.name;
+  r.path = failed.path;
   r.file = std::move(text);
   r.file.rewind();
   bool whole = row.read(r) && check_points(r);
@@ -141,14 +149,14 @@ bool reads_whole(const layout& row, const reading& failed, text_source& text, st
 /// A line for each other layout that the file fits.
 void tell_fitting_layouts(reading& r) {
   constexpr int time_of_flight = 1;
+  if (r.file.lines_taken() == 0) r.file = text_source::from_file(r.path);
   state_type scratch;
   scratch.dim = r.st.dim;
   std::vector<bool (*)(reading&)> tried;
   for (const layout& row : layouts) {
     if (std::find(tried.begin(), tried.end(), row.read) != tried.end()) continue;
     tried.push_back(row.read);
-    const bool same =
-        row.told.instr == r.p.instr && (row.told.extensions.empty() || has_word(row.told.extensions, r.extension));
+    const bool same = &row == find_layout(r.p.instr, r.extension);
     const bool banks_of_angles = row.read == time_of_flight_banks && r.p.ixunit != time_of_flight;
     if (same || banks_of_angles || !reads_whole(row, r, r.file, scratch)) continue;
     std::string text = " => The whole file can be read with instr = " + std::to_string(row.told.instr) + ": " +
@@ -239,6 +247,7 @@ bool take_file(reading& r, int ip) {
   if (kept.keep_open) {
     r.name = kept.name;
     r.extension = st.io.extdat[i];
+    r.path = kalvaris_inout::run_path(st.io, r.name);
     r.file = std::move(kept.file);
     return true;
   }
@@ -247,7 +256,9 @@ bool take_file(reading& r, int ip) {
   if (st.io.file_error) return false;
   r.name = st.io.namefil;
   r.extension = st.io.extdat[i];
-  r.file = text_source::from_file(kalvaris_inout::run_path(st.io, r.name), kalvaris_inout::unit::data);
+  r.path = kalvaris_inout::run_path(st.io, r.name);
+  const layout* const row = find_layout(r.p.instr, r.extension);
+  if (row == nullptr || !row->opens_itself) r.file = text_source::from_file(r.path, kalvaris_inout::unit::data);
   kalvaris_inout::close_unit(st.io, kalvaris_inout::unit::data);
   return true;
 }
@@ -303,8 +314,9 @@ void readint(state_type& st, int ip) {
 }
 
 void prepare_data(state_type& st, int ip) {
-  constexpr int unit_weights = 2, table_weights = 3, plot_constant_step = 1, plot_free = -3;
+  constexpr int profile_correction = 2, unit_weights = 2, table_weights = 3, plot_constant_step = 1, plot_free = -3;
   pattern_type& p = st.pattern[static_cast<std::size_t>(ip)];
+  if (p.icorr == profile_correction) corr_prof(st, ip);
   if (!p.iconstep && p.pl_prf == plot_constant_step) p.pl_prf = plot_free;
   if (p.iwgt == unit_weights) std::fill(p.var.begin(), p.var.end(), 1.f);
   if (p.iwgt == table_weights) variances::corr_variances(st, ip, p.npts);

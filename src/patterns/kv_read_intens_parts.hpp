@@ -59,9 +59,10 @@ struct reading {
 
   state_type& st;
   pattern_type& p;
-  std::string extension;  ///< of the data file, with the point
-  text_source file = {};
+  std::string extension;                 ///< of the data file, with the point
+  text_source file = {};                 ///< left empty by layouts that read `path` themselves
   std::string name = {};                 ///< of the file, as in messages
+  std::string path = {};                 ///< where it is
   std::vector<float> x = {};             ///< abscissae of layouts with free ones
   int inum = 0;                          ///< run or bank number of the file, for the record of results
   std::string result_values = {};        ///< what a layout adds to that record

@@ -1,10 +1,11 @@
 #include <cmath>
+#include <fstream>
 
 #include "kv_read_intens_parts.hpp"
 #include "lmix_string_utilities.hpp"
 
-// Layout 13, XRDML: read as text, a scan's intensities stand between two tags. Nothing of the file is copied, so that
-// its size is about all that the reading needs.
+// Layout 13, XRDML: read as text, a scan's intensities stand between two tags. These files grow large, so that they are
+// not held as a whole: a line at a time is.
 
 namespace kv_read_intens {
 
@@ -27,37 +28,43 @@ bool refuse(reading& r, std::string_view what, std::string where) {
 /// A place in the text of the measurement: what is left of the line taken last.
 struct cursor {
   reading& r;
+  std::ifstream file;
+  std::string held = {};
   std::string_view rest = {};
+  int line = 0;
 
-  /// Goes on behind the first of the texts, whose index comes back; -1 at the end of the measurement or of the file.
-  int find(std::span<const std::string_view> texts) {
-    while (true) {
-      const std::string_view inside = rest.substr(0, rest.find("</xrdMeasurement>"));
-      for (std::size_t k = 0; k < texts.size(); ++k) {
-        const auto at = inside.find(texts[k]);
-        if (at == std::string_view::npos) continue;
-        rest.remove_prefix(at + texts[k].size());
-        return static_cast<int>(k);
+  /// Goes on behind the first of the tags, whose index comes back; -1 at the end of the measurement or of the file.
+  int find(std::span<const std::string_view> tags) {
+    do {
+      for (std::size_t at = rest.find('<'); at != std::string_view::npos; at = rest.find('<', at + 1)) {
+        const std::string_view here = rest.substr(at);
+        if (here.starts_with("</xrdMeasurement>")) return rest = here, -1;
+        for (std::size_t k = 0; k < tags.size(); ++k) {
+          if (!here.starts_with(tags[k])) continue;
+          rest = here.substr(tags[k].size());
+          return static_cast<int>(k);
+        }
       }
-      if (inside.size() < rest.size() || !next_line()) return -1;
-    }
+    } while (next_line());
+    return -1;
   }
-  bool find(std::string_view text) { return find({&text, 1}) == 0; }
+  bool find(std::string_view tag) { return find({&tag, 1}) == 0; }
   bool next_line() {
-    const auto line = r.file.next();
-    if (line) rest = *line;
-    return line.has_value();
+    rest = {};
+    if (!std::getline(file, held)) return false;
+    rest = held;
+    ++line;
+    return true;
   }
 };
 
 bool position(cursor& at, std::string_view name, float& value) {
   reading& r = at.r;
   const std::string open = "<" + std::string(name) + ">", close = "</" + std::string(name) + ">";
-  if (!at.find(open))
-    return refuse(r, open + " string not found!", place(r, r.file.lines_taken()) + ": " + open + " expected");
+  if (!at.find(open)) return refuse(r, open + " string not found!", place(r, at.line) + ": " + open + " expected");
   const std::string_view text = at.rest.substr(0, at.rest.find(close));
   if (lmix_list_input::read_values(text, value).full()) return true;
-  return refuse(r, open + " string not found!", bad_value(r, r.file.lines_taken(), text, 0, "a number behind " + open));
+  return refuse(r, open + " string not found!", bad_value(r, at.line, text, 0, "a number behind " + open));
 }
 
 /// A sum over scans: the first one tells the number of points, the others must have as many.
@@ -67,23 +74,23 @@ struct scan_sum {
   long long found = 0;    ///< points of the first scan, also those that are too many to hold
 };
 
-bool bad_scan(reading& r, const scan_sum& sum, std::string_view token, std::size_t column) {
-  return refuse(r, "error reading the intensities",
-                bad_value(r, r.file.lines_taken(), token, column,
+bool bad_scan(cursor& at, const scan_sum& sum, std::string_view token) {
+  return refuse(at.r, "error reading the intensities",
+                bad_value(at.r, at.line, token, 0,
                           "intensity " + std::to_string(sum.point + 1) + " of scan " + std::to_string(sum.scans)));
 }
 
 /// Adds the intensities of a piece of text to the points.
-bool add_intensities(reading& r, std::string_view text, scan_sum& sum) {
-  std::vector<float>& y = r.p.y;
+bool add_intensities(cursor& at, std::string_view text, scan_sum& sum) {
+  std::vector<float>& y = at.r.p.y;
   lmix_list_input::list_scanner scan(text);
   while (true) {
     float value = NaN;
     const list_status status = scan.read(value);
     if (status == list_status::end) return true;
-    if (status != list_status::value) return bad_scan(r, sum, scan.token(), 0);
+    if (status != list_status::value) return bad_scan(at, sum, scan.token());
     if (sum.scans == 1) {
-      if (++sum.found <= r.st.dim.maxpoint) y.push_back(value);
+      if (++sum.found <= at.r.st.dim.maxpoint) y.push_back(value);
     } else if (sum.point < y.size()) {
       y[sum.point] += value;
     }
@@ -93,20 +100,19 @@ bool add_intensities(reading& r, std::string_view text, scan_sum& sum) {
 
 /// Reads the scan that begins at the cursor and may run over lines up to the closing tag.
 bool read_scan(cursor& at, const scan_tag& tag, scan_sum& sum) {
-  reading& r = at.r;
   ++sum.scans;
   sum.point = 0;
   while (true) {
     const auto end = at.rest.find(tag.close);
-    if (!add_intensities(r, at.rest.substr(0, end), sum)) return false;
+    if (!add_intensities(at, at.rest.substr(0, end), sum)) return false;
     if (end != std::string_view::npos) {
       at.rest.remove_prefix(end + tag.close.size());
       break;
     }
-    if (!at.next_line()) return bad_scan(r, sum, "end of file", 0);
+    if (!at.next_line()) return bad_scan(at, sum, "end of file");
   }
-  if (sum.scans == 1 || sum.point >= r.p.y.size()) return true;
-  return bad_scan(r, sum, tag.close, 0);
+  if (sum.scans == 1 || sum.point >= at.r.p.y.size()) return true;
+  return bad_scan(at, sum, tag.close);
 }
 
 /// The temperature behind the scans, when there is one.
@@ -126,18 +132,17 @@ void take_temperature(cursor& at) {
 
 bool data_panalytical_xrdml(reading& r) {
   pattern_type& p = r.p;
-  cursor at{r};
+  cursor at{r, std::ifstream(r.path, std::ios::binary)};
   if (!at.find("<positions axis=\"2Theta\" unit=\"deg\">"))
     return refuse(r, "end of file while trying to read Wavelength",
-                  place(r, r.file.lines_taken()) + ": <positions axis=\"2Theta\" unit=\"deg\"> expected");
+                  place(r, at.line) + ": <positions axis=\"2Theta\" unit=\"deg\"> expected");
   if (!position(at, "startPosition", p.thmin) || !position(at, "endPosition", p.thmax)) return false;
   scan_sum sum;
   const std::array<std::string_view, 2> tags{scan_tags[0].open, scan_tags[1].open};
   const int tag = at.find(tags);
   if (tag < 0)
-    return refuse(
-        r, tags[0].data() + std::string(" string not found!"),
-        place(r, r.file.lines_taken()) + ": " + std::string(tags[0]) + " or " + std::string(tags[1]) + " expected");
+    return refuse(r, tags[0].data() + std::string(" string not found!"),
+                  place(r, at.line) + ": " + std::string(tags[0]) + " or " + std::string(tags[1]) + " expected");
   const scan_tag& used = scan_tags[static_cast<std::size_t>(tag)];
   do {
     if (!read_scan(at, used, sum)) return false;
@@ -145,7 +150,7 @@ bool data_panalytical_xrdml(reading& r) {
   if (!check_count(r, sum.found)) return false;
   p.npts = static_cast<int>(sum.found);
   p.step = (p.thmax - p.thmin) / static_cast<float>(p.npts - 1);
-  if (!check_step(r, r.file.lines_taken(), p.step)) return false;
+  if (!check_step(r, at.line, p.step)) return false;
   constant_grid(p);
   variance_of_counts(r);
   take_temperature(at);

@@ -24,7 +24,8 @@ using lmix_text_input::text_source;
 
 namespace {
 
-/// Kind of abscissa of the table: how a 2theta or T.O.F. becomes it, v = 2 a sin(theta)/lambda + x (1 - b).
+/// Kind of abscissa of the table: how a 2theta or T.O.F. becomes it, v = a/d + x (1 - b) with 1/d = 2 sin(theta)/lambda
+/// or dtt1/T.O.F.
 struct scale_kind {
   int kind;
   std::string_view text;
@@ -98,9 +99,15 @@ std::vector<float> table_variable(const pattern_type& p, int kind) {
     a = row.a;
     b = row.b;
   }
+  const bool time_of_flight = p.ixunit == 1;
+  const float dtt1 = p.resolution.dtt1_i + p.glb[kalvaris_params::gslot::sycos];  // the slot of cos(theta) is dtt1 there
   std::vector<float> v(static_cast<std::size_t>(p.npts));
   for (std::size_t i = 0; i < v.size(); ++i) {
     const float x = p.txv[i];
+    if (time_of_flight) {
+      v[i] = x * (1.f - b) + (a > 0.f ? a * dtt1 / x : 0.f);
+      continue;
+    }
     v[i] = 2.f * a * std::sin(half_degree * (x - p.glb[kalvaris_params::gslot::zero])) / p.lamda[0] + x * (1.f - b);
   }
   return v;
@@ -127,7 +134,7 @@ void write_side_files(const state_type& st, const pattern_type& p, std::span<con
 }  // namespace
 
 void interpolate(std::span<const table_row> table, std::span<const float> abscissae, std::span<float> corr) {
-  std::size_t k = 0;  // the points come in increasing order: the search goes on where the last one ended
+  std::size_t k = 0;  // neighbouring points have neighbouring abscissae: the search goes on where the last one ended
   for (std::size_t i = 0; i < abscissae.size(); ++i) {
     const float v = abscissae[i];
     corr[i] = 0.f;
@@ -156,7 +163,7 @@ void corr_variances(state_type& st, int ip, int n) {
 
   pattern_type& p = st.pattern[static_cast<std::size_t>(ip)];
   std::vector<float> corr(static_cast<std::size_t>(p.npts), 0.f), corrected(p.var);
-  if (p.ixunit == 0) interpolate(table->rows, table_variable(p, table->kind), corr);
+  if (p.ixunit == 0 || p.ixunit == 1) interpolate(table->rows, table_variable(p, table->kind), corr);
   for (std::size_t i = 0; i < corr.size(); ++i) corrected[i] = p.var[i] / (std::abs(corr[i]) * strength + 1.f);
   write_side_files(st, p, corr, table->factor, corrected);
   p.var = std::move(corrected);

@@ -647,7 +647,7 @@ TEST(DataFormats, FailuresSayWhatStoodWhere) {
                check,
                "1 data points"},
            row{"step", {12, "BANK 1 12 3 CONST 1000 0 0 0 ESD\n" + gsas_esd(12)}, check, "the step is 0"},
-           row{"extension", {13, csv, ".dat"}, check, "one of .csv, .udf, .jcp, .XRDML expected with instr = 13"},
+           row{"extension", {13, csv, ".dat"}, check, "one of .csv, .udf, .jcp, .xrdml expected with instr = 13"},
            row{"spelling", {13, csv, ".csV"}, check, "extension \".csV\" found"},
            row{"csv", {13, cut(csv, "[Scan"), ".csv"}, program, " Error reading a profile CSV-DATA file: end of file!"},
            row{"udf",
@@ -706,7 +706,7 @@ TEST(DataFormats, AFileOfAnotherLayoutIsToldWithTheInstrThatFits) {
                            read_with + "0: header and intensities"},
                        row{10, {8, file_8(22)}, read_with + "8: intensities"},
                        row{12, {9, file_uxd("_COUNTS", tens(12, "%10.0f", counts))}, read_with + "9: UXD"},
-                       row{0, {13, file_xrdml(12, 1)}, read_with + "13: PANalytical XRDML, and the extension .XRDML"},
+                       row{0, {13, file_xrdml(12, 1)}, read_with + "13: PANalytical XRDML, and the extension .xrdml"},
                        row{8, {12, file_gsas("1 12 2 CONST 1000 50 0 0 STD", pairs(12))}, read_with + "12: GSAS"}}) {
     data_run run(t.instr, t.file.content);
     run.read();

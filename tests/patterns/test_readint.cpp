@@ -292,6 +292,41 @@ TEST(PrepareData, UnitWeightsAndPlotOfFreeAbscissae) {
   EXPECT_EQ(constant.pattern().var, (std::vector<float>{1, 2}));
 }
 
+TEST(CorrProf, PolynomialDividesIntensitiesAndItsSquareTheVariances) {
+  data_run run(0, "1 1 3\n10 20 30\n");
+  run.st.io.filenam = "code";
+  run.write("code.cor", "! efficiency\n2 1 2\n1.0\n0.5\n");
+  run.pattern().icorr = 2;
+  run.read();
+  kv_read_intens::prepare_data(run.st, 0);
+  for (std::size_t i = 0; i < 3; ++i) {
+    const float x = static_cast<float>(i) + 1, raw = 10 * x, c = 1 + 0.5f * x;
+    EXPECT_FLOAT_EQ(run.pattern().y[i], raw / c);
+    EXPECT_FLOAT_EQ(run.pattern().var[i], raw / (c * c));
+  }
+  EXPECT_FLOAT_EQ(run.pattern().yo_max, 12.f);
+}
+
+TEST(CorrProf, FaultyFilesStopWithTheirPlace) {
+  struct row {
+    const char *content, *told;
+  };
+  for (const row& t : {row{"", "kind of correction"}, row{"1 1 2\n1 1\n", "line: 1: kind of correction 1"},
+                       row{"2 1 99\n", "99 coefficients"}, row{"2 1 2\n1 x\n", "line: 2: coefficient 2 of 2"},
+                       row{"2 1 2\n2 -1\n", "the correction is 0.00000 at point 2, x = 2.00000"}}) {
+    data_run run(0, "1 1 3\n10 20 30\n");
+    run.st.io.filenam = "code";
+    run.write("code.cor", t.content);
+    run.read();
+    std::ostringstream stop_words;
+    std::streambuf* const before = std::cerr.rdbuf(stop_words.rdbuf());
+    EXPECT_THROW(kv_read_intens::corr_prof(run.st, 0), kalvaris_inout::run_stopped);
+    std::cerr.rdbuf(before);
+    EXPECT_TRUE(run.told(t.told)) << run.console.str();
+    EXPECT_EQ(run.pattern().y, (std::vector<float>{10, 20, 30}));
+  }
+}
+
 std::string correction_file(int rows) {
   std::string text = "comment\n0 2.0\n";
   for (int i = 0; i < rows; ++i) text += std::to_string(1 + i) + " " + std::to_string(10000 * (i + 1)) + "\n";
@@ -323,6 +358,22 @@ TEST(Variances, TableInReciprocalSpacingUsesTheZeroAndTheWavelength) {
   run.read();
   variances::corr_variances(run.st, 0, 6);
   for (const float v : run.pattern().var) EXPECT_NEAR(v, 100. / (1e8 / 3e7 + 1), 1e-3);  // s = 0.24 to 0.26
+}
+
+TEST(Variances, TableOfTimeOfFlightAndOfReciprocalSpacing) {
+  for (const int kind : {1, 2}) {
+    data_run run(10, comments() + "10000 100 10\n20000 100 10\n40000 100 10\n");
+    run.pattern().ixunit = 1;
+    run.pattern().resolution.dtt1_i = 10000.f;  // 1/d = 1, 0.5, 0.25
+    std::string table = "c\n" + std::to_string(kind) + " 1.0\n";
+    for (int i = 0; i < 6; ++i)  // reaches the second and the third point, or the first and the second
+      table += std::to_string(kind == 1 ? 15000 + 6000 * i : 0.4 + 0.2 * i) + " 10000\n";
+    run.write("corr_var.wgt", table);
+    run.read();
+    variances::corr_variances(run.st, 0, 6);
+    for (std::size_t i = 0; i < 3; ++i)
+      EXPECT_NEAR(run.pattern().var[i], i == (kind == 1 ? 0u : 2u) ? 100 : 100. / (1e8 / 3e7 + 1), 1e-3) << kind << i;
+  }
 }
 
 TEST(Variances, ShortMissingOrFaultyTablesChangeNothingAndWarn) {
