@@ -5,6 +5,7 @@
 #pragma once
 #include <array>
 #include <cstdint>
+#include <iosfwd>
 #include <span>
 #include <string>
 #include <string_view>
@@ -122,6 +123,14 @@ err_symm_type get_so_from_hms(std::string_view symbol, space_group_type& spg);
 /// Listing of the record; with `full` also of its operators, at most 192 of them.
 std::string write_spacegroup(const space_group_type& spg, bool full);
 
+/// The stored form: numspg, spg_symb, hall, crystalsys, laue, pg, info, sg_setting, hexa, spg_lat, spg_latsy, numlat,
+/// latt_trans, bravais, centre, centred, centre_coord, numops, multip, num_gen; per operator rot with tr, and its text;
+/// r_asym_unit; the positions. Letters, site symmetries and multiplicities of the positions are not stored. One record
+/// each, framed by its length in bytes; numbers in the byte order of the machine. False when the stream fails.
+bool write_bin_spacegroup(const space_group_type& spg, std::ostream& to);
+/// Reads it back; damaged or short input is refused and leaves the record alone.
+err_symm_type read_bin_spacegroup(std::istream& from, space_group_type& spg);
+
 /// Expands a position text with the operators of the group: the distinct positions without the centring vectors.
 std::vector<std::string> wyckoff_orbit(std::string_view str_orig, const space_group_type& spg);
 
@@ -150,6 +159,46 @@ std::string get_symsymbr(const std::array<std::array<float, 3>, 3>& rot, const v
 /// Type and locus as International Tables writes them: "2 (0,1/2,0) 0,y,1/4", "-3+ 0,0,z; 0,0,0", "n (1/2,0,1/2)
 /// x,1/4,z".
 std::string symmetry_symbol_op(const sym_oper_type& op);
+
+/// The same from rotation and translation, and from an x,y,z text (empty for a text that is no operator).
+std::string symmetry_symbol_str(const matrix3i& rot, const vector3& t);
+std::string symmetry_symbol_xyz(std::string_view text);
+/// The same with a prime for an operator that is joined with time reversal: "2' (0,0,1/2) 1/4,0,z", "t' (0,0,1/2)".
+std::string get_shubnikov_operator_symbol(const sym_oper_type& op, int time_inv);
+
+/// Seitz symbol of a point operation, "4+_001", "m_1-10", "-1" (A. M. Glazer, M. I. Aroyo & A. Authier, Acta Cryst. A70
+/// (2014) 300-302), with a prime for time reversal; "?" for a matrix that is no crystallographic rotation.
+std::string get_seitz(const matrix3i& rot, int time_inv = 1);
+/// "{2_001|0,0,1/2}".
+std::string get_seitz_symbol(const sym_oper_type& op, int time_inv = 1);
+/// Kovalev's number 1..48 of an operation of m-3m, 0 for any other: his numbering of the hexagonal operations is not
+/// known here with certainty.
+int get_symkov(const matrix3i& rot);
+/// "(1/2,0,1/4)".
+std::string get_transl_symbol(const vector3& t);
+
+/// The geometric element of an operation.
+struct symmetry_element {
+  std::string symbol;              ///< "2", "21", "-4", "m", "c", "d", "t", "1"; the screw as seen along `direction`
+  int order = 1;                   ///< of the rotation, negative with inversion (-2 for planes), 0: no element
+  std::array<int, 3> direction{};  ///< axis, or normal of the plane as axis of its twofold rotation; 0 0 0 without one
+  std::array<double, 3> along{};   ///< screw or glide vector, or translation
+  std::array<double, 3> location{};  ///< a point of the element (the inversion point of rotoinversions)
+};
+symmetry_element get_symel(const sym_oper_type& op);
+
+/// A magnetic operator part: moments turn by `rot`, with a phase in turns.
+struct msym_oper_type {
+  matrix3i rot{{{1, 0, 0}, {0, 1, 0}, {0, 0, 1}}};
+  float phase = 0.f;
+};
+/// Reads "u,-v,w,0.5", also behind "MSYM " or "DSYM "; a phase that cannot be read is 0. With `ctrl` a matrix of zero
+/// determinant is refused.
+err_symm_type read_msymm(std::string_view info, msym_oper_type& op, bool ctrl = true);
+/// "u,-v,w,0.5000" as read_msymm reads it.
+std::string get_msymm(const msym_oper_type& op);
+/// "mx,-my,mz".
+std::string get_magsymb(const matrix3i& rot);
 
 /// rot v + tr.
 vector3 applyso(const sym_oper_type& op, const vector3& v);
@@ -289,5 +338,62 @@ struct b_relations {
   std::array<float, 6> multip{};
 };
 b_relations sym_b_relations(std::span<const sym_oper_type> stabilizer);
+
+// ---- magnetic groups -----------------------------------------------------------------------------------------------
+
+/// An operator that may be joined with time reversal.
+struct shubnikov_oper_type {
+  sym_oper_type op;
+  int time_inv = 1;  ///< -1 with time reversal
+};
+
+/// A magnetic group in one setting, told by its operators. Order of symop: the reduced set, then, for a group with an
+/// inversion (without time reversal), its products with it; this list again for each centring vector, then for each
+/// anti-translation. A grey group lists the operators without time reversal only: each stands for two.
+struct magnetic_space_group_type {
+  int sh_number = 0;                              ///< number in the list of 1651 groups, 0 unknown
+  std::string bns_number, og_number;              ///< blank: unknown
+  std::string bns_symbol, og_symbol, uni_symbol;  ///< blank: unknown
+  std::string pg_symbol;                          ///< magnetic point group, such as "m'm'm"; blank off the usual axes
+  int magtype = 0;                                ///< 1 colourless, 2 grey, 3 and 4 black and white
+  int parent_num = 0;      ///< of the group without time reversal, 0 when its setting is untabulated
+  std::string parent_spg;  ///< its symbol
+  bool standard_setting = false, mcif = false, m_cell = false;  ///< written by readers of group tables
+  std::string trn_to_parent, trn_from_parent, trn_to_standard, trn_from_standard;
+  std::string laue;                       ///< Laue class of the rotations
+  int num_lat = 0, num_alat = 0;          ///< centring vectors with the origin, anti-translations
+  std::vector<vector3> latt_trans;        ///< the first is zero
+  std::vector<vector3> alat_trans;        ///< translations that come with time reversal
+  int centred = centring_code::acentric;  ///< of the inversion without time reversal
+  vector3 centre_coord{};                 ///< the inversion centre
+  int numops = 0, multip = 0;             ///< reduced set, all operators
+  std::vector<sym_oper_type> symop;       ///< all `multip`
+  std::vector<std::string> symopsymb;     ///< "x,-y,z+1/2,-1": the last field is the time reversal
+  std::vector<msym_oper_type> msymop;     ///< how moments turn: time reversal times det(R) R
+  std::vector<std::string> msymopsymb;    ///< "mx,-my,mz"
+  int time_inv(std::size_t i) const;      ///< -1 when operator i comes with time reversal
+};
+
+/// Reads "x,-y,z+1/2,-1" (also "+1", or nothing, or a prime behind the triplet).
+err_symm_type read_shubnikov(std::string_view text, shubnikov_oper_type& op);
+
+/// Closes the operators to a group and fills the record; names and numbers of the group stay unknown. On failure the
+/// record is left alone.
+err_symm_type set_magnetic_spacegroup(std::span<const shubnikov_oper_type> gen, magnetic_space_group_type& mspg);
+err_symm_type set_magnetic_spacegroup(std::span<const std::string> gen, magnetic_space_group_type& mspg);
+/// Every operator with its time reversal, those of a grey group twice.
+std::vector<shubnikov_oper_type> all_operators(const magnetic_space_group_type& mspg);
+/// The group on other axes, refused as by setting_change_conv.
+err_symm_type setting_change_maggroup(std::string_view setting, const magnetic_space_group_type& mspg,
+                                      magnetic_space_group_type& out);
+/// Listing, with `full` also of all operators.
+std::string write_magnetic_space_group(const magnetic_space_group_type& mspg, bool full);
+
+/// Positions equivalent to x in one cell, by operators with and without time reversal.
+int get_multip_pos_mag(const vector3& x, const magnetic_space_group_type& mspg);
+/// Operators that leave x where it is, as get_stabilizerc.
+std::vector<shubnikov_oper_type> get_stabilizerm(const vector3& x, const magnetic_space_group_type& mspg);
+/// Moment along the cell axes at a site with these operators, M' = (time reversal) det(R) R M.
+site_relations moment_relations(std::span<const shubnikov_oper_type> stabilizer);
 
 }  // namespace lmix_crystallographic_symmetry

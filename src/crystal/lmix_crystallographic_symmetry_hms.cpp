@@ -573,4 +573,42 @@ generator_set get_so_from_hms(std::string_view hms) {
   return out;
 }
 
+namespace {
+
+/// "4/mmm" in fields: "4/m", "m", "m".
+std::vector<std::string> fields_of_point_group(std::string_view pg) {
+  std::vector<std::string> out;
+  for (std::size_t i = 0; i < pg.size();) {
+    std::size_t end = i + (pg[i] == '-' ? 2 : 1);
+    if (end < pg.size() && pg[end] == '/') end += 2;
+    out.emplace_back(pg.substr(i, end - i));
+    i = end;
+  }
+  return out;
+}
+
+}  // namespace
+
+std::vector<symbol_piece> pieces_of_point_group(std::string_view pg, bool rhombohedral_axes) {
+  const std::vector<std::string> text = fields_of_point_group(pg);
+  std::vector<hm_field> field;
+  for (const std::string& t : text) {
+    hm_field f;
+    if (!field_reader(t).read(f).empty()) return {};
+    field.push_back(f);
+  }
+  const axis_system system = system_of(field, text.size() == 2 ? 'r' : 'p', rhombohedral_axes);
+  std::vector<symbol_piece> out;
+  for (std::size_t i = 0; i < text.size(); ++i) {
+    if (i >= system.of_field.size()) return {};
+    std::vector<named_element> names;
+    if (!elements_of(field[i], system.of_field[i], system, {vector48{}}, names)) return {};
+    if (names.empty()) out.push_back({text[i], identity});
+    const std::size_t slash = text[i].find('/');
+    for (std::size_t k = 0; k < names.size(); ++k)
+      out.push_back({k == 0 ? text[i].substr(0, slash) : text[i].substr(slash), names[k].rot});
+  }
+  return out;
+}
+
 }  // namespace lmix_crystallographic_symmetry::parts

@@ -14,6 +14,7 @@ inline constexpr matrix3i identity{{{1, 0, 0}, {0, 1, 0}, {0, 0, 1}}};
 struct exact_op {
   matrix3i rot = identity;
   std::array<double, 3> tr{};
+  int time_inv = 1;  ///< -1: joined with time reversal
 };
 
 /// Translations of two operators count as equal within this: user operators come with four decimals.
@@ -99,6 +100,14 @@ found_hall hall_symbol_of(const closed_group& group);
 /// Fractions as users write them: "1/3", "-0.1234"; with `exact` six decimals where no fraction of small numbers is
 /// meant.
 std::string fraction_text(double v, bool exact = false);
+
+/// The pieces of a point-group symbol with the operations that they stand for: "4", "/m", "m", "m". Empty when a piece
+/// names a direction that the conventional axes have not.
+struct symbol_piece {
+  std::string text;
+  matrix3i rot;
+};
+std::vector<symbol_piece> pieces_of_point_group(std::string_view pg, bool rhombohedral_axes);
 
 /// The type (order, negative with inversion) of a rotation: 1 2 3 4 6 -1 -2 -3 -4 -6; 0 for anything else.
 int rotation_type(const matrix3i& rot);

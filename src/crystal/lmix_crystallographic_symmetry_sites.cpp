@@ -195,6 +195,15 @@ site_relations moment_relations(std::span<const sym_oper_type> stabilizer) {
   return relations_of(mean_action<3>(stabilizer, [](const matrix3i& r) { return vector_action(r, determinant(r)); }));
 }
 
+site_relations moment_relations(std::span<const shubnikov_oper_type> stabilizer) {
+  std::vector<sym_oper_type> turns;  // the action of an axial vector is that of these matrices on a polar one
+  for (const shubnikov_oper_type& g : stabilizer) {
+    const bool turn_over = determinant(g.op.rot) * g.time_inv < 0;
+    turns.push_back({turn_over ? parts::negated(g.op.rot) : g.op.rot, {}});
+  }
+  return position_relations(turns);
+}
+
 vector3 nearest_special_position(const vector3& x, std::span<const sym_oper_type> stabilizer) {
   if (stabilizer.empty()) return x;
   std::array<double, 3> sum{};

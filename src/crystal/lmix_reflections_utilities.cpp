@@ -2,7 +2,9 @@
 
 #include <algorithm>
 #include <cmath>
+#include <complex>
 #include <cstdlib>
+#include <numbers>
 
 namespace lmix_reflections_utilities {
 namespace {
@@ -332,17 +334,20 @@ float hkl_s(const hkl_type& h, const metric_tensor& gr) {
   return hs_r({static_cast<float>(h[0]), static_cast<float>(h[1]), static_cast<float>(h[2])}, gr);
 }
 
-std::vector<reflection_type> hkl_gen(const metric_tensor& gr, const space_group_type& group, bool friedel, float smin,
-                                     float smax) {
+namespace {
+
+/// All canonical reflections with smin <= s <= smax that the lattice allows, sorted by s. `accept(h, mult)` gives the
+/// flag of the entry, or a negative number for no entry.
+template <class Accept>
+std::vector<reflection_type> walk(const metric_tensor& gr, const reflection_rules& rules, float smin, float smax,
+                                  Accept accept) {
   std::vector<reflection_type> list;
   if (!std::isfinite(smin) || !std::isfinite(smax) || !(smax > 0.f)) return list;
-  const reflection_rules rules = make_rules(group, friedel);
   const double q_max = 4.0 * static_cast<double>(smax) * static_cast<double>(smax) * (1.0 + 1e-6);
   const hkl_type half = box(gr, 2.0 * static_cast<double>(smax));
   const canonical_region region = region_of(rules, half);
   unique_test unique(rules);
   const lattice_test lattice(rules);
-  const int general_mult = order_of(rules);
   const auto g = [&](std::size_t i, std::size_t j) { return static_cast<double>(gr[i][j]); };
   for (int l = region.low[2]; l <= half[2]; ++l)
     for (int k = region.first_k(l); k <= half[1]; ++k) {
@@ -353,14 +358,130 @@ std::vector<reflection_type> hkl_gen(const metric_tensor& gr, const space_group_
         if (index == hkl_type{} || lattice.absent(index)) continue;
         const int mult = unique.mult_if_canonical(index);
         if (mult == 0) continue;
-        // A general reflection is left in place by no operator that could forbid it.
-        if (mult < general_mult && hkl_absent(index, rules)) continue;
+        const int flag = accept(index, mult);
+        if (flag < 0) continue;
         const float s = hkl_s(index, gr);
-        if (s >= smin && s <= smax) list.push_back({index, mult, s, 1});
+        if (s >= smin && s <= smax) list.push_back({index, mult, s, flag});
       }
     }
   sort_by_s(list);
   return list;
+}
+
+}  // namespace
+
+std::vector<reflection_type> hkl_gen(const metric_tensor& gr, const space_group_type& group, bool friedel, float smin,
+                                     float smax) {
+  const reflection_rules rules = make_rules(group, friedel);
+  const int general_mult = order_of(rules);
+  return walk(gr, rules, smin, smax, [&](const hkl_type& h, int mult) {
+    // A general reflection is left in place by no operator that could forbid it.
+    return mult < general_mult && hkl_absent(h, rules) ? -1 : 1;
+  });
+}
+
+std::vector<reflection_type> hkl_gen_general(const metric_tensor& gr, const space_group_type& group, float smax) {
+  return hkl_gen(gr, group, true, 0.f, smax);
+}
+
+std::vector<real_hkl> hkl_equivr(const real_hkl& h, const space_group_type& group, bool friedel) {
+  constexpr float tolerance = 1e-4f;
+  std::vector<real_hkl> list{h};
+  const auto add = [&](const real_hkl& k) {
+    const auto same = [&](const real_hkl& other) {
+      return std::abs(k[0] - other[0]) + std::abs(k[1] - other[1]) + std::abs(k[2] - other[2]) < tolerance;
+    };
+    if (std::ranges::none_of(list, same)) list.push_back(k);
+  };
+  for (const matrix3i& r : make_rules(group, friedel).rotation) {
+    real_hkl image{};
+    for (std::size_t j = 0; j < 3; ++j)
+      for (std::size_t i = 0; i < 3; ++i) image[j] += h[i] * static_cast<float>(r[i][j]);
+    add(image);
+    if (friedel) add({-image[0], -image[1], -image[2]});
+  }
+  return list;
+}
+
+namespace {
+
+using lmix_crystallographic_symmetry::shubnikov_oper_type;
+
+/// What reflections feel of a magnetic group.
+class magnetic_rules {
+ public:
+  magnetic_rules(std::span<const shubnikov_oper_type> operators, const metric_tensor& gr) : gr_(gr) {
+    space_group_type nuclear, lattice;
+    for (const auto& g : operators) {
+      nuclear.symop.push_back(g.op);
+      const bool translation = g.op.rot == identity && g.time_inv > 0;
+      lattice.symop.push_back(translation ? g.op : lmix_crystallographic_symmetry::sym_oper_type{g.op.rot, {}});
+    }
+    nuclear_ = make_rules(nuclear, true);
+    lattice_ = make_rules(lattice, true);
+    for (const auto& g : operators) {
+      auto group = std::ranges::find(by_rotation_, g.op.rot, &same_rotation::rot);
+      if (group == by_rotation_.end()) group = by_rotation_.insert(group, {g.op.rot, {}});
+      group->member.push_back(
+          {{static_cast<double>(g.op.tr[0]), static_cast<double>(g.op.tr[1]), static_cast<double>(g.op.tr[2])},
+           static_cast<double>(g.time_inv * lmix_crystallographic_symmetry::determinant(g.op.rot))});
+    }
+  }
+  const reflection_rules& lattice() const { return lattice_; }
+  bool nuclear(const hkl_type& h) const { return !hkl_absent(h, nuclear_); }
+
+  /// The structure factor F(h) = sum of M exp(2 pi i h x) obeys F = (time reversal) det(R) exp(2 pi i h t) R F for all
+  /// operators with h R = h. The mean of these matrices projects on what is left of F; the reflection is seen when that
+  /// is more than the component along h.
+  bool magnetic(const hkl_type& h) const {
+    std::array<std::array<std::complex<double>, 3>, 3> mean{};
+    for (const same_rotation& group : by_rotation_) {
+      if (turned(h, group.rot) != h) continue;
+      std::complex<double> weight = 0.0;
+      for (const auto& m : group.member)
+        weight += m.sign * std::polar(1.0, 2.0 * std::numbers::pi * (h[0] * m.tr[0] + h[1] * m.tr[1] + h[2] * m.tr[2]));
+      for (std::size_t i = 0; i < 3; ++i)
+        for (std::size_t j = 0; j < 3; ++j) mean[i][j] += weight * static_cast<double>(group.rot[i][j]);
+    }
+    // h as a vector in direct axes, of which a column must not be a multiple.
+    std::array<double, 3> along{};
+    double size = 0.0;
+    for (std::size_t i = 0; i < 3; ++i) {
+      for (std::size_t j = 0; j < 3; ++j) along[i] += static_cast<double>(gr_[i][j]) * h[j];
+      size = std::max(size, std::abs(along[i]));
+    }
+    for (std::size_t j = 0; j < 3; ++j)
+      for (std::size_t i = 0; i < 3; ++i) {
+        const std::size_t k = (i + 1) % 3;
+        if (std::abs(mean[i][j] * along[k] - mean[k][j] * along[i]) > 1e-2 * size) return true;
+      }
+    return false;
+  }
+
+ private:
+  struct member_type {
+    std::array<double, 3> tr;
+    double sign;
+  };
+  struct same_rotation {
+    matrix3i rot;
+    std::vector<member_type> member;
+  };
+  const metric_tensor& gr_;
+  reflection_rules nuclear_, lattice_;
+  std::vector<same_rotation> by_rotation_;
+};
+
+}  // namespace
+
+std::vector<reflection_type> hkl_gen_shub(const metric_tensor& gr, std::span<const shubnikov_oper_type> operators,
+                                          float smax) {
+  const magnetic_rules rules(operators, gr);
+  return walk(gr, rules.lattice(), 0.f, smax, [&](const hkl_type& h, int) {
+    const bool nuclear = rules.nuclear(h), magnetic = rules.magnetic(h);
+    return magnetic ? (nuclear ? shub_flag::nuclear_and_magnetic : shub_flag::magnetic_only)
+                    : (nuclear ? shub_flag::nuclear_only : -1);
+  });
 }
 
 }  // namespace lmix_reflections_utilities

@@ -6,6 +6,7 @@
 #pragma once
 #include <array>
 #include <cstdint>
+#include <span>
 #include <vector>
 
 #include "lmix_crystal_metrics.hpp"
@@ -22,8 +23,13 @@ struct reflection_type {
   hkl_type h{};
   int mult = 0;   ///< equivalents, with the Friedel mates when the list was made so
   float s = 0.f;  ///< 1/(2d) [1/angstrom]
-  int flag = 1;   ///< 1: allowed by the space group (the field of magnetic lists, where 0 is forbidden to nuclei)
+  int flag = 1;   ///< 1: allowed by the space group; in magnetic lists one of shub_flag
 };
+
+/// Who scatters into a reflection of a magnetic list.
+namespace shub_flag {
+enum : int { nuclear_only = 0, nuclear_and_magnetic = 1, magnetic_only = 2 };
+}
 
 /// What reflections feel of a space group, drawn from it once. Make it outside of a loop over reflections.
 struct reflection_rules {
@@ -72,5 +78,20 @@ inline std::vector<reflection_type> hkl_gen(const lmix_crystal_metrics::crystal_
                                             const space_group_type& group, bool friedel, float smin, float smax) {
   return hkl_gen(cell.gr, group, friedel, smin, smax);
 }
+
+/// The same from s = 0 with Friedel mates as equivalents: for groups told by their operators, among which centring
+/// vectors may stand (fixed lists).
+std::vector<reflection_type> hkl_gen_general(const metric_tensor& gr, const space_group_type& group, float smax);
+
+/// All unique reflections up to smax of a magnetic group, told by the list of its operators with their time reversal (a
+/// grey group by both halves). Equivalents are those of the point group without time reversal, and Friedel mates.
+/// `flag` says who scatters; reflections to which neither contributes at any site are left out.
+std::vector<reflection_type> hkl_gen_shub(
+    const metric_tensor& gr, std::span<const lmix_crystallographic_symmetry::shubnikov_oper_type> operators,
+    float smax);
+
+/// The distinct equivalents of a real index (satellites), h itself first. Equal within 0.0001.
+using real_hkl = std::array<float, 3>;
+std::vector<real_hkl> hkl_equivr(const real_hkl& h, const space_group_type& group, bool friedel = true);
 
 }  // namespace lmix_reflections_utilities

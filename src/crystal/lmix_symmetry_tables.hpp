@@ -53,6 +53,7 @@ struct point_operation_row {
   std::array<int, 9> rot;   ///< row by row
   std::string_view intsym;  ///< type and locus, rotoinversions with their inversion point
   std::string_view seitz;   ///< Seitz symbol, the axis behind the underscore
+  int kovalev;              ///< Kovalev's number h1..h48 of the cubic operations, 0 for the hexagonal ones
 };
 
 std::span<const spgr_info_row> spgr_info();
