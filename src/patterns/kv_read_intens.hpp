@@ -30,12 +30,8 @@ std::string formats_text();
 /// A file whose next bank belongs to the next pattern (same name, ixunit 1) stays open in st.data_file.
 void readint(kalvaris_params::state_type& st, int ip);
 
-/// Divides the intensities of pattern ip by the polynomial of x of the file code.cor (else cor.cor), the variances by
-/// its square. The file: the line `2 1 n`, then n coefficients of 1, x, x^2.. in free format; comments begin with ! or
-/// #. A file that is missing or faulty, or a polynomial that is not positive at a point, stops the run.
-void corr_prof(kalvaris_params::state_type& st, int ip);
-
-/// The steps between reading and refinement: icorr 2 corrects the profile (corr_prof), a free abscissa cannot go into
+/// The steps between reading and refinement: icorr 2 divides the profile by the polynomial of its
+/// .cor file (one that acts on the reflections stops the run: it is not available), a free abscissa cannot go into
 /// the plot file of constant step (pl_prf 1 becomes -3), unit weights (iwgt 2) are variances of 1, iwgt 3 corrects them
 /// from a table.
 void prepare_data(kalvaris_params::state_type& st, int ip);
