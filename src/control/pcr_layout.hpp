@@ -3,6 +3,7 @@
 #pragma once
 #include <array>
 #include <span>
+#include <string>
 #include <string_view>
 
 #include "kalvaris_params.hpp"
@@ -61,56 +62,102 @@ inline constexpr std::array<flag, 11> long_pattern_output_flags{
     pattern_flag(&pattern_type::pl_prf), pattern_flag(&pattern_type::instr), pattern_flag(&pattern_type::jlkh),
     pattern_flag(&pattern_type::jfou),   pattern_flag(&pattern_type::ianaly)};
 
-/// A line of values in slots, followed by a line of their codes.
-struct coded_line {
-  std::string_view name;     ///< as messages call it
-  std::string_view letters;  ///< of the values line; an `i` at its end is the model behind the values
-  std::string_view header;   ///< comment above it
-  std::array<int, 8> slots;  ///< in file order, 0 behind the last
+/// How the atoms of a phase are written: nuclear atoms; atoms with a moment each; both in one list.
+enum class atom_kind { nuclear, moments, common };
+[[nodiscard]] constexpr atom_kind atom_kind_of(const kalvaris_params::phase_type& phase) {
+  const int kind = phase.jbt < 0 ? -phase.jbt : phase.jbt;
+  return kind == 10 ? atom_kind::common : kind == 0 || kind == 2 ? atom_kind::nuclear : atom_kind::moments;
+}
 
-  [[nodiscard]] constexpr std::size_t size() const {
-    std::size_t n = 0;
-    while (n < slots.size() && slots[n] != 0) ++n;
-    return n;
-  }
+/// First line of an atom and the slots of its reals; the codes line below has these slots.
+struct atom_line {
+  atom_kind kind;
+  std::string_view letters, header;
+  bool magnetic_pointers;  ///< set of matrices and vector stand behind the species
+  std::size_t values;      ///< of the slots from x on
+  static constexpr std::array<int, 8> slots{aslot::x,   aslot::y,  aslot::z,  aslot::biso,
+                                            aslot::occ, aslot::rx, aslot::ry, aslot::rz};
+  [[nodiscard]] constexpr std::span<const int> value_slots() const { return std::span(slots).first(values); }
 };
-
-/// The four lines of a profile block that always stand.
-inline constexpr std::array<coded_line, 4> profile_lines{{
-    {"scale line",
-     "ffffffi",
-     "!  Scale          Shape1      Bov      Str1      Str2      Str3   Strain-Model",
-     {slot::scale, slot::shape1, slot::bov, slot::str1, slot::str1 + 1, slot::str3}},
-    {"width line",
-     "fffffffi",
-     "!       U            V            W             X            Y         GauSiz      LorSiz    Size-Model",
-     {slot::u, slot::v, slot::w, slot::x, slot::y, slot::gausiz, slot::lorsiz}},
-    {"cell line",
-     "ffffff",
-     "!     a          b         c        alpha      beta       gamma",
-     {slot::cell_a, slot::cell_a + 1, slot::cell_a + 2, slot::cell_a + 3, slot::cell_a + 4, slot::cell_f}},
-    {"line of preferred orientation and asymmetry",
-     "ffffffff",
-     "!  Pref1    Pref2      Asy1     Asy2     Asy3     Asy4      S_L      D_L",
-     {slot::pref1, slot::pref2, slot::asy1, slot::asy2, slot::asy3, slot::asy4, slot::s_l, slot::d_l}},
+inline constexpr std::array<atom_line, 3> atom_lines{{
+    {atom_kind::nuclear, "64fffffiiii",
+     "!Atom   Typ        X         Y         Z      Biso       Occ    In Fin N_t Spc", false, 5},
+    {atom_kind::moments, "64iiffffffff",
+     "!Atom   Typ  Imagr Ikv  X         Y         Z      Biso       Occ        Rx        Ry        Rz\n"
+     "!            Ix        Iy        Iz    beta11    beta22    beta33     MagPh",
+     true, 8},
+    {atom_kind::common, "64iifffffii", "!Atom   Typ  Imagr Ikv  X         Y         Z      Biso       Occ   N_t Spc",
+     true, 5},
 }};
-inline constexpr coded_line phase_shift_line{"line of the shifts of the phase",
-                                             "fff",
-                                             "!      Zero_ph      SyCos_ph      SySin_ph",
-                                             {slot::zero_ph, slot::sycos_ph, slot::sysin_ph}};
-inline constexpr std::array<int, 3> second_width_slots{slot::u2, slot::v2, slot::w2};
+[[nodiscard]] constexpr const atom_line& atom_line_of(const kalvaris_params::phase_type& phase) {
+  return atom_lines[static_cast<std::size_t>(atom_kind_of(phase))];
+}
 
-/// Words of the VARY and FIX lines that name slots of a phase, first to last.
+inline constexpr std::array<int, 6> beta_slots{aslot::b11, aslot::b22, aslot::b33, aslot::b12, aslot::b13, aslot::b23};
+/// The second line of an atom with a moment holds three betas, too.
+inline constexpr std::array<int, 7> second_moment_slots{aslot::ix,  aslot::iy,  aslot::iz,   aslot::b11,
+                                                        aslot::b22, aslot::b33, aslot::magph};
+inline constexpr std::array<int, 7> moment_slots{aslot::rx, aslot::ry, aslot::rz,   aslot::ix,
+                                                 aslot::iy, aslot::iz, aslot::magph};
+[[nodiscard]] constexpr std::span<const int> moment_slots_of(const kalvaris_params::phase_type& phase) {
+  return atom_kind_of(phase) == atom_kind::moments ? std::span<const int>(second_moment_slots)
+                                                   : std::span<const int>(moment_slots);
+}
+[[nodiscard]] constexpr bool has_moment_line(const kalvaris_params::phase_type& phase,
+                                             const kalvaris_params::atom_type& atom) {
+  const atom_kind kind = atom_kind_of(phase);
+  return kind == atom_kind::moments ||
+         (kind == atom_kind::common && (atom.n_t == 1 || atom.n_t == 3 || atom.n_t == -3));
+}
+[[nodiscard]] constexpr bool has_betas(const kalvaris_params::phase_type& phase,
+                                       const kalvaris_params::atom_type& atom) {
+  return atom_kind_of(phase) != atom_kind::moments && (atom.n_t == 2 || atom.n_t == 3);
+}
+/// Betas behind the form factor.
+[[nodiscard]] constexpr bool has_last_betas(const kalvaris_params::phase_type& phase,
+                                            const kalvaris_params::atom_type& atom) {
+  return atom_kind_of(phase) != atom_kind::moments && atom.n_t == 5;
+}
+
+/// Lines of the form factor of an atom.
+struct form_factor_lines {
+  bool spherical = false;  ///< symmetry-adapted: lines of its own, and as many values as these say
+  int values = 0;          ///< parameters
+  int per_line = 7;        ///< parameters on a line, their codes on the next
+  bool radial = false;     ///< three lines of radial functions and coupled atoms
+};
+struct multipole_species {
+  std::string_view ntyp;
+  int rounds;
+  bool radial;
+};
+inline constexpr std::array<multipole_species, 6> multipoles{{{"MULT", 5, true},
+                                                              {"DIPO", 3, false},
+                                                              {"QUAD", 4, true},
+                                                              {"HXAP", 4, true},
+                                                              {"DISP", 4, true},
+                                                              {"OCTU", 4, true}}};
+[[nodiscard]] inline form_factor_lines form_factor_of(const kalvaris_params::atom_type& atom) {
+  const std::string species = lmix_string_utilities::u_case(atom.ntyp);
+  if (species == "SASH") return {true, 0, 6, false};
+  if (atom.n_t * atom.n_t < 16) return {};
+  for (const multipole_species& row : multipoles) {
+    if (row.ntyp == species) return {false, 7 * row.rounds, 7, row.radial};
+  }
+  return {false, 14, 7, false};
+}
+
+/// Words of the VARY and FIX lines that name slots of a phase: first to last, and the slot in time of flight (0: same).
 struct slot_word {
   std::string_view word;
-  int first, last;
+  int first, last, tof = 0;
 };
 inline constexpr std::array<slot_word, 7> phase_words{{{"Scale_Factors", slot::scale, slot::scale},
                                                        {"Bover", slot::bov, slot::bov},
-                                                       {"Ustrain", slot::u, slot::u},
-                                                       {"Xstrain", slot::x, slot::x},
+                                                       {"Ustrain", slot::u, slot::u, slot::iso_gstrain},
+                                                       {"Xstrain", slot::x, slot::x, slot::iso_lstrain},
                                                        {"Gsize", slot::gausiz, slot::gausiz},
-                                                       {"Ysize", slot::y, slot::y},
+                                                       {"Ysize", slot::y, slot::y, slot::iso_lsize},
                                                        {"CELL:", slot::cell_a, slot::cell_f}}};
 
 /// Coefficient lines of a background by its signed flag: per line the first slot, `per_line` values, then codes.
@@ -145,6 +192,19 @@ inline constexpr std::array<background_lines, 6> background_table{{
 [[nodiscard]] constexpr bool has_points(const kalvaris_params::pattern_type& pattern) {
   return pattern.isbac > 0 ? pattern.nbckgd > 1 : pattern.nbckgd > 5;
 }
+/// Time of flight and energy: the abscissa follows from constants of the diffractometer, not from a wavelength.
+[[nodiscard]] constexpr bool has_diffractometer(const kalvaris_params::pattern_type& pattern) {
+  return pattern.ixunit == kalvaris_params::abscissa::tof || pattern.ixunit == kalvaris_params::abscissa::energy;
+}
+[[nodiscard]] constexpr bool has_second_regime(const kalvaris_params::pattern_type& pattern) {
+  return pattern.ixunit == kalvaris_params::abscissa::tof && pattern.nprof == 10;
+}
+[[nodiscard]] constexpr bool has_tof_zero_line(const kalvaris_params::pattern_type& pattern) {
+  return pattern.ixunit == kalvaris_params::abscissa::tof && pattern.nprof != 10;
+}
+inline constexpr std::array<int, 3> second_regime_slots{gslot::zero_t, gslot::dtt1t, gslot::dtt2t};
+inline constexpr std::array<int, 2> crossing_slots{gslot::xcross, gslot::wcross};
+
 /// The background is a Fourier filter.
 [[nodiscard]] constexpr bool is_filter(const kalvaris_params::pattern_type& pattern) {
   return pattern.isbac < 0 && pattern.nbckgd == 2;

@@ -115,6 +115,11 @@ bool line_reader::refuse(const place& at, std::string_view reason) {
                fmt_line{}.a(" => Please check your input file at line: ").i(6, source_.lines_taken()).a(" !").str()});
 }
 
+bool line_reader::fail_here(std::string_view words) {
+  return fail(
+      {words, fmt_line{}.a(" => Please check your input file at line: ").i(6, source_.lines_taken()).a(" !").str()});
+}
+
 bool line_reader::in_range(const place& at, std::string_view what, int value, int low, int high) {
   if (value >= low && value <= high) return true;
   return refuse(at, fmt_line{}.a(what).a(" must lie in ").i(0, low).a("..").i(0, high).str());

@@ -30,10 +30,11 @@ void store_codes(const reading& r, const slot_arrays& to, std::span<const int> s
 /// Fields value, code, value, code ... of the line in hand.
 void store_pairs(const reading& r, const slot_arrays& to, std::span<const int> slots);
 
-[[nodiscard]] bool read_head(reading& r);        ///< title, comments, NPATT and W_PAT
-[[nodiscard]] bool read_flags(reading& r);       ///< flags, WGHT
-[[nodiscard]] bool read_data_files(reading& r);  ///< long form
-[[nodiscard]] bool check_limits(reading& r);     ///< counts that have a message of their own
+[[nodiscard]] bool read_head(reading& r);              ///< title, comments, NPATT and W_PAT
+[[nodiscard]] bool read_flags(reading& r);             ///< flags, WGHT
+[[nodiscard]] bool read_data_files(reading& r);        ///< long form
+[[nodiscard]] bool read_resolution_files(reading& r);  ///< forced flags, names of resolution files
+[[nodiscard]] bool check_limits(reading& r);           ///< counts that have a message of their own
 [[nodiscard]] bool read_output_flags(reading& r);
 [[nodiscard]] bool read_radiation(reading& r);  ///< radiation, VARY, FIX
 [[nodiscard]] bool read_cycles(reading& r);
@@ -41,9 +42,20 @@ void store_pairs(const reading& r, const slot_arrays& to, std::span<const int> s
 [[nodiscard]] bool read_scattering(reading& r);
 [[nodiscard]] bool read_global_parameters(reading& r);  ///< number of parameters, zero lines, background
 [[nodiscard]] bool read_phases(reading& r);
+[[nodiscard]] bool read_command_lines(reading& r, int ph);    ///< COMMANDS block, when it stands
+[[nodiscard]] bool read_distance_limits(reading& r, int ph);  ///< with soft restraints: limits, bond valences
+[[nodiscard]] bool read_space_group(reading& r, int ph);      ///< symbol, symmetry given by hand
+[[nodiscard]] bool read_vectors(reading& r, int ph);          ///< propagation vectors, when they stand here
+[[nodiscard]] bool read_vectors_behind(reading& r, int ph);   ///< otherwise
+[[nodiscard]] bool read_restraints(reading& r, int ph);
+/// Operators that a restraint or an atom can name.
+[[nodiscard]] int number_of_operators(const kalvaris_params::phase_type& phase);
+[[nodiscard]] bool read_form_factor(reading& r, int ph, kalvaris_params::atom_type& atom);
 [[nodiscard]] bool read_atoms(reading& r, int ph);
 [[nodiscard]] bool read_profile(reading& r, int ph, int ip);
+[[nodiscard]] bool read_linear_restraints(reading& r);
 [[nodiscard]] bool read_limits(reading& r);  ///< limits of parameters
+[[nodiscard]] bool read_search(reading& r);  ///< what a search is asked for
 [[nodiscard]] bool read_pattern_to_plot(reading& r);
 
 }  // namespace read_pcr_mod

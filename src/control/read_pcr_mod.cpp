@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <array>
+#include <cstdlib>
 #include <fstream>
 
 #include "pcr_sections.hpp"
@@ -16,10 +17,22 @@ namespace {
 
 bool read_sections(reading& r) {
   using section_reader = bool (*)(reading&);
-  constexpr std::array<section_reader, 13> sections{
-      read_head,      read_flags,  read_data_files,         check_limits,    read_output_flags,
-      read_radiation, read_cycles, read_points_and_regions, read_scattering, read_global_parameters,
-      read_phases,    read_limits, read_pattern_to_plot};
+  constexpr std::array<section_reader, 16> sections{read_head,
+                                                    read_flags,
+                                                    read_data_files,
+                                                    read_resolution_files,
+                                                    check_limits,
+                                                    read_output_flags,
+                                                    read_radiation,
+                                                    read_cycles,
+                                                    read_points_and_regions,
+                                                    read_scattering,
+                                                    read_global_parameters,
+                                                    read_phases,
+                                                    read_linear_restraints,
+                                                    read_limits,
+                                                    read_search,
+                                                    read_pattern_to_plot};
   return std::all_of(sections.begin(), sections.end(), [&](section_reader section) { return section(r); });
 }
 
@@ -52,13 +65,83 @@ std::string name_behind(std::string_view line, int fields) {
 
 }  // namespace
 
+bool read_linear_restraints(reading& r) {
+  const place at{"linear restraint"};
+  for (int k = 0; k < r.st.run.nlinc; ++k) {
+    const auto text = r.in.text(at);
+    if (!text) return false;
+    const std::string line = pcr_lines::without_comment(*text);
+    if (!r.in.values_of(at, line, "ffi")) return false;
+    kalvaris_params::linear_restraint restraint;
+    restraint.val_lin = r.in.f(0), restraint.sval_lin = r.in.f(1), restraint.n = r.in.i(2);
+    constexpr int most = 10;
+    const int terms = restraint.n < 0 ? -std::max(restraint.n, -most - 1) : restraint.n;
+    if (terms < 1 || terms > most) return r.in.refuse(at, "number of terms must lie in 1..10");
+    std::string letters = "ffi";
+    for (int j = 0; j < terms; ++j) letters += "fi";
+    if (!r.in.values_of(at, line, letters)) return false;
+    for (int j = 0; j < terms; ++j) {
+      restraint.coef.push_back(r.in.f(3 + 2 * j));
+      restraint.para.push_back(r.in.i(4 + 2 * j));
+      if (!r.in.in_range(at, "parameter number", restraint.para.back(), 1, r.st.dim.maxparam)) return false;
+    }
+    restraint.noapply = restraint.n < 0 || !(restraint.sval_lin > 0.f);
+    r.st.run.linear.push_back(std::move(restraint));
+  }
+  return true;
+}
+
+namespace {
+
+bool read_seeds(reading& r, int first_field) {
+  r.st.run.search.seed_sa = {r.in.i(first_field), r.in.i(first_field + 1)};
+  return true;
+}
+
+bool read_monte_carlo(reading& r, const place& at) {
+  kalvaris_params::search_type& s = r.st.run.search;
+  if (!r.in.values(at, "iiiiii")) return false;
+  s.nconfg = r.in.i(0), s.nsolu = r.in.i(1), s.nselr = r.in.i(2), s.nscalef = r.in.i(3);
+  constexpr int most_solutions = 10;
+  if (s.nsolu > most_solutions) {
+    kalvaris_inout::console_line(r.st.io, " Warning! At most 10 solutions of the search are kept");
+  }
+  s.nsolu = std::clamp(s.nsolu, 1, most_solutions);
+  return read_seeds(r, 4);
+}
+
+bool read_annealing(reading& r, const place& at) {
+  kalvaris_params::search_type& s = r.st.run.search;
+  if (!r.in.values(at, "fffiii")) return false;
+  s.t_ini = r.in.f(0), s.anneal = r.in.f(1), s.acceptc = r.in.f(2);
+  s.num_temps = r.in.i(3), s.nalgor = r.in.i(4), s.initconfig = r.in.i(5);
+  if (!r.in.values(at, "iiiiii")) return false;
+  s.nconfg = r.in.i(0), s.num_therm = r.in.i(1), s.nscalef = r.in.i(2), s.weight_sim = r.in.i(3);
+  const kalvaris_params::search_type standard;
+  constexpr int standard_configurations = 50;
+  if (s.t_ini == 0.f) s.t_ini = standard.t_ini;
+  if (!(s.anneal > 0.f && s.anneal < 1.f)) s.anneal = standard.anneal;
+  if (s.num_temps == 0) s.num_temps = standard.num_temps;
+  if (s.nconfg == 0) s.nconfg = standard_configurations;
+  return read_seeds(r, 4);
+}
+
+}  // namespace
+
+bool read_search(reading& r) {
+  const place at{"search parameters"};
+  const int engine = std::abs(r.st.run.icryg);
+  return engine == 2 ? read_monte_carlo(r, at) : engine != 3 || read_annealing(r, at);
+}
+
 bool read_limits(reading& r) {
   const place at{"limits of a parameter"};
   r.st.run.limits.clear();
   for (int k = 0; k < r.st.run.nrell; ++k) {
     if (!r.in.values(at, "ifffi")) return false;
-    const parameter_limit limit{r.in.i(0), r.in.f(1), r.in.f(2),
-                                r.in.f(3), r.in.i(4), name_behind(r.in.cleaned_line(), 5)};
+    parameter_limit limit{r.in.i(0), r.in.f(1), r.in.f(2), r.in.f(3), r.in.i(4), name_behind(r.in.cleaned_line(), 5)};
+    constexpr float steps_in_a_box = 20.f;
+    if (r.st.run.icryg == 3 && !(limit.step > 0.f)) limit.step = (limit.vlim2 - limit.vlim1) / steps_in_a_box;
     if (!check_limit(r, at, limit)) return false;
     r.st.run.limits.push_back(limit);
   }

@@ -1,6 +1,9 @@
 #include <array>
+#include <cctype>
 #include <cmath>
+#include <cstdlib>
 
+#include "pcr_layout.hpp"
 #include "pcr_sections.hpp"
 
 namespace read_pcr_mod {
@@ -8,81 +11,113 @@ namespace read_pcr_mod {
 using kalvaris_inout::console_line;
 using kalvaris_params::atom_type;
 using kalvaris_params::phase_type;
+using pcr_layout::atom_kind;
 using pcr_lines::place;
 namespace aslot = kalvaris_params::aslot;
 
 namespace {
 
-constexpr std::array<int, 5> atom_slots{aslot::x, aslot::y, aslot::z, aslot::biso, aslot::occ};
-constexpr std::array<int, 6> beta_slots{aslot::b11, aslot::b22, aslot::b33, aslot::b12, aslot::b13, aslot::b23};
 constexpr std::size_t info_length = 80;
-
-/// Species whose form factor takes further lines.
-bool is_special_species(std::string_view ntyp) {
-  constexpr std::array<std::string_view, 7> words{"SASH", "MULT", "HXAP", "DIPO", "QUAD", "DISP", "OCTU"};
-  const std::string upper = lmix_string_utilities::u_case(ntyp);
-  for (const std::string_view word : words) {
-    if (upper == word) return true;
-  }
-  return false;
-}
 
 void warn(reading& r, std::string_view what, const atom_type& atom, std::string_view how) {
   console_line(r.st.io, lmix_fixed_format::fmt_line{}.a(what).a(atom.atext).a(how).str());
 }
 
-void warn_of_values(reading& r, const atom_type& atom) {
+void warn_of_values(reading& r, const atom_type& atom, const phase_type& phase) {
+  const bool common_list = pcr_layout::atom_kind_of(phase) == atom_kind::common;
   for (const int k : {aslot::x, aslot::y, aslot::z}) {
+    if (phase.layert != 0 && !common_list) break;  // the layers of a supercell reach beyond the cell
     if (std::fabs(atom.xl[k]) > 1.2f) warn(r, " Warning!!, Fractional coordidate of atom ", atom, " exceeds 1.2!");
   }
   if (atom.xl[aslot::biso] < -1.f) {
     warn(r, " Warning!!, Isotropic temperature factor of atom ", atom, " is strongly negative");
   }
-  if (atom.xl[aslot::occ] < -1.f) warn(r, " Warning!!, Occupation factor of atom ", atom, " is strongly negative");
+  const float least_occupancy = common_list ? 0.f : -1.f;
+  if (atom.xl[aslot::occ] < least_occupancy) {
+    warn(r, " Warning!!, Occupation factor of atom ", atom, " is strongly negative");
+  }
 }
 
-/// Label, species, x, y, z, B, occupancy, In, Fin, N_t, Spc; text behind a # is a remark on the atom.
-bool read_first_line(reading& r, const place& at, atom_type& atom) {
-  if (r.in.peek().empty()) return r.in.values(at, "64fffffiiii");  // words the end of the file
+void warn_of_moments(reading& r, const atom_type& atom, const phase_type& phase) {
+  constexpr float largest_moment = 14.f;
+  for (int k = aslot::rx; k <= aslot::iz && phase.jbt == 1; ++k) {
+    if (!(atom.xl[k] > largest_moment)) continue;
+    warn(r, " Warning!!, Some magnetic moment component of atom ", atom, " exceeds 14 muB");
+  }
+}
+
+/// The first line of an atom by the kind of its phase; text behind a # is a remark on the atom.
+bool read_first_line(reading& r, const place& at, const phase_type& phase, atom_type& atom) {
+  const pcr_layout::atom_line& layout = pcr_layout::atom_line_of(phase);
+  if (r.in.peek().empty()) return r.in.values(at, layout.letters);  // words the end of the file
   std::string line = r.in.take();
   atom.line_nb = r.in.lines_taken();
   if (const std::size_t hash = line.find('#'); hash != std::string::npos) {
     atom.atm_info = line.substr(hash + 1, info_length);
     line.erase(hash);
   }
-  if (!r.in.values_of(at, pcr_lines::without_comment(line), "64fffffiiii")) return false;
+  if (!r.in.values_of(at, pcr_lines::without_comment(line), layout.letters)) return false;
   atom.atext = r.in.word(0);
   atom.ntyp = r.in.word(1);
-  store_values(r, arrays_of(atom), atom_slots, 2);
-  atom.isap = {r.in.i(7), r.in.i(8)};
-  atom.n_t = r.in.i(9);
-  atom.sp_pointers = r.in.i(10);
+  const int first_value = layout.magnetic_pointers ? 4 : 2;
+  if (layout.magnetic_pointers) {
+    atom.imagr = r.in.i(2);
+    atom.ikv = phase.nvk == 0 ? 0 : r.in.i(3);
+  }
+  const auto slots = layout.value_slots();
+  store_values(r, arrays_of(atom), slots, first_value);
+  const int behind = first_value + static_cast<int>(slots.size());
+  switch (layout.kind) {
+    case atom_kind::nuclear:
+      atom.isap = {r.in.i(behind), r.in.i(behind + 1)};
+      atom.n_t = r.in.i(behind + 2);
+      atom.sp_pointers = r.in.i(behind + 3);
+      break;
+    case atom_kind::moments:
+      atom.n_t = 1;
+      break;
+    case atom_kind::common:
+      atom.n_t = r.in.i(behind);
+      atom.sp_pointers = r.in.i(behind + 1);
+      break;
+  }
   return true;
 }
 
 bool check_atom(reading& r, const place& at, const atom_type& atom, const phase_type& phase) {
-  if (is_special_species(atom.ntyp)) {
-    return r.in.refuse(at, "form factors with lines of their own (" + atom.ntyp + ") are not available");
-  }
-  if (atom.n_t != 0 && atom.n_t != 2 && atom.n_t != 3) {
+  const bool moments_possible = pcr_layout::atom_kind_of(phase) != atom_kind::nuclear;
+  const bool known = atom.n_t >= -5 && atom.n_t <= 5 && atom.n_t != -1 && atom.n_t != -2;
+  const bool moment_alone = atom.n_t == 1 || atom.n_t == -3;
+  if (!known || (moment_alone && !moments_possible)) {
     return r.in.refuse(at, "this kind of atom is not available (N_t " + std::to_string(atom.n_t) + ")");
   }
-  if (atom.isap[0] < 0 || atom.isap[1] < atom.isap[0] || atom.isap[1] > phase.spgr.multip) {
+  if (atom.isap[0] < 0 || atom.isap[1] < atom.isap[0] || atom.isap[1] > number_of_operators(phase)) {
     return r.in.refuse(at, "operator numbers (In, Fin) do not name operators of the space group");
   }
-  return true;
+  const int vectors = std::abs(phase.nvk) * (phase.nvk < 0 ? 2 : 1);
+  return r.in.in_range(at, "number of the propagation vector", atom.ikv, -vectors, vectors);
 }
 
 bool read_betas(reading& r, int ph, atom_type& atom) {
   if (!r.in.values({"betas of the atom", ph + 1}, "ffffff")) return false;
-  store_values(r, arrays_of(atom), beta_slots);
-  for (const int k : beta_slots) {
+  store_values(r, arrays_of(atom), pcr_layout::beta_slots);
+  for (const int k : pcr_layout::beta_slots) {
     if (!(std::fabs(atom.xl[k]) > 0.5f)) continue;
     warn(r, " Warning!!, Some anisotropic Beta of atom ", atom, " exceeds 0.5!");
     break;
   }
   if (!r.in.values({"codes of the betas", ph + 1}, "ffffff")) return false;
-  store_codes(r, arrays_of(atom), beta_slots);
+  store_codes(r, arrays_of(atom), pcr_layout::beta_slots);
+  return true;
+}
+
+bool read_moments(reading& r, int ph, const phase_type& phase, atom_type& atom) {
+  const auto slots = pcr_layout::moment_slots_of(phase);
+  if (!r.in.values({"moments of the atom", ph + 1}, "fffffff")) return false;
+  store_values(r, arrays_of(atom), slots);
+  if (!r.in.values({"codes of the moments", ph + 1}, "fffffff")) return false;
+  store_codes(r, arrays_of(atom), slots);
+  warn_of_moments(r, atom, phase);
   return true;
 }
 
@@ -94,19 +129,58 @@ void command_coordinates(const phase_type& phase, atom_type& atom) {
   }
 }
 
+/// Behind the word CONN of the remark stand two elements whose distances are listed: their names get the usual
+/// spelling and lose charge and oxidation number.
+void settle_connectivity(std::string& info) {
+  const std::size_t word = lmix_string_utilities::u_case(info).find("CONN");
+  if (word == std::string::npos) return;
+  std::size_t at = word + 4;
+  for (int element = 0; element < 2; ++element) {
+    at = info.find_first_not_of(' ', at);
+    if (at == std::string::npos) return;
+    const std::size_t end = std::min(info.find(' ', at), info.size());
+    bool first = true;
+    for (bool name = true; at < end; ++at) {
+      const auto c = static_cast<unsigned char>(info[at]);
+      name = name && std::isalpha(c) != 0;
+      info[at] = !name ? ' ' : static_cast<char>(first ? std::toupper(c) : std::tolower(c));
+      first = false;
+    }
+  }
+}
+
 bool read_atom(reading& r, int ph) {
   const place at{"atom line", ph + 1};
-  const phase_type& phase = r.st.phase[ph];
+  phase_type& phase = r.st.phase[ph];
   atom_type atom;
   atom.phase = ph;
-  if (!read_first_line(r, at, atom) || !check_atom(r, at, atom, phase)) return false;
-  warn_of_values(r, atom);
-  if (!r.in.values({"codes of the atom", ph + 1}, "fffff")) return false;
-  store_codes(r, arrays_of(atom), atom_slots);
-  if (atom.n_t != 0 && !read_betas(r, ph, atom)) return false;
+  if (!read_first_line(r, at, phase, atom) || !check_atom(r, at, atom, phase)) return false;
+  warn_of_values(r, atom, phase);
+  const auto slots = pcr_layout::atom_line_of(phase).value_slots();
+  if (!r.in.values({"codes of the atom", ph + 1}, std::string(slots.size(), 'f'))) return false;
+  store_codes(r, arrays_of(atom), slots);
+  if (pcr_layout::has_moment_line(phase, atom)) {
+    phase.mag_phase = true;
+    if (!read_moments(r, ph, phase, atom)) return false;
+  }
+  if (pcr_layout::has_betas(phase, atom) && !read_betas(r, ph, atom)) return false;
+  if (!read_form_factor(r, ph, atom)) return false;
+  if (pcr_layout::has_last_betas(phase, atom) && !read_betas(r, ph, atom)) return false;
   command_coordinates(phase, atom);
+  settle_connectivity(atom.atm_info);
   if (phase.profile_matching()) atom.a.fill(0.f);  // nothing is calculated from these atoms, so nothing is refined
   r.st.atom.push_back(std::move(atom));
+  return true;
+}
+
+/// Another cell for the distances: three lines with a row of the matrix and a component of the origin.
+bool read_distance_cell(reading& r, int ph) {
+  phase_type& phase = r.st.phase[ph];
+  for (std::size_t i = 0; i < 3; ++i) {
+    if (!r.in.values({"cell for the distances", ph + 1}, "ffff")) return false;
+    for (int j = 0; j < 3; ++j) phase.rot_cell[3 * i + static_cast<std::size_t>(j)] = r.in.f(j);
+    phase.t_cell[i] = r.in.f(3);
+  }
   return true;
 }
 
@@ -120,7 +194,7 @@ bool read_atoms(reading& r, int ph) {
   for (int ia = 0; ia < phase.natom; ++ia) {
     if (!read_atom(r, ph)) return false;
   }
-  return true;
+  return phase.natom == 0 || std::abs(phase.jdist) != 2 || read_distance_cell(r, ph);
 }
 
 }  // namespace read_pcr_mod

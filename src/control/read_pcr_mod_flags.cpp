@@ -23,13 +23,16 @@ namespace job = kalvaris_params::job;
 
 namespace {
 
+/// Value of a flag of the run or of the pattern.
+int& value_of(reading& r, const flag& f, int ip) {
+  return f.of_run != nullptr ? r.st.run.*f.of_run : r.st.pattern[ip].*f.of_pattern;
+}
+
 /// Reads a line of integers, `behind` more than there are flags, into the run and the pattern.
 bool read_flag_line(reading& r, const place& at, std::span<const flag> flags, int ip, std::size_t behind = 0) {
   if (!r.in.values(at, std::string(flags.size() + behind, 'i'))) return false;
   for (std::size_t k = 0; k < flags.size(); ++k) {
-    const int value = r.in.i(static_cast<int>(k));
-    if (flags[k].of_run != nullptr) r.st.run.*flags[k].of_run = value;
-    if (flags[k].of_pattern != nullptr) r.st.pattern[ip].*flags[k].of_pattern = value;
+    value_of(r, flags[k], ip) = r.in.i(static_cast<int>(k));
   }
   return true;
 }
@@ -43,7 +46,10 @@ void take_options(reading& r, int k) {
 
 bool check_run_flags(reading& r, const place& at) {
   run_type& run = r.st.run;
-  if (run.icryg != 0) return r.in.refuse(at, "integrated intensities and searches (Cry) are not available");
+  if (!r.in.in_range(at, "mode of the run (Cry)", run.icryg, -4, 4)) return false;
+  if (run.icryg != 0 && run.n_patt > 1) {
+    return r.in.refuse(at, "integrated intensities and searches (Cry) take one pattern");
+  }
   if (!r.in.in_range(at, "number of phases", run.nphase, 0, kalvaris_params::NPHT)) return false;
   if (!r.in.in_range(at, "number of parameters with limits", run.nrell, 0, r.st.dim.maxparam)) return false;
   run.nphase = std::max(run.nphase, 1);
@@ -56,34 +62,70 @@ struct flag_refusal {
   int low, high;  ///< values inside are taken
   std::string_view reason;
 };
-constexpr std::array<flag_refusal, 10> flag_refusals{{
+constexpr std::array<flag_refusal, 8> flag_refusals{{
     {&pattern_type::jobtyp, -3, 4, "unknown kind of job (Job)"},
-    {&pattern_type::nori, 0, 1, "preferred orientation of several axes (Nor) is not available"},
+    {&pattern_type::nori, 0, 3, "unknown model of preferred orientation (Nor)"},
     {&pattern_type::iwgt, 0, 3, "unknown weighting (Iwg)"},
     {&pattern_type::ilor, -2, 6, "unknown geometry (Ilo)"},
-    {&pattern_type::ireso, 0, 0, "resolution files (Res) are not available"},
-    {&pattern_type::ixunit, 0, 0, "time of flight, energy, Q, s and Laue data (Uni) are not available"},
+    {&pattern_type::ixunit, 0, 4, "unknown abscissa (Uni)"},
+    {&pattern_type::cry_flag, 0, 1, "unknown kind of data (Int)"},
     {&pattern_type::icorr, 0, 2, "unknown corrections from a file (Cor)"},
-    {&pattern_type::anm, 0, 0, "differences of patterns (Anm) are not available"},
-    {&pattern_type::cry_flag, 0, 0, "integrated intensities (Int) are not available"},
     {&pattern_type::istep, 0, 1000000, "the reduction of the number of points (Ste) is negative"},
 }};
 
 bool check_pattern_flags(reading& r, const place& at, int ip) {
   pattern_type& p = r.st.pattern[ip];
+  constexpr int laue = 10, multi_phase = 2;
+  if (p.ixunit == laue || p.cry_flag == multi_phase) {
+    return r.in.refuse(at, "Laue and multi-phase lists are not available");
+  }
   for (const flag_refusal& row : flag_refusals) {
     const int value = p.*row.field;
     if (value < row.low || value > row.high) return r.in.refuse(at, row.reason);
   }
-  constexpr int reflections_from_table = 1;
-  if (p.icorr == reflections_from_table)
-    return r.in.refuse(at, "corrections of the reflections from a table (Cor) are not available");
   if (!r.in.in_range(at, "number of scattering entries", p.nscat, -kalvaris_params::N_SPE, kalvaris_params::N_SPE)) {
     return false;
   }
   if (p.nexcrg < 0) return r.in.refuse(at, "number of excluded regions is negative");
+  p.cry_pat = p.cry_flag != 0 || r.st.run.icryg != 0;
   p.disp_ds = p.radiation() == job::neutrons || p.ilor == 3 || p.ilor == -2;
   return true;
+}
+
+/// Keeps the flags as they were read, for the writer.
+void keep_run_flags(reading& r) {
+  for (std::size_t k = 0; k < long_run_flags.size(); ++k) r.st.run.flags_read[k] = value_of(r, long_run_flags[k], 0);
+}
+void keep_pattern_flags(reading& r, int ip) {
+  for (std::size_t k = 0; k < long_pattern_flags.size(); ++k) {
+    r.st.pattern[ip].flags_read[k] = value_of(r, long_pattern_flags[k], ip);
+  }
+}
+
+/// Without a powder pattern there is no profile, no background and nothing of the instrument; a time-of-flight pattern
+/// has its own peak shapes; annealing on a calculated pattern measures nothing.
+void force_flags(reading& r) {
+  run_type& run = r.st.run;
+  for (pattern_type& p : r.st.pattern) {
+    if (run.icryg != 0) p.nprof = p.nbckgd = p.nexcrg = p.ireso = p.istep = run.idum = 0;
+    const bool tof_shape = p.nprof == 7 || p.nprof == 9 || p.nprof == 10 || p.nprof == 13;
+    if (p.ixunit == kalvaris_params::abscissa::tof && !tof_shape && !p.cry_pat) p.nprof = 9;
+  }
+  if (run.icryg != 4) return;
+  run.nphase = 1;
+  int& jobtyp = r.st.pattern[0].jobtyp;
+  jobtyp = jobtyp == job::xrays ? job::calc_x : jobtyp == job::neutrons ? job::calc_n : jobtyp;
+  if (jobtyp == job::electrons) jobtyp = -job::electrons;
+}
+
+/// Text line with the name of a file of a pattern; `words` stand in front of the message at the end of the file.
+bool read_file_name(reading& r, const place& at, std::string& name, std::string_view words) {
+  const auto line = r.in.text(at);
+  if (line) name = pcr_lines::without_comment(*line);
+  if (line) return !name.empty() || r.in.refuse(at, "the name is missing");
+  return r.in.fail(
+      {fmt_line{}.a(words).i(0, at.pattern).str(), fmt_line{}.a(" => The control file ends before: ").a(at.name).str()},
+      lmix_string_utilities::fmt_error::end_of_file);
 }
 
 /// WGHT lines of a pattern with the weighting scheme of six constants; the last one counts.
@@ -157,10 +199,28 @@ void keep_output_flags(reading& r) {
   }
 }
 
-bool check_output_flags(reading& r, const place& at, int ip) {
-  if (r.st.run.nlinc != 0) return r.in.refuse(at, "linear restraints (Nli) are not available");
-  if (r.st.pattern[ip].iot < 0) return r.in.refuse(at, "numerical profiles (Iot -1, -2) are not available");
-  return true;
+bool check_run_output_flags(reading& r, const place& at) {
+  return r.in.in_range(at, "number of linear restraints", r.st.run.nlinc, 0, kalvaris_params::N_LINC);
+}
+
+/// Iot -2 is followed by the name of a numerical profile, -1 takes the code of the run.
+bool read_profile_name(reading& r, int ip) {
+  pattern_type& p = r.st.pattern[ip];
+  if (p.iot == -1) p.fileprof = r.st.io.filenam;
+  if (p.iot != -2) return true;
+  return read_file_name(r, {"name of the numerical profile", 0, ip + 1}, p.fileprof,
+                        " Error reading the name of *.spr file of pattern ");
+}
+
+/// A search prints nothing but its own course.
+void force_flags_of_a_search(reading& r) {
+  run_type& run = r.st.run;
+  if (std::abs(run.icryg) < 2) return;
+  run.mat = run.ishor = 0;
+  for (pattern_type& p : r.st.pattern) {
+    p.ipl = p.lst1 = p.lst3 = p.ianaly = p.jlkh = 0;
+    p.ipc = 1;
+  }
 }
 
 }  // namespace
@@ -170,21 +230,42 @@ bool read_flags(reading& r) {
     const place at{"flags"};
     if (!read_flag_line(r, at, short_flags, 0, 2)) return false;
     take_options(r, static_cast<int>(short_flags.size()));
+    keep_run_flags(r);
+    keep_pattern_flags(r, 0);
     if (!check_run_flags(r, at) || !check_pattern_flags(r, at, 0)) return false;
   } else {
     const place at{"flags"};
     if (!read_flag_line(r, at, long_run_flags, 0, 2)) return false;
     take_options(r, static_cast<int>(long_run_flags.size()));
+    keep_run_flags(r);
     if (!check_run_flags(r, at)) return false;
     for (int ip = 0; ip < r.st.run.n_patt; ++ip) {
       const place at_pattern{"flags", 0, ip + 1};
-      if (!read_flag_line(r, at_pattern, long_pattern_flags, ip) || !check_pattern_flags(r, at_pattern, ip)) {
-        return false;
-      }
+      if (!read_flag_line(r, at_pattern, long_pattern_flags, ip)) return false;
+      keep_pattern_flags(r, ip);
+      if (!check_pattern_flags(r, at_pattern, ip)) return false;
     }
   }
   for (pattern_type& p : r.st.pattern) {
     if (p.iwgt == 3) read_weighting(r, p);
+  }
+  return true;
+}
+
+bool read_resolution_files(reading& r) {
+  force_flags(r);
+  for (int ip = 0; ip < r.st.run.n_patt; ++ip) {
+    if (r.st.pattern[ip].ireso == 0) continue;
+    const place at{"name of the resolution file", 0, ip + 1};
+    std::string& name = r.st.io.fileres[ip];
+    if (!read_file_name(r, at, name, " Error reading the name of resolution file of pattern ")) return false;
+    std::error_code ec;
+    if (std::filesystem::is_regular_file(kalvaris_inout::run_path(r.st.io, name), ec)) continue;
+    const std::string message =
+        fmt_line{}.a("The IRF file: ").a(name).a(" does not exist! -> Pattern#").i(3, ip + 1).str();
+    r.st.io.file_error = true;
+    r.st.io.file_error_mess = message;
+    return r.in.fail({message});
   }
   return true;
 }
@@ -225,7 +306,8 @@ bool check_limits(reading& r) {
 bool read_output_flags(reading& r) {
   const place at{"output flags"};
   if (r.st.run.s_format) {
-    if (!read_flag_line(r, at, short_output_flags, 0) || !check_output_flags(r, at, 0)) return false;
+    if (!read_flag_line(r, at, short_output_flags, 0) || !check_run_output_flags(r, at)) return false;
+    if (!read_profile_name(r, 0)) return false;
   } else {
     // A line of words may stand above the numbers.
     if (const std::string next = r.in.peek(); !next.empty()) {
@@ -234,14 +316,18 @@ bool read_output_flags(reading& r) {
       if (scan.read(number) != lmix_list_input::list_status::value) r.in.take();
     }
     if (!read_flag_line(r, at, long_run_output_flags, 0)) return false;
-    if (!check_output_flags(r, at, 0)) return false;
+    if (!check_run_output_flags(r, at)) return false;
     for (int ip = 0; ip < r.st.run.n_patt; ++ip) {
       const place at_pattern{"output flags", 0, ip + 1};
       if (!read_flag_line(r, at_pattern, long_pattern_output_flags, ip)) return false;
-      if (!check_output_flags(r, at_pattern, ip)) return false;
+      if (!read_profile_name(r, ip)) return false;
     }
   }
   keep_output_flags(r);
+  for (pattern_type& p : r.st.pattern) {
+    if (p.ireso != 0 && p.ipc == 0) p.ipc = 1;
+  }
+  force_flags_of_a_search(r);
   if (r.st.io.l_sequential) force_flags_of_a_series(r);
   return true;
 }

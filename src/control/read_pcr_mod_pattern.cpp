@@ -2,6 +2,7 @@
 #include <array>
 #include <cmath>
 
+#include "lmix_math_general.hpp"
 #include "pcr_commands.hpp"
 #include "pcr_sections.hpp"
 
@@ -16,6 +17,8 @@ using pcr_layout::background_lines;
 using pcr_lines::place;
 namespace job = kalvaris_params::job;
 namespace gslot = kalvaris_params::gslot;
+namespace abscissa = kalvaris_params::abscissa;
+using lmix_fixed_format::fmt_line;
 
 namespace {
 
@@ -51,6 +54,17 @@ bool take_radiation(reading& r, const place& at, pattern_type& p) {
   p.rlim = in.f(7);
   p.rkk = in.f(8);
   if (p.ratio[1] > 0.f && p.ratio[1] < 1.f && !(p.tmv[1] > 1.0e-9f)) p.tmv[1] = p.tmv[0];
+  return true;
+}
+
+/// Time of flight and energy: position of the origin of the background, reach of a peak, absorption.
+bool read_short_radiation(reading& r, const place& at, pattern_type& p) {
+  if (!r.in.values(at, "ffi")) return false;
+  p.bkpos = r.in.f(0);
+  p.wdt = r.in.f(1);
+  p.iabscor = r.in.i(2);
+  const bool columns = p.pl_prf == 1 || std::abs(p.jobtyp) == job::calc_n;
+  if (p.ixunit == abscissa::tof && columns) p.pl_prf = 3;
   return true;
 }
 
@@ -156,26 +170,134 @@ void settle_wavelength(pattern_type& p) {
   }
 }
 
+constexpr std::array<int, 4> zero_line_slots{gslot::zero, gslot::sycos, gslot::sysin, gslot::lambda};
+
+int words_in(std::string_view line) { return lmix_string_utilities::getword(line).iv; }
+
+/// A detector angle up to 2 is 2 sin(theta), above that 2theta; the constants of the diffractometer follow.
+void settle_diffractometer(pattern_type& p) {
+  float& two_sin = p.glb[gslot::two_sin];
+  p.aglb[gslot::two_sin] = 0.f;
+  p.toftet = two_sin;
+  if (two_sin > 2.f) {
+    two_sin = static_cast<float>(2.0 * lmix_math_general::sind(0.5 * static_cast<double>(p.toftet)));
+  } else {
+    p.toftet = static_cast<float>(2.0 * lmix_math_general::asind(0.5 * static_cast<double>(two_sin)));
+  }
+  p.dtt1 = p.glb[gslot::dtt1];
+  p.dtt2 = p.glb[gslot::dtt2];
+  p.dtt_1overd = p.nprof == 10 ? 0.f : p.glb[gslot::dtt_1overd];
+  constexpr float planck_times_c = 12.398419f;  // keV angstrom
+  if (p.ixunit == abscissa::energy && p.ireso == 0 && !(p.dtt1 > 1.0e-6f) && two_sin >= 0.001f) {
+    p.dtt1 = planck_times_c / two_sin;
+  }
+}
+
+/// Time of flight: zero, dtt1, dtt2 with their codes, dtt_1overd when nine words stand, the detector angle.
+bool read_tof_zero_line(reading& r, const place& at, pattern_type& p) {
+  const auto text = r.in.text(at);
+  if (!text) return false;
+  const std::string line = pcr_lines::without_comment(*text);
+  const int words = words_in(line);
+  if (words != 7 && words != 9) {
+    return r.in.fail(
+        {"  Error reading the items: zero, code, dtt1, code, dtt2, code ...",
+         fmt_line{}.a(" => Please check your input file at line: ").i(6, r.in.lines_taken()).a(" !").str()});
+  }
+  if (!r.in.values_of(at, line, std::string(static_cast<std::size_t>(words), 'f'))) return false;
+  const std::array<int, 4> slots{gslot::zero, gslot::dtt1, gslot::dtt2, gslot::dtt_1overd};
+  store_pairs(r, arrays_of(p), std::span(slots).first(words == 9 ? 4 : 3));
+  p.glb[gslot::two_sin] = r.in.f(words - 1);
+  p.tof_words = words;
+  return true;
+}
+
 bool read_zero_line(reading& r, int ip) {
   const place at{"zero line", 0, ip + 1};
   pattern_type& p = r.st.pattern[ip];
-  if (!r.in.values(at, "ffffffffi")) return false;
-  store_pairs(r, arrays_of(p), std::array{int{gslot::zero}, int{gslot::sycos}, int{gslot::sysin}, int{gslot::lambda}});
-  p.iglmore = r.in.i(8);
-  if (p.iglmore == 2 || p.iglmore == 3) {
-    return r.in.refuse(at, "user profiles in the background (More 2, 3) are not available");
+  if (pcr_layout::has_tof_zero_line(p)) {
+    if (!read_tof_zero_line(r, at, p)) return false;
+  } else {
+    if (!r.in.values(at, "ffffffffi")) return false;
+    store_pairs(r, arrays_of(p), zero_line_slots);
+    p.iglmore = r.in.i(8);
+    if (!r.in.in_range(at, "flag More", p.iglmore, 0, 3)) return false;
   }
-  if (!r.in.in_range(at, "flag More", p.iglmore, 0, 3)) return false;
   command(p, "zero", gslot::zero);
-  command(p, "sycos", gslot::sycos);
-  command(p, "sysin", gslot::sysin);
-  settle_wavelength(p);
+  if (!pcr_layout::has_diffractometer(p)) {
+    command(p, "sycos", gslot::sycos);
+    command(p, "sysin", gslot::sysin);
+    settle_wavelength(p);
+    return true;
+  }
+  if (!(p.glb[gslot::two_sin] >= 0.f && p.glb[gslot::two_sin] < 180.f)) {
+    return r.in.refuse(at, "the detector angle must lie in 0..180");
+  }
+  command(p, "dtt1", gslot::dtt1);
+  command(p, "dtt2", gslot::dtt2);
+  command(p, "dtt_1overd", gslot::dtt_1overd);
+  settle_diffractometer(p);
+  return true;
+}
+
+/// The second regime of time of flight: a line of Zt, dtt1t, dtt2t (six words) and one of the crossing (four or five).
+bool read_second_regime(reading& r, int ip) {
+  pattern_type& p = r.st.pattern[ip];
+  if (!pcr_layout::has_second_regime(p)) return true;
+  const place at{"line of the second time-of-flight regime", 0, ip + 1};
+  std::array<bool, 2> read{};
+  for (int k = 0; k < 2; ++k) {
+    const auto text = r.in.text(at);
+    if (!text) return false;
+    const std::string line = pcr_lines::without_comment(*text);
+    const bool crossing = words_in(line) < 6;
+    if (read[crossing ? 1 : 0]) return r.in.refuse(at, "one line of six and one of four or five values expected");
+    read[crossing ? 1 : 0] = true;
+    if (!r.in.values_of(at, line, crossing ? "fffff" : "ffffff")) return false;
+    store_pairs(r, arrays_of(p),
+                crossing ? std::span<const int>(pcr_layout::crossing_slots)
+                         : std::span<const int>(pcr_layout::second_regime_slots));
+    if (!crossing || !(r.in.f(4) > 0.f) || !(r.in.f(4) < 180.f)) continue;
+    p.glb[gslot::two_sin] = r.in.f(4);
+    settle_diffractometer(p);
+  }
+  constexpr std::array<std::string_view, 5> words{"Zt", "dtt1t", "dtt2t", "xcross", "width"};
+  for (std::size_t k = 0; k < words.size(); ++k) command(p, words[k], gslot::zero_t + static_cast<int>(k));
+  return true;
+}
+
+/// Names of up to ten profiles that are added to the background, their factors and the codes of these.
+bool read_user_profiles(reading& r, int ip) {
+  pattern_type& p = r.st.pattern[ip];
+  if (p.iglmore != 2 && p.iglmore != 3) return true;
+  const place at{"profiles in the background", 0, ip + 1};
+  const auto text = r.in.text(at);
+  if (!text) return false;
+  const std::string line = pcr_lines::without_comment(*text);
+  const auto names = lmix_string_utilities::getword(line);
+  if (names.dire.empty() || !lmix_fixed_format::parse_integer(names.dire[0], p.nbk_pr) || names.err.err_string) {
+    return r.in.refuse(at, "the number of profiles and their names expected");
+  }
+  constexpr int most = 10;
+  if (p.nbk_pr < 1 || p.nbk_pr > most) {
+    return r.in.fail({fmt_line{}.a(" Too many profiles contributing to background of pattern#").i(0, ip + 1).str()});
+  }
+  const auto n = static_cast<std::size_t>(p.nbk_pr);
+  if (names.dire.size() < n + 1) return r.in.refuse(at, "a name of a profile is missing");
+  p.file_bpr.assign(names.dire.begin() + 1, names.dire.begin() + 1 + p.nbk_pr);
+  std::vector<int> slots(n);
+  for (std::size_t k = 0; k < n; ++k) slots[k] = gslot::user_bk + static_cast<int>(k);
+  if (!r.in.values(at, std::string(n, 'f'))) return false;
+  store_values(r, arrays_of(p), slots);
+  if (!r.in.values({"codes of the profiles in the background", 0, ip + 1}, std::string(n, 'f'))) return false;
+  store_codes(r, arrays_of(p), slots);
+  for (const int k : slots) command(p, "add_back", k);
   return true;
 }
 
 bool read_microabsorption(reading& r, int ip) {
   pattern_type& p = r.st.pattern[ip];
-  if (p.iglmore != 1) return true;
+  if (p.iglmore != 1 && p.iglmore != 3) return true;
   if (!r.in.values({"microabsorption line", 0, ip + 1}, "ffffff")) return false;
   store_pairs(r, arrays_of(p), std::array{int{gslot::p0}, int{gslot::cp}, int{gslot::tau}});
   command(p, "P0", gslot::p0);
@@ -278,6 +400,12 @@ bool read_radiation(reading& r) {
   for (int ip = 0; ip < r.st.run.n_patt; ++ip) {
     const place at{"radiation line", 0, ip + 1};
     pattern_type& p = r.st.pattern[ip];
+    if (p.cry_pat) continue;
+    if (pcr_layout::has_diffractometer(p)) {
+      if (!read_short_radiation(r, at, p)) return false;
+      take_commands(r, p);
+      continue;
+    }
     if (!r.in.values(at, "ffffffffff") || !take_radiation(r, at, p)) return false;
     take_commands(r, p);
     p.glb[gslot::ratio2] = p.ratio[1];
@@ -299,6 +427,7 @@ bool read_cycles(reading& r) {
     return true;
   }
   for (int ip = 0; ip < run.n_patt; ++ip) {
+    if (r.st.pattern[ip].cry_pat) continue;
     if (!r.in.values({"range line", 0, ip + 1}, "fffff")) return false;
     take_range(r, r.st.pattern[ip], 0);
   }
@@ -309,9 +438,10 @@ bool read_points_and_regions(reading& r) {
   for (int ip = 0; ip < r.st.run.n_patt; ++ip) {
     pattern_type& p = r.st.pattern[ip];
     if (!(p.bkpos > 0.f)) p.bkpos = (p.thmax - p.thmin) * 0.5f;
-    if (pcr_layout::has_points(p) && !read_background_points(r, ip)) return false;
+    const bool points = pcr_layout::has_points(p) && !p.cry_pat;
+    if (points && !read_background_points(r, ip)) return false;
     if (!read_excluded_regions(r, ip)) return false;
-    if (pcr_layout::has_points(p)) command_background_points(p);
+    if (points) command_background_points(p);
   }
   return true;
 }
@@ -335,7 +465,9 @@ bool read_global_parameters(reading& r) {
   const auto calculated = [](const pattern_type& p) { return !p.refining(); };
   if (std::any_of(r.st.pattern.begin(), r.st.pattern.end(), calculated)) run.maxs = 0;
   for (int ip = 0; ip < run.n_patt; ++ip) {
-    if (!read_zero_line(r, ip) || !read_microabsorption(r, ip) || !read_background(r, ip)) return false;
+    if (r.st.pattern[ip].cry_pat) continue;
+    if (!read_zero_line(r, ip) || !read_second_regime(r, ip) || !read_microabsorption(r, ip)) return false;
+    if (!read_user_profiles(r, ip) || !read_background(r, ip)) return false;
   }
   return true;
 }

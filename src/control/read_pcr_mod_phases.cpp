@@ -3,8 +3,6 @@
 #include <cstdlib>
 
 #include "kalvaris_init.hpp"
-#include "lmix_crystallographic_symmetry.hpp"
-#include "pcr_commands.hpp"
 #include "pcr_sections.hpp"
 
 namespace read_pcr_mod {
@@ -17,7 +15,7 @@ using pcr_lines::place;
 namespace {
 
 constexpr std::size_t name_length = 164;
-constexpr std::size_t symbol_length = 20;
+namespace slot = kalvaris_params::slot;
 
 /// Cuts the word out of the name; false when it is not there.
 bool cut_out(std::string& name, std::string_view word) {
@@ -36,51 +34,44 @@ bool read_name(reading& r, int ph) {
   phase.phsnm = line->substr(0, name_length);
   phase.vary_xyz = cut_out(phase.phsnm, "VARY xyz");
   phase.fix_xyz = cut_out(phase.phsnm, "FIX xyz");
-  for (const std::string_view word : {"MAG_ONLY", "NUC_ONLY"}) {
-    if (cut_out(phase.phsnm, word)) return r.in.refuse(at, "magnetic phases (MAG_ONLY, NUC_ONLY) are not available");
-  }
-  if (pcr_lines::begins_with(r.in.peek(), "COMMANDS")) {
-    r.in.take();
-    return r.in.refuse({"command lines", ph + 1}, "command lines of a phase (COMMANDS) are not available");
-  }
-  return true;
+  phase.mag_only = phase.mag_only_named = cut_out(phase.phsnm, "MAG_ONLY");
+  phase.nuc_only = phase.nuc_only_named = cut_out(phase.phsnm, "NUC_ONLY");
+  return read_command_lines(r, ph);
 }
 
-/// What a flag of a phase may not ask for, and why; the flag is taken when it is 0.
-struct phase_refusal {
+/// A count or flag of a phase and the values that it may have.
+struct phase_range {
   int phase_type::*field;
-  std::string_view reason;
+  int low, high;
+  std::string_view what;
 };
-constexpr std::array<phase_refusal, 5> flag_refusals{{
-    {&phase_type::ndic, "distance restraints (Dis) are not available"},
-    {&phase_type::nangc, "angle restraints (Ang) are not available"},
-    {&phase_type::isym, "symmetry given by hand (Isy) is not available"},
-    {&phase_type::istr, "strain and size models (Str) are not available"},
-    {&phase_type::nvk, "propagation vectors (Nvk) are not available"},
+constexpr std::array<phase_range, 5> flag_ranges{{
+    {&phase_type::ndic, 0, kalvaris_params::NCONST, "number of distance restraints"},
+    {&phase_type::nangc, 0, kalvaris_params::NCONST, "number of angle restraints"},
+    {&phase_type::isym, -2, 2, "kind of symmetry (Isy)"},
+    {&phase_type::istr, 0, 4, "unknown strain model: Str"},
+    {&phase_type::nvk, -kalvaris_params::N_EQ / 2, kalvaris_params::N_EQ, "number of propagation vectors"},
 }};
-constexpr std::array<phase_refusal, 6> more_refusals{{
-    {&phase_type::jview, "a file for viewing the structure (Jview) is not available"},
-    {&phase_type::jdist, "distance and angle calculations (Jdist) are not available"},
-    {&phase_type::jhelix, "helical structures (Jhelix) are not available"},
-    {&phase_type::jsol, "hkl-dependent shifts (Jsol) are not available"},
-    {&phase_type::nmagc, "moment restraints (Nmagc) are not available"},
-    {&phase_type::n_domains, "domain fractions (N_domains) are not available"},
+constexpr int most_scales = 36;
+constexpr std::array<phase_range, 2> more_ranges{{
+    {&phase_type::nmagc, 0, kalvaris_params::NCONST, "number of moment restraints"},
+    {&phase_type::n_domains, 0, most_scales, "number of domains"},
 }};
 
-bool check(reading& r, const place& at, const phase_type& phase, std::span<const phase_refusal> rows) {
-  for (const phase_refusal& row : rows) {
-    if (phase.*row.field != 0) return r.in.refuse(at, row.reason);
-  }
-  return true;
+bool check(reading& r, const place& at, const phase_type& phase, std::span<const phase_range> rows) {
+  return std::all_of(rows.begin(), rows.end(), [&](const phase_range& row) {
+    return r.in.in_range(at, row.what, phase.*row.field, row.low, row.high);
+  });
 }
 
 bool check_phase_flags(reading& r, const place& at, int ph) {
   phase_type& phase = r.st.phase[ph];
   const int kind = std::abs(phase.jbt);
-  if (phase.jbt != 0 && kind != 2 && kind != 3) {
+  constexpr std::array<int, 6> kinds{0, 1, 2, 3, 5, 10};
+  if (std::find(kinds.begin(), kinds.end(), kind) == kinds.end()) {
     return r.in.refuse(at, fmt_line{}.a("this kind of phase is not available (Jbt ").i(0, phase.jbt).a(")").str());
   }
-  if (!check(r, at, phase, flag_refusals)) return false;
+  if (!check(r, at, phase, flag_ranges)) return false;
   const int places = kalvaris_params::NATS - static_cast<int>(r.st.atom.size());
   if (!r.in.in_range(at, "number of atoms", phase.natom, 0, places)) return false;
   if (kind == 3) phase.natom = 0;  // fixed relative intensities: such a phase has no atom lines
@@ -89,15 +80,12 @@ bool check_phase_flags(reading& r, const place& at, int ph) {
 
 bool check_mix(reading& r, const place& at, int ph, int ip) {
   mix_type& mix = r.st.mix(ph, ip);
-  if (mix.irf < 0 || mix.irf > 2) {
-    return r.in.refuse(at, fmt_line{}.a("this reflection list is not available (Irf ").i(0, mix.irf).a(")").str());
-  }
-  constexpr std::array<int, 7> available{0, 1, 2, 3, 5, 7, 12};
+  constexpr int last_list = 4, last_shape = 13, two_gaussians = -4;
+  if (!r.in.in_range(at, "reflection list (Irf)", mix.irf, -last_list, last_list)) return false;
   mix.npro = mix.npro_read == 0 ? r.st.pattern[ip].nprof : mix.npro_read;
-  if (std::find(available.begin(), available.end(), mix.npro) == available.end()) {
-    return r.in.refuse(at, fmt_line{}.a("this peak shape is not available (Npr ").i(0, mix.npro).a(")").str());
-  }
-  if (mix.nref_sp != 0) return r.in.refuse(at, "special reflections (Nref_sp) are not available");
+  if (mix.npro != two_gaussians && !r.in.in_range(at, "peak shape (Npr)", mix.npro, 0, last_shape)) return false;
+  constexpr int most_special = (slot::last - slot::special + 1) / slot::per_special;
+  if (!r.in.in_range(at, "number of special reflections", mix.nref_sp, 0, most_special)) return false;
   if (mix.jtyp == 0) mix.jtyp = std::abs(r.st.pattern[ip].jobtyp);
   return true;
 }
@@ -133,7 +121,7 @@ bool read_short_flags(reading& r, int ph) {
   p.nmagc = r.in.i(4), p.jter = r.in.i(5);
   mix.brinl = r.in.f(6), mix.rmua = r.in.f(7), mix.rmub = r.in.f(8), mix.rmuc = r.in.f(9);
   mix.jtyp = r.in.i(10), mix.nref_sp = r.in.i(11), mix.ph_shift = r.in.i(12), p.n_domains = r.in.i(13);
-  return check(r, at_more, p, more_refusals) && check_mix(r, at_more, ph, 0);
+  return check(r, at_more, p, more_ranges) && check_mix(r, at_more, ph, 0);
 }
 
 bool read_contribution(reading& r, int ph, int ip) {
@@ -163,7 +151,7 @@ bool read_long_flags(reading& r, int ph) {
     if (!r.in.values(at_more, "iiiiiii")) return false;
     p.jview = r.in.i(0), p.jdist = r.in.i(1), p.jhelix = r.in.i(2), p.jsol = r.in.i(3);
     p.nmagc = r.in.i(4), p.jter = r.in.i(5), p.n_domains = r.in.i(6);
-    if (!check(r, at_more, p, more_refusals)) return false;
+    if (!check(r, at_more, p, more_ranges)) return false;
   }
   const place at_contributions{"contributions of the phase", ph + 1};
   if (!r.in.values(at_contributions, std::string(static_cast<std::size_t>(r.st.run.n_patt), 'i'))) return false;
@@ -197,31 +185,14 @@ bool read_reflection_files(reading& r, int ph) {
   return true;
 }
 
-bool read_space_group(reading& r, int ph) {
-  const place at{"space group", ph + 1};
-  phase_type& phase = r.st.phase[ph];
-  const auto line = r.in.text(at);
-  if (!line) return false;
-  const std::string symbol(line->substr(0, line->find('<')));
-  phase.symb = pcr_lines::adjl_tab(symbol.substr(0, symbol_length));
-  if (phase.symb.find("Mag;") != std::string::npos) {
-    return r.in.refuse(at, " Error trying to read Shubnikov Group information");
-  }
-  constexpr std::string_view hall = "HALL";
-  const bool is_hall = pcr_lines::begins_with(lmix_string_utilities::u_case(phase.symb), hall);
-  const std::string_view name = is_hall ? std::string_view(phase.symb).substr(hall.size()) : phase.symb;
-  const auto err = lmix_crystallographic_symmetry::set_spacegroup(lmix_string_utilities::trim(name), phase.spgr, {},
-                                                                  is_hall ? "HAL" : "");
-  return !err.err_symm || r.in.refuse(at, err.err_symm_mess);
-}
-
 bool read_phase(reading& r, int ph) {
   const bool flags_read = read_name(r, ph) && (r.st.run.s_format ? read_short_flags(r, ph) : read_long_flags(r, ph));
-  if (!flags_read || !read_reflection_files(r, ph) || !read_space_group(r, ph) || !read_atoms(r, ph)) return false;
+  if (!flags_read || !read_reflection_files(r, ph) || !read_distance_limits(r, ph)) return false;
+  if (!read_space_group(r, ph) || !read_vectors(r, ph) || !read_atoms(r, ph)) return false;
   for (int ip = 0; ip < r.st.run.n_patt; ++ip) {
     if (r.st.mix(ph, ip).jcontr == 1 && !read_profile(r, ph, ip)) return false;
   }
-  return true;
+  return read_vectors_behind(r, ph) && read_restraints(r, ph);
 }
 
 }  // namespace

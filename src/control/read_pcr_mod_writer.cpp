@@ -1,6 +1,9 @@
 #include <algorithm>
 #include <cmath>
+#include <cstdlib>
+#include <optional>
 
+#include "lmix_math_general.hpp"
 #include "pcr_layout.hpp"
 #include "pcr_numbers.hpp"
 #include "pcr_writer.hpp"
@@ -23,24 +26,23 @@ std::string pattern_comment(std::string_view text, int ip, std::string_view behi
   return line{}.text("! ").text(text).text(" of Pattern#").i(3, ip + 1).text(behind).str();
 }
 
-int flag_value(const state_type& st, const flag& f, int ip) {
-  const pattern_type& p = st.pattern[ip];
-  if (f.of_pattern == &pattern_type::nbckgd) return p.isbac * p.nbckgd;
-  return f.of_run != nullptr ? st.run.*f.of_run : p.*f.of_pattern;
-}
-
-/// An output flag as it was read, whatever the run made of it.
-int output_flag_value(const state_type& st, const flag& f, int ip) {
-  namespace layout = pcr_layout;
-  for (std::size_t k = 0; k < layout::long_run_output_flags.size(); ++k) {
-    if (f.of_run != nullptr && f.of_run == layout::long_run_output_flags[k].of_run) return st.run.output_flags[k];
-  }
-  for (std::size_t k = 0; k < layout::long_pattern_output_flags.size(); ++k) {
-    if (f.of_pattern != nullptr && f.of_pattern == layout::long_pattern_output_flags[k].of_pattern) {
-      return st.pattern[ip].output_flags[k];
-    }
+/// A flag among `kept`, the values as they were read of the flags in `order`.
+int kept_value(const flag& f, std::span<const flag> order, std::span<const int> kept) {
+  for (std::size_t k = 0; k < order.size(); ++k) {
+    if (f.of_run == order[k].of_run && f.of_pattern == order[k].of_pattern) return kept[k];
   }
   return 0;
+}
+
+/// A flag as it was read, whatever the run made of it.
+int flag_value(const state_type& st, const flag& f, int ip) {
+  if (f.of_run != nullptr) return kept_value(f, pcr_layout::long_run_flags, st.run.flags_read);
+  return kept_value(f, pcr_layout::long_pattern_flags, st.pattern[ip].flags_read);
+}
+
+int output_flag_value(const state_type& st, const flag& f, int ip) {
+  if (f.of_run != nullptr) return kept_value(f, pcr_layout::long_run_output_flags, st.run.output_flags);
+  return kept_value(f, pcr_layout::long_pattern_output_flags, st.pattern[ip].output_flags);
 }
 
 template <class value_of>
@@ -49,6 +51,19 @@ void write_flag_line(writing& w, std::span<const flag> flags, int ip, value_of v
   for (const flag& f : flags) out.i(4, value(w.st, f, ip));
   if (options) out.i(4, w.st.run.optimize ? 1 : 0).i(4, w.st.run.automatic_read ? 1 : 0);
   w.text += out.str();
+}
+
+void write_resolution_files(writing& w) {
+  for (std::size_t ip = 0; ip < w.st.pattern.size(); ++ip) {
+    if (w.st.pattern[ip].ireso == 0) continue;
+    w.text += pattern_comment("Resolution file", static_cast<int>(ip)) + w.st.io.fileres[ip] + '\n';
+  }
+}
+
+/// The name of a numerical profile stands behind Iot -2 only.
+void write_profile_name(writing& w, int ip) {
+  const pattern_type& p = w.st.pattern[ip];
+  if (p.output_flags[0] == -2) w.text += "! Numerical profile\n" + p.fileprof + '\n';
 }
 
 void write_weighting(writing& w) {
@@ -61,15 +76,27 @@ void write_weighting(writing& w) {
   }
 }
 
+void write_commands(writing& w, const pattern_type& p) {
+  for (const std::string& command : {p.vary_command, p.fix_command}) {
+    if (!command.empty()) w.text += command + '\n';
+  }
+}
+
 void write_radiation(writing& w, const pattern_type& p) {
+  if (p.cry_pat) return;
   line out;
+  if (pcr_layout::has_diffractometer(p)) {
+    w.text += "!     Bkpos       Wdt   Iabscor\n";
+    w.text += out.n(12, 4, p.bkpos).n(10, 4, p.wdt).i(5, p.iabscor).str();
+    write_commands(w, p);
+    return;
+  }
+  w.text += "!  Lambda1   Lambda2     Ratio     Bkpos       Wdt      Cthm    tmv(1)      Rlim       Rkk    tmv(2)\n";
   out.n(11, 6, p.lamda[0]).n(11, 6, p.lamda[1]).n(11, 6, p.iuvw == 1 ? -p.ratio[1] : p.ratio[1]);
   out.n(10, 4, p.bkpos).n(10, 4, p.wdt).n(11, 6, p.cthm).n(11, 6, p.iabscor == 4 ? -p.tmv[0] : p.tmv[0]);
   out.n(10, 4, p.rlim).n(11, 6, p.rkk).n(11, 6, p.tmv[1]);
   w.text += out.str();
-  for (const std::string& command : {p.vary_command, p.fix_command}) {
-    if (!command.empty()) w.text += command + '\n';
-  }
+  write_commands(w, p);
 }
 
 void add_range(line& out, const pattern_type& p) {
@@ -88,8 +115,9 @@ void write_cycles(writing& w) {
     return;
   }
   w.text += "!Mcycle   Eps  Relax1 Relax2 Relax3 Relax4\n" + out.str();
-  w.text += "!     Thmin        Step       Thmax   Alpsd   Sent0\n";
   for (const pattern_type& p : w.st.pattern) {
+    if (p.cry_pat) continue;
+    if (&p == w.st.pattern.data()) w.text += "!     Thmin        Step       Thmax   Alpsd   Sent0\n";
     line range;
     add_range(range, p);
     w.text += range.str();
@@ -100,7 +128,7 @@ float code_of(const writing& w, const pattern_type& p, int k) { return w.codes(p
 
 void write_points_and_regions(writing& w, int ip) {
   const pattern_type& p = w.st.pattern[ip];
-  if (pcr_layout::has_points(p)) {
+  if (pcr_layout::has_points(p) && !p.cry_pat) {
     w.text += line{}.text("!     Position      Height      Code    Background points of Pattern#").i(3, ip + 1).str();
     for (int j = 0; j < p.nbckgd; ++j) {
       const int k = gslot::bac + j;
@@ -139,8 +167,11 @@ void write_scattering(writing& w, int ip) {
   }
 }
 
-void write_pairs(writing& w, const pattern_type& p, std::initializer_list<int> slots, line out = {}) {
+/// Values, each with its code behind it, and a last number when there is one.
+void write_pairs(writing& w, const pattern_type& p, std::span<const int> slots, std::optional<float> last = {}) {
+  line out;
   for (const int k : slots) out.n(12, 5, p.glb[k]).k(9, code_of(w, p, k));
+  if (last) out.n(10, 4, *last);
   w.text += out.str();
 }
 
@@ -160,24 +191,84 @@ void write_coefficients(writing& w, int ip, const pcr_layout::background_lines& 
   }
 }
 
-void write_global_parameters(writing& w, int ip) {
+/// The detector angle in degrees, or 2 sin(theta) where it is so small that it would be taken for that.
+float detector_angle(const pattern_type& p) {
+  const double two_theta = 2.0 * lmix_math_general::asind(0.5 * static_cast<double>(p.glb[gslot::two_sin]));
+  return two_theta > 2.0 ? static_cast<float>(two_theta) : p.glb[gslot::two_sin];
+}
+
+void write_tof_zero_line(writing& w, int ip) {
   const pattern_type& p = w.st.pattern[ip];
+  const bool nine = p.tof_words == 9;
   w.text += line{}
-                .text("!    Zero    Code   SyCos    Code   SySin    Code  Lambda     Code  More     Pattern#")
+                .text("!    Zero    Code      Dtt1    Code    Dtt2    Code")
+                .text(nine ? "  Dtt_1overd   Code" : "")
+                .text("       Angle     Pattern#")
+                .i(3, ip + 1)
+                .str();
+  line out;
+  for (const int k : {gslot::zero, gslot::dtt1, gslot::dtt2}) out.n(12, 5, p.glb[k]).k(9, code_of(w, p, k));
+  if (nine) out.n(12, 5, p.glb[gslot::dtt_1overd]).k(9, code_of(w, p, gslot::dtt_1overd));
+  w.text += out.n(10, 4, detector_angle(p)).str();
+}
+
+void write_zero_line(writing& w, int ip) {
+  const pattern_type& p = w.st.pattern[ip];
+  const bool diffractometer = pcr_layout::has_diffractometer(p);
+  w.text += line{}
+                .text(diffractometer
+                          ? "!    Zero    Code    Dtt1    Code    Dtt2    Code   Angle     Code  More     Pattern#"
+                          : "!    Zero    Code   SyCos    Code   SySin    Code  Lambda     Code  More     Pattern#")
                 .i(3, ip + 1)
                 .str();
   line zero;
   for (const int k : {gslot::zero, gslot::sycos, gslot::sysin, gslot::lambda}) {
     // A wavelength without a code repeats the radiation line; a blank field says so.
     const bool fixed_wavelength = k == gslot::lambda && p.aglb_read[k] == 0.f;
-    zero.n(12, 5, fixed_wavelength ? 0.f : p.glb[k]).k(9, code_of(w, p, k));
+    const float last = diffractometer ? detector_angle(p) : fixed_wavelength ? 0.f : p.glb[k];
+    zero.n(12, 5, k == gslot::lambda ? last : p.glb[k]).k(9, code_of(w, p, k));
   }
   w.text += zero.i(5, p.iglmore).str();
-  if (p.iglmore == 1) {
+}
+
+void write_second_regime(writing& w, const pattern_type& p) {
+  if (!pcr_layout::has_second_regime(p)) return;
+  w.text += "!  xcross    Code      Width    Code       Angle\n";
+  write_pairs(w, p, pcr_layout::crossing_slots, detector_angle(p));
+  w.text += "!      Zt    Code      Dtt1t    Code       Dtt2t    Code\n";
+  write_pairs(w, p, pcr_layout::second_regime_slots);
+}
+
+void write_user_profiles(writing& w, const pattern_type& p) {
+  if (p.nbk_pr == 0) return;
+  w.text += "! Profiles that are added to the background: number and names\n";
+  line names, values, codes;
+  names.i(4, p.nbk_pr);
+  for (int j = 0; j < p.nbk_pr; ++j) {
+    const std::string& name = p.file_bpr[static_cast<std::size_t>(j)];
+    const char* quote = name.find(' ') == std::string::npos ? "" : "\"";
+    names.text("  ").text(quote).text(name).text(quote);
+    values.n(14, 5, p.glb[gslot::user_bk + j]);
+    codes.k(14, code_of(w, p, gslot::user_bk + j));
+  }
+  w.text += names.str() + values.str() + codes.str();
+}
+
+void write_global_parameters(writing& w, int ip) {
+  const pattern_type& p = w.st.pattern[ip];
+  if (p.cry_pat) return;
+  if (pcr_layout::has_tof_zero_line(p)) {
+    write_tof_zero_line(w, ip);
+  } else {
+    write_zero_line(w, ip);
+  }
+  write_second_regime(w, p);
+  if (p.iglmore == 1 || p.iglmore == 3) {
     w.text +=
         "! Microabsorption coefficients for Pattern\n!       P0     Code          Cp     Code         Tau     Code\n";
-    write_pairs(w, p, {gslot::p0, gslot::cp, gslot::tau});
+    write_pairs(w, p, std::array{int{gslot::p0}, int{gslot::cp}, int{gslot::tau}});
   }
+  write_user_profiles(w, p);
   if (pcr_layout::is_filter(p)) {
     w.text += pattern_comment("Window of the Fourier filter and cycles between two filterings", ip);
     w.text += line{}.n(14, 5, p.fwindow).i(5, p.win_cyc).str();
@@ -237,8 +328,10 @@ void write_flags(writing& w) {
     w.text += "!Job Npr Nph Nba Nex Nsc Nor Dum Iwg Ilo Ias Res Ste Nre Cry Uni Cor Opt Aut\n";
     write_flag_line(w, layout::short_flags, 0, flag_value, true);
     write_weighting(w);
+    write_resolution_files(w);
     w.text += "!Iot Ipl Ipc Mat Nxt Ls1 Ls2 Ls3 Nli Prf Ins Jci Jsy Jlk Jfo Sho Ana\n";
     write_flag_line(w, layout::short_output_flags, 0, output_flag_value);
+    write_profile_name(w, 0);
     return;
   }
   w.text += "!Nph Dum Ias Nre Cry Opt Aut\n";
@@ -247,23 +340,24 @@ void write_flags(writing& w) {
   for (int ip = 0; ip < st.run.n_patt; ++ip) write_flag_line(w, layout::long_pattern_flags, ip, flag_value);
   write_weighting(w);
   const auto measured = [](const pattern_type& p) {
-    return p.jobtyp < 2 || p.jobtyp == kalvaris_params::job::electrons;
+    return p.flags_read[0] < 2 || p.flags_read[0] == kalvaris_params::job::electrons;
   };
   if (std::any_of(st.pattern.begin(), st.pattern.end(), measured)) {
     w.text += "! Data files, one line per pattern\n";
     for (std::size_t ip = 0; ip < st.pattern.size(); ++ip) w.text += st.io.filedat[ip] + st.io.extdat[ip] + '\n';
   }
+  write_resolution_files(w);
   w.text += "!Mat Nxt Nli Jci Jsy Sho\n";
   write_flag_line(w, layout::long_run_output_flags, 0, output_flag_value);
   w.text += "!Iot Ipl Ipc Ls1 Ls2 Ls3 Prf Ins Jlk Jfo Ana\n";
   for (int ip = 0; ip < st.run.n_patt; ++ip) {
     write_flag_line(w, layout::long_pattern_output_flags, ip, output_flag_value);
+    write_profile_name(w, ip);
   }
 }
 
 void write_patterns(writing& w) {
   const run_type& run = w.st.run;
-  w.text += "!  Lambda1   Lambda2     Ratio     Bkpos       Wdt      Cthm    tmv(1)      Rlim       Rkk    tmv(2)\n";
   for (const pattern_type& p : w.st.pattern) write_radiation(w, p);
   write_cycles(w);
   for (int ip = 0; ip < run.n_patt; ++ip) write_points_and_regions(w, ip);
@@ -274,8 +368,44 @@ void write_patterns(writing& w) {
   for (int ip = 0; ip < run.n_patt; ++ip) write_global_parameters(w, ip);
 }
 
+namespace {
+
+void write_linear_restraints(writing& w) {
+  const auto& restraints = w.st.run.linear;
+  if (!restraints.empty()) w.text += "! Linear restraints: value  sigma  n  (coefficient  parameter) x n\n";
+  for (const auto& restraint : restraints) {
+    line out;
+    out.n(10, 5, restraint.val_lin).n(10, 5, restraint.sval_lin).i(5, restraint.n);
+    for (std::size_t k = 0; k < restraint.coef.size(); ++k) out.n(10, 5, restraint.coef[k]).i(6, restraint.para[k]);
+    w.text += out.str();
+  }
+}
+
+void write_search(writing& w) {
+  const kalvaris_params::search_type& s = w.st.run.search;
+  const auto integers = [&](std::initializer_list<int> values) {
+    line out;
+    for (const int value : values) out.i(9, value);
+    w.text += out.str();
+  };
+  if (std::abs(w.st.run.icryg) == 2) {
+    w.text += "!  Nconfg    Nsolu    Nselr  Nscalef    Seed1    Seed2\n";
+    integers({s.nconfg, s.nsolu, s.nselr, s.nscalef, s.seed_sa[0], s.seed_sa[1]});
+  } else if (std::abs(w.st.run.icryg) == 3) {
+    w.text += "!   T_ini    Anneal   Acceptc Num_temps  Nalgor Initconfig\n";
+    line first;
+    first.n(10, 4, s.t_ini).n(10, 4, s.anneal).n(10, 4, s.acceptc);
+    w.text += first.i(9, s.num_temps).i(9, s.nalgor).i(9, s.initconfig).str();
+    w.text += "!  Nconfg Num_therm  Nscalef Weight_sim   Seed1    Seed2\n";
+    integers({s.nconfg, s.num_therm, s.nscalef, s.weight_sim, s.seed_sa[0], s.seed_sa[1]});
+  }
+}
+
+}  // namespace
+
 void write_end(writing& w) {
   const run_type& run = w.st.run;
+  write_linear_restraints(w);
   if (!run.limits.empty()) w.text += "! Limits: number  low  high  step  condition  name\n";
   for (const auto& limit : run.limits) {
     const auto& names = w.st.parm.nampar;
@@ -285,6 +415,7 @@ void write_end(writing& w) {
     out.i(6, limit.number).n(10, 5, limit.vlim1).n(10, 5, limit.vlim2).n(10, 5, limit.step).i(5, limit.condition);
     w.text += out.text("  ").text(lmix_string_utilities::trim(named ? names[number] : limit.name)).str();
   }
+  write_search(w);
   if (!run.pattern_to_plot) return;
   w.text += "!  t1_lim      t2_lim   Pattern to plot\n";
   w.text += line{}.n(12, 4, run.t1_lim).n(12, 4, run.t2_lim).i(5, run.n_pat_plot).str();

@@ -47,6 +47,7 @@ struct crystal_cell_type {
   float stdvol = 0.f;                     ///< its standard deviation
   float rcellvol = 0.f;                   ///< reciprocal volume [1/angstrom^3]
   std::array<char, 2> cartype{'C', 'A'};  ///< code of the Cartesian frame, see `frame`
+  bool operator==(const crystal_cell_type&) const = default;
 };
 
 /// Cartesian frames. The first letter is the direct axis, the second the reciprocal axis that lie along their own

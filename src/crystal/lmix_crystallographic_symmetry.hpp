@@ -26,6 +26,7 @@ struct [[nodiscard]] err_symm_type {
 struct sym_oper_type {
   matrix3i rot{{{1, 0, 0}, {0, 1, 0}, {0, 0, 1}}};
   vector3 tr{};
+  bool operator==(const sym_oper_type&) const = default;
 };
 
 /// One Wyckoff position.
@@ -36,11 +37,13 @@ struct wyck_pos_type {
   int norb = 0;                        ///< positions without the centring vectors
   std::string str_orig;                ///< the first one, x,y,z text
   std::vector<std::string> str_orbit;  ///< all `norb`
+  bool operator==(const wyck_pos_type&) const = default;
 };
 
 struct wyckoff_type {
   int num_orbit = 0;
   std::vector<wyck_pos_type> orbit;  ///< from the general position down to a
+  bool operator==(const wyckoff_type&) const = default;
 };
 
 /// Meaning of `centred`.
@@ -78,12 +81,14 @@ struct group_labels {
   std::vector<std::string> symopsymb;  ///< x,y,z texts of the operators
   wyckoff_type wyckoff;                ///< empty for a setting without tabulated positions
   std::array<std::array<float, 2>, 3> r_asym_unit{{{0.f, 1.f}, {0.f, 1.f}, {0.f, 1.f}}};  ///< lower and upper bounds
+  bool operator==(const group_labels&) const = default;
 };
 
 /// A space group in one setting. Order of symop: the reduced set; then, for a centric group, the same `numops`
 /// operators followed by the inversion; then this whole list again for each further centring vector.
 struct space_group_type : group_labels {
   std::vector<sym_oper_type> symop;  ///< all `multip`
+  bool operator==(const space_group_type&) const = default;
 };
 
 /// An operator on axes of which its matrix is not whole.

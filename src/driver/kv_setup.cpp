@@ -4,6 +4,7 @@
 
 #include "kalvaris_codes.hpp"
 #include "kv_background.hpp"
+#include "kv_calculable.hpp"
 #include "kv_read_intens.hpp"
 #include "kv_running_output.hpp"
 #include "lmix_fixed_format.hpp"
@@ -111,7 +112,7 @@ void prepare_radiation(pattern_type& p) {
 }  // namespace
 
 void write_out(state_type& st) {
-  if (!prepare_codes(st)) return;
+  if (!kv_calculable::calculable(st) || !prepare_codes(st)) return;
   for (pattern_type& p : st.pattern) prepare_radiation(p);
   kv_running_output::echo_conditions(st);
   for (int ip = 0; ip < st.run.n_patt; ++ip) {

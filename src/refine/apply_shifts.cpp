@@ -26,6 +26,9 @@ float relaxation(const state_type& st, const slot_ref& s) {
       return st.run.relax[s.k < aslot::b11 ? 1 : 2];
     case slot_family::phase:
       return st.run.relax[in_cell(s.k) ? 4 : 3];
+    case slot_family::domain:
+      return st.run.relax[3];
+    case slot_family::vector:
     case slot_family::global:
       break;
   }

@@ -38,6 +38,9 @@ bool out_of_play(const state_type& st, const slot_ref& s) {
       return st.pattern[static_cast<std::size_t>(s.owner)].affpat == 0;
     case slot_family::phase:
       return st.pattern[static_cast<std::size_t>(s.ip)].affpat == 0 || st.mix(s.owner, s.ip).jcontr == 0;
+    case slot_family::vector:
+    case slot_family::domain:
+      return st.phase[static_cast<std::size_t>(s.owner)].suppress;
     case slot_family::atom:
       break;
   }
@@ -45,10 +48,22 @@ bool out_of_play(const state_type& st, const slot_ref& s) {
   return phase.suppress || phase.profile_matching();
 }
 
+constexpr std::size_t population = 1, chirality = 2;  // slots of a magnetic domain
+
+/// The populations of the domains add up to one, so that the last one follows from the others; a chirality that was not
+/// given is not refined.
+void clear_dependent_domains(phase_type& phase) {
+  for (kalvaris_params::domain_type& domain : phase.magdom) {
+    if (!domain.chirality) domain.code[chirality] = 0.f;
+  }
+  if (!phase.magdom.empty()) phase.magdom.back().code[population] = 0.f;
+}
+
 /// Splits every code word. False when a number is above the limit.
 bool treat_codes(state_type& st) {
   for (int ph = 0; ph < st.run.nphase; ++ph) {
     phase_type& phase = st.phase[static_cast<std::size_t>(ph)];
+    clear_dependent_domains(phase);
     phase.suppress = true;
     for (int ip = 0; ip < st.run.n_patt; ++ip)
       if (st.mix(ph, ip).jcontr != 0 && st.pattern[static_cast<std::size_t>(ip)].affpat != 0) phase.suppress = false;
@@ -77,6 +92,23 @@ bool treat_codes(state_type& st) {
   return good;
 }
 
+/// A negative number of vectors gives one half of them: the other half are their opposites, on the same parameters with
+/// the multiplier of the other sign.
+void tie_opposite_vectors(state_type& st, bool numbered) {
+  for (phase_type& phase : st.phase) {
+    if (phase.nvk >= 0) continue;
+    const std::size_t half = phase.vector.size() / 2;
+    for (std::size_t j = 0; j < half; ++j) {
+      const kalvaris_params::vector_type& given = phase.vector[j];
+      kalvaris_params::vector_type& opposite = phase.vector[half + j];
+      for (std::size_t c = 1; c <= 3; ++c) {
+        opposite.lvk[c] = numbered ? given.lvk[c] : 0;
+        opposite.avk[c] = numbered ? -given.avk[c] : 0.f;
+      }
+    }
+  }
+}
+
 /// Automatic numbering: requests get the free numbers in order, then new ones; what is still free is closed up.
 void modify_codes(state_type& st) {
   std::vector<int> uses(static_cast<std::size_t>(st.run.maximum_lcode) + 1, 0);
@@ -88,6 +120,7 @@ void modify_codes(state_type& st) {
     if (uses[static_cast<std::size_t>(n)] == 0) gaps.push_back(n);
   std::size_t next_gap = 0;
   st.run.maxs = st.run.maximum_lcode;
+  tie_opposite_vectors(st, false);
   st.for_each_slot([&](const slot_ref& s) {
     if (s.number != 0 || !(std::abs(s.code) > smallest_multiplier)) return;
     s.number = next_gap < gaps.size() ? gaps[next_gap++] : ++st.run.maxs;
@@ -109,6 +142,7 @@ void modify_codes(state_type& st) {
   st.for_each_slot([&](const slot_ref& s) {
     if (s.number > 0) s.number = renamed[static_cast<std::size_t>(s.number)];
   });
+  tie_opposite_vectors(st, true);
 }
 
 /// The first number from 1 to maxs that no slot carries, 0 when there is none.
@@ -251,6 +285,41 @@ constexpr std::array global_labels{
     slot_label{gslot::lambda, "Lambda"}, slot_label{gslot::p0, "P0"},        slot_label{gslot::cp, "Cp"},
     slot_label{gslot::tau, "Tau"},       slot_label{gslot::ratio2, "Ratio"},
 };
+constexpr std::array diffractometer_labels{
+    slot_label{gslot::dtt1, "Dtt1"},
+    slot_label{gslot::dtt2, "Dtt2"},
+    slot_label{gslot::dtt_1overd, "Dtt_1overd"},
+};
+constexpr std::array second_regime_labels{
+    slot_label{gslot::zero_t, "Zt"},     slot_label{gslot::dtt1t, "Dtt1t"},  slot_label{gslot::dtt2t, "Dtt2t"},
+    slot_label{gslot::xcross, "Xcross"}, slot_label{gslot::wcross, "Width"},
+};
+constexpr std::array tof_phase_labels{
+    slot_label{slot::sig2, "Sig2"},
+    slot_label{slot::sig1, "Sig1"},
+    slot_label{slot::sig0, "Sig0"},
+    slot_label{slot::sigq, "SigQ"},
+    slot_label{slot::iso_gstrain, "Iso_GStrain"},
+    slot_label{slot::iso_gsize, "Iso_GSize"},
+    slot_label{slot::extinc, "Extinc"},
+    slot_label{slot::gam2, "Gam2"},
+    slot_label{slot::gam1, "Gam1"},
+    slot_label{slot::gam0, "Gam0"},
+    slot_label{slot::iso_lstrain, "Iso_LorStrain"},
+    slot_label{slot::iso_lsize, "Iso_LorSize"},
+    slot_label{slot::alph0, "Alph0"},
+    slot_label{slot::beta0, "Beta0"},
+    slot_label{slot::alph1, "Alph1"},
+    slot_label{slot::beta1, "Beta1"},
+    slot_label{slot::alphq, "AlphQ"},
+    slot_label{slot::betaq, "BetaQ"},
+    slot_label{slot::abs1, "Abs1"},
+    slot_label{slot::abs2, "Abs2"},
+    slot_label{slot::alph0t, "Alph0t"},
+    slot_label{slot::beta0t, "Beta0t"},
+    slot_label{slot::alph1t, "Alph1t"},
+    slot_label{slot::beta1t, "Beta1t"},
+};
 constexpr std::array phase_labels{
     slot_label{slot::scale, "Scale"},
     slot_label{slot::bov, "Bov"},
@@ -299,8 +368,39 @@ constexpr std::array atom_labels{
     slot_label{aslot::x, "X"},       slot_label{aslot::y, "Y"},     slot_label{aslot::z, "Z"},
     slot_label{aslot::biso, "Biso"}, slot_label{aslot::occ, "Occ"}, slot_label{aslot::b11, "B11"},
     slot_label{aslot::b22, "B22"},   slot_label{aslot::b33, "B33"}, slot_label{aslot::b12, "B12"},
-    slot_label{aslot::b13, "B13"},   slot_label{aslot::b23, "B23"},
+    slot_label{aslot::b13, "B13"},   slot_label{aslot::b23, "B23"}, slot_label{aslot::rx, "Rx"},
+    slot_label{aslot::ry, "Ry"},     slot_label{aslot::rz, "Rz"},   slot_label{aslot::ix, "Ix"},
+    slot_label{aslot::iy, "Iy"},     slot_label{aslot::iz, "Iz"},   slot_label{aslot::magph, "MagPh"},
 };
+
+/// Consecutive slots with a name and a number that counts from `first`.
+struct numbered_label {
+  int from, to;
+  const char* name;
+  int first;
+};
+constexpr std::array crystal_series{
+    numbered_label{slot::sc2, slot::sc2 + 4, "Sc_", 2},     numbered_label{slot::sc7, slot::sc7 + 11, "Sc_", 7},
+    numbered_label{slot::sc19, slot::sc19 + 11, "Sc_", 19}, numbered_label{slot::sc31, slot::sc31 + 5, "Sc_", 31},
+    numbered_label{slot::ext1, slot::ext1 + 5, "Ext_", 1},
+};
+constexpr std::array profile_series{
+    numbered_label{slot::str4, slot::str4 + 11, "Str_", 4},
+    numbered_label{slot::siz1 + 1, slot::siz1 + 8, "Size_", 2},
+    numbered_label{slot::gshift1, slot::gshift1 + 20, "GShift_", 1},
+    numbered_label{slot::special, slot::last, "Spr_", 1},
+};
+std::string series_label(std::span<const numbered_label> rows, int k) {
+  const auto row = std::ranges::find_if(rows, [&](const numbered_label& l) { return k >= l.from && k <= l.to; });
+  return row == rows.end() ? std::string() : row->name + std::to_string(k - row->from + row->first);
+}
+
+/// The label of a slot in a table, empty when it is not there.
+std::string table_label(std::span<const slot_label> table, int k) {
+  const auto row = std::ranges::find_if(table, [&](const slot_label& l) { return l.k == k; });
+  return row == table.end() ? std::string() : row->name;
+}
+
 std::string label(std::span<const slot_label> table, int k, const char* other) {
   const auto row = std::find_if(table.begin(), table.end(), [&](const slot_label& l) { return l.k == k; });
   return row != table.end() ? row->name : other + std::to_string(k);
@@ -429,20 +529,56 @@ void set_symmetryconstraints(state_type& st) {
   }
 }
 
+namespace {
+
+std::string global_name(const pattern_type& p, int k) {
+  if (k >= gslot::user_bk) return "AddBck_" + std::to_string(k - gslot::user_bk + 1);
+  if (k >= gslot::bac) return "Bck_" + std::to_string(k - gslot::bac);
+  namespace abscissa = kalvaris_params::abscissa;
+  std::string name;
+  if (p.ixunit == abscissa::tof && p.nprof == 10) name = table_label(second_regime_labels, k);
+  if (name.empty() && (p.ixunit == abscissa::tof || p.ixunit == abscissa::energy))
+    name = table_label(diffractometer_labels, k);
+  return name.empty() ? label(global_labels, k, "Glb_") : name;
+}
+
+/// The name of a slot of a phase depends on what the pattern holds and on the size model.
+std::string phase_name(const state_type& st, int ph, int ip, int k) {
+  const pattern_type& p = st.pattern[static_cast<std::size_t>(ip)];
+  const phase_type& phase = st.phase[static_cast<std::size_t>(ph)];
+  std::string name;
+  if (p.cry_pat) {
+    name = series_label(crystal_series, k);
+  } else {
+    if (p.ixunit == kalvaris_params::abscissa::tof) name = table_label(tof_phase_labels, k);
+    if (name.empty() && k == slot::siz1 && (phase.isi != 0 || phase.istr == 2 || phase.istr == 3)) name = "Size_1";
+    if (name.empty() && k >= slot::md1 && k < slot::zero_ph)
+      name = ((k - slot::md1) % 2 == 0 ? "MD_" : "Fr_") + std::to_string((k - slot::md1) / 2 + 1);
+    if (name.empty()) name = series_label(profile_series, k);
+  }
+  return name.empty() ? label(phase_labels, k, "Par_") : name;
+}
+
+}  // namespace
+
 std::string slot_name(const state_type& st, const slot_ref& s) {
-  const std::string in_pattern = "_pat" + std::to_string(s.ip + 1);
+  const std::string in_pattern = "_pat" + std::to_string(s.ip + 1), in_phase = "_ph" + std::to_string(s.owner + 1);
   switch (s.family) {
     case slot_family::global:
-      if (s.k >= gslot::user_bk) return "AddBck_" + std::to_string(s.k - gslot::user_bk + 1) + in_pattern;
-      if (s.k >= gslot::bac) return "Bck_" + std::to_string(s.k - gslot::bac) + in_pattern;
-      return label(global_labels, s.k, "Glb_") + in_pattern;
+      return global_name(st.pattern[static_cast<std::size_t>(s.ip)], s.k) + in_pattern;
     case slot_family::phase:
-      return label(phase_labels, s.k, "Par_") + "_ph" + std::to_string(s.owner + 1) + in_pattern;
+      return phase_name(st, s.owner, s.ip, s.k) + in_phase + in_pattern;
+    case slot_family::vector:
+      return "K" + std::string(1, "xyz"[s.k - 1]) + "_" + std::to_string(s.ip + 1) + in_phase;
+    case slot_family::domain:
+      return (s.k == static_cast<int>(chirality) ? "Chi_" : "Dom_") + std::to_string(s.ip + 1) + in_phase;
     case slot_family::atom:
       break;
   }
   const atom_type& atom = st.atom[static_cast<std::size_t>(s.owner)];
-  return label(atom_labels, s.k, "Ff_") + "_" + atom.atext + "_ph" + std::to_string(atom.phase + 1);
+  const std::string name =
+      s.k >= aslot::ff ? "Ff_" + std::to_string(s.k - aslot::ff + 1) : label(atom_labels, s.k, "A_");
+  return name + "_" + atom.atext + "_ph" + std::to_string(atom.phase + 1);
 }
 
 }  // namespace kalvaris_codes

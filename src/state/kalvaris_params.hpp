@@ -19,16 +19,22 @@ namespace kalvaris_params {
 
 /// Limits of this release. The names are those that the list of dimensions prints.
 enum : int {
-  NPATT = 80,   ///< patterns
-  NATS = 830,   ///< atoms of all phases together
-  MPAR = 1800,  ///< parameters of a phase in a pattern
-  IEXCL = 30,   ///< excluded regions of a pattern
-  IBACP = 377,  ///< background points of a pattern
-  NPHT = 16,    ///< phases
-  NGL = 400,    ///< global parameters of a pattern
-  NAT_P = 80,   ///< parameters of an atom
-  N_SPE = 30,   ///< scattering entries of a pattern
-  N_FORM = 60,  ///< values in a table of scattering factors
+  NPATT = 80,     ///< patterns
+  NATS = 830,     ///< atoms of all phases together
+  MPAR = 1800,    ///< parameters of a phase in a pattern
+  IEXCL = 30,     ///< excluded regions of a pattern
+  IBACP = 377,    ///< background points of a pattern
+  NPHT = 16,      ///< phases
+  NGL = 400,      ///< global parameters of a pattern
+  NAT_P = 80,     ///< parameters of an atom
+  N_SPE = 30,     ///< scattering entries of a pattern
+  N_FORM = 60,    ///< values in a table of scattering factors
+  NMAGM = 8,      ///< sets of magnetic matrices of a phase
+  NBASIS = 12,    ///< basis functions of an atom
+  NIREPS = 9,     ///< irreducible representations of a phase
+  N_EQ = 384,     ///< symmetry operators given by hand, propagation vectors
+  N_LINC = 50,    ///< linear restraints
+  NCONST = 3500,  ///< soft restraints of a kind in a phase
 };
 
 /// Dimensions of a run, read from "kalvaris.dim".
@@ -78,6 +84,43 @@ enum : int {
   zero_ph = 95,
   sycos_ph = 96,
   sysin_ph = 97,  ///< shifts of the phase alone [deg]
+  // further names of the same slots, by the kind of data and model
+  extinc = 17,  ///< time of flight: extinction
+  sig2 = 3,
+  sig1 = 4,
+  sig0 = 5,
+  sigq = 15,         ///< time of flight: Gaussian variance [us^2 angstrom^-4, ^-2, ^0, ^-1]
+  iso_gstrain = 16,  ///< time of flight: strain part of sig1
+  iso_gsize = 34,    ///< time of flight: size part of sig2
+  gam2 = 46,
+  gam1 = 47,
+  gam0 = 48,         ///< time of flight: Lorentzian width [us angstrom^-2, ^-1, ^0]
+  iso_lstrain = 49,  ///< time of flight: strain part of gam1
+  iso_lsize = 50,    ///< time of flight: size part of gam2
+  alph0 = 14,
+  beta0 = 35,
+  alph1 = 36,
+  beta1 = 37,  ///< time of flight: rise and decay
+  alphq = 41,
+  betaq = 42,
+  abs1 = 43,
+  abs2 = 44,  ///< time of flight: absorption
+  alph0t = 60,
+  beta0t = 61,
+  alph1t = 62,
+  beta1t = 63,   ///< rise and decay of the second regime, npro 10
+  str4 = 21,     ///< strain parameters 4 to 15 follow
+  siz1 = 51,     ///< size parameters 1 to 9
+  gshift1 = 64,  ///< parameters 1 to 21 of the shift models
+  md1 = 85,
+  fr1 = 86,       ///< preferred orientation of several axes: coefficient and fraction, axes 1 to 5 in pairs
+  sc2 = 12,       ///< single crystal: scale factors 2 to 6
+  sc7 = 20,       ///< scale factors 7 to 18
+  sc19 = 98,      ///< scale factors 19 to 30
+  sc31 = 110,     ///< scale factors 31 to 36
+  ext1 = 35,      ///< single crystal: extinction parameters 1 to 6
+  special = 110,  ///< five parameters of each special reflection: widths, shift, further widths
+  per_special = 5,
   last = MPAR,
 };
 static_assert(cell_f - cell_a == 5);
@@ -102,6 +145,16 @@ enum : int {
   bfile_c = 16,
   bfile_d = 17,   ///< scaled background file: a B((1+c)x+d) + b
   user_bk = 391,  ///< first of ten user profiles in the background
+  // names of the same slots for time of flight and energy
+  dtt1 = 2,        ///< [us/angstrom, keV angstrom]
+  dtt2 = 3,        ///< [us/angstrom^2, keV angstrom^2]
+  dtt_1overd = 4,  ///< [us angstrom]
+  zero_t = 4,      ///< zero of the second regime, nprof 10 [us]
+  dtt1t = 5,
+  dtt2t = 6,    ///< second regime: [us/angstrom], [us angstrom]
+  xcross = 7,   ///< where the regimes cross [1/angstrom]
+  wcross = 8,   ///< steepness of the crossing [angstrom]
+  two_sin = 9,  ///< 2 sin(theta) of the detector
   last = NGL,
 };
 }  // namespace gslot
@@ -120,6 +173,14 @@ enum : int {
   b12 = 16,
   b13 = 17,
   b23 = 18,  ///< betas
+  rx = 6,
+  ry = 7,
+  rz = 8,  ///< real part of the moment [Bohr magnetons], or coefficients 1 to 3, or size and angles
+  ix = 9,
+  iy = 10,
+  iz = 11,     ///< imaginary part
+  magph = 12,  ///< magnetic phase [2 pi]
+  ff = 19,     ///< first parameter of the form-factor lines
   last = NAT_P,
 };
 }  // namespace aslot
@@ -129,10 +190,17 @@ namespace job {
 enum : int { xrays = 0, neutrons = 1, calc_x = 2, calc_n = 3, electrons = 4 };
 }
 
-/// Where a slot lives; the fixed order of walking is glb of each pattern, par of each phase and pattern, atoms.
-enum class slot_family : std::uint8_t { global, phase, atom };
+/// Abscissa of a pattern, ixunit.
+namespace abscissa {
+enum : int { two_theta = 0, tof = 1, energy = 2, q = 3, s = 4 };
+}
 
-/// One refinable slot, by reference into its record. owner: 0-based pattern, phase or atom; k: slot number.
+/// Where a slot lives; the fixed order of walking is glb of each pattern; of each phase par of each pattern,
+/// propagation vectors, magnetic domains, atoms.
+enum class slot_family : std::uint8_t { global, phase, vector, domain, atom };
+
+/// One refinable slot, by reference into its record. owner: 0-based pattern, phase or atom; k: slot number. ip:
+/// pattern, for vectors and domains of the phase `owner` their 0-based number.
 struct slot_ref {
   slot_family family;
   int owner, ip, k;
@@ -140,6 +208,91 @@ struct slot_ref {
   int& number;
   float& code;  ///< raw code word until treat_codes, then the signed multiplier
   float& code_read;
+};
+
+/// Terms of a symmetry-adapted form factor.
+struct spherical_form_type {
+  std::string kind;                   ///< ylmp or klj
+  int es3 = 0;                        ///< terms, at most 12
+  std::array<float, 9> axes{};        ///< its axes, rows of a matrix; all zero on the line means the identity
+  std::array<std::int32_t, 36> lm{};  ///< l, m and sign of each term
+  bool operator==(const spherical_form_type&) const = default;
+};
+
+/// A propagation vector, components 1 to 3 in reciprocal units; element 0 is unused.
+struct vector_type {
+  std::array<float, 4> pvk{};
+  std::array<int, 4> lvk{};                ///< parameter numbers
+  std::array<float, 4> avk{}, avk_read{};  ///< code words, then multipliers; as read
+  bool operator==(const vector_type&) const = default;
+};
+
+/// Population of a magnetic domain (slot 1) and its chirality (slot 2).
+struct domain_type {
+  std::string op;              ///< operator that makes it, as text
+  bool time_reversal = false;  ///< MAGDOMT
+  bool chirality = false;      ///< the chirality is given
+  std::array<float, 3> value{};
+  std::array<int, 3> number{};
+  std::array<float, 3> code{}, code_read{};
+  bool operator==(const domain_type&) const = default;
+};
+
+/// A matrix and a phase (magnetic rotation) or a translation (displacement), as a line of ten numbers holds them.
+struct hand_matrix_type {
+  std::array<int, 9> m{};  ///< rows
+  float ph = 0.f;          ///< phase [2 pi]
+  bool operator==(const hand_matrix_type&) const = default;
+};
+
+/// One operator of a symmetry that was given by hand, with what stands below it.
+struct hand_operator_type {
+  std::array<int, 9> s{};                ///< rotation, rows
+  std::array<float, 3> t{};              ///< translation
+  std::vector<hand_matrix_type> mag;     ///< one per set of magnetic matrices
+  std::vector<hand_matrix_type> dep;     ///< one per set of displacement matrices
+  std::vector<std::vector<float>> basr;  ///< real basis functions per representation, three components each
+  std::vector<std::vector<float>> basi;  ///< imaginary ones, empty when none are given
+  std::vector<std::string> lines;        ///< all these lines as they stood
+  bool operator==(const hand_operator_type&) const = default;
+};
+
+/// Symmetry given by hand (isym 1, -1, -2).
+struct hand_symmetry_type {
+  int nsym = 0, cen = 0, laue = 0, magmat = 0, depmat = 0;  ///< header of isym 1
+  int ireps = 0, n_bas = 0;                                 ///< header of isym -2, in the place of the last two
+  std::vector<std::vector<int>> icompl;  ///< per representation and basis function: 0 real, 1 imaginary coefficient
+  std::vector<hand_operator_type> op;
+  bool operator==(const hand_symmetry_type&) const = default;
+};
+
+/// Soft restraint on a distance.
+struct distance_restraint {
+  std::array<std::string, 2> catod;
+  int isymc = 1;                  ///< operator applied to the second atom, 1-based
+  std::array<float, 3> transl{};  ///< and its lattice translation
+  float dio = 0.f, sdio = 0.f;    ///< wanted distance and sigma [angstrom]; not applied when sigma is not above 0
+  bool operator==(const distance_restraint&) const = default;
+};
+/// Soft restraint on an angle; the second atom is the vertex.
+struct angle_restraint {
+  std::array<std::string, 3> catoa;
+  std::array<int, 2> isymca{1, 1};
+  std::array<float, 6> transla{};
+  float angl = 0.f, scang = 0.f;  ///< [deg]
+  bool operator==(const angle_restraint&) const = default;
+};
+/// Soft restraint on the size of a moment.
+struct moment_restraint {
+  std::string cmatom;
+  float moment = 0.f, sigma = 0.f;  ///< [Bohr magnetons]
+  bool operator==(const moment_restraint&) const = default;
+};
+
+/// Reflections with n1 h + n2 k + n3 l = n n4 + n5; the parameter of the list entry applies to them.
+struct reflection_condition {
+  std::array<int, 5> n{};
+  bool operator==(const reflection_condition&) const = default;
 };
 
 struct atom_type {
@@ -156,6 +309,14 @@ struct atom_type {
   int line_nb = 0;                        ///< line of the control file that it stands on
   int phase = 0;                          ///< phase that it belongs to, 0-based
   std::vector<int> species;               ///< per pattern: index into pattern_type::scattering, -1 none (lookup)
+  int imagr = 0;                          ///< set of magnetic matrices, or representation, 1-based
+  int ikv = 0;                            ///< propagation vector, 1-based
+  spherical_form_type sa_ylmp;            ///< symmetry-adapted form factor (species SASH)
+  std::array<int, 6> radial_kind{};       ///< multipole species: kinds of the radial functions
+  std::array<float, 4> radial_scale{};    ///< and their scales, none at or below 1e-7
+  std::array<int, 2> coupled_kind{};      ///< and of the coupled atoms
+  std::array<std::string, 4> coupled{};   ///< labels of the coupled atoms
+  bool operator==(const atom_type&) const = default;
 };
 
 /// What one chemical species scatters in one pattern.
@@ -170,41 +331,45 @@ struct scattering_entry {
   std::vector<float> ftab;        ///< values of the table
   std::vector<float> posi, scat;  ///< pairs of values that stood before the coefficients, kept for the writer
   bool from_file = false;         ///< given in the control file
+  bool operator==(const scattering_entry&) const = default;
 };
 
 struct excluded_region {
   float alow = 0.f, ahigh = 0.f;
+  bool operator==(const excluded_region&) const = default;
 };
 
 /// SHELX-like weights: w = 1/(var + (a P)^2 + b P + d), P = calc + f (obs - calc).
 struct weighting_scheme {
   bool refine = false, given = false;
   float a = 0.f, b = 0.f, c = 0.f, d = 0.f, e = 0.f, f = 0.f;
+  bool operator==(const weighting_scheme&) const = default;
 };
 
 /// Merged reflection list of a pattern: arrays of one length, in ascending position over all phases after assignk.
 struct reflection_list {
-  std::vector<std::int32_t> irefs;       ///< packed phase, wavelength, h, k, l: kv_irefs functions below
-  std::vector<int> mlt;                  ///< multiplicity (powder)
-  std::vector<int> ihkl;                 ///< satellite number, 0 for a fundamental reflection
-  std::vector<std::uint8_t> spec_ref;    ///< has own profile parameters
-  std::vector<int> icod;                 ///< first par slot of these
-  std::vector<float> hw;                 ///< refs(1): total FWHM [deg]
-  std::vector<double> pos;               ///< refs(2): position without zero and sample shifts [deg]
-  std::vector<float> lp;                 ///< refs(3): Lorentz-polarisation-absorption
-  std::vector<float> dspacing;           ///< refs(4): d [angstrom]
-  std::vector<float> halfg, halfl, gam;  ///< Gaussian and Lorentzian FWHM [deg], mixing eta
-  std::vector<float> ggi, cci;           ///< instrumental additions: Gaussian FWHM^2, Lorentzian FWHM
-  std::vector<float> sl_i, dl_i;         ///< instrumental additions to S/L, D/L
-  std::vector<float> ff;                 ///< multiplicity times F^2
-  std::vector<float> corr;               ///< intensity correction
-  std::vector<float> phasen;             ///< phase of F [rad]
-  std::vector<float> asfa, bsfa;         ///< real and imaginary part of F
-  std::vector<float> iobs, icalc;        ///< integrated intensities of the last bragg
+  std::vector<std::int32_t> irefs;           ///< packed phase, wavelength, h, k, l: kv_irefs functions below
+  std::vector<int> mlt;                      ///< multiplicity (powder)
+  std::vector<int> ihkl;                     ///< satellite number, 0 for a fundamental reflection
+  std::vector<std::uint8_t> spec_ref;        ///< has own profile parameters
+  std::vector<int> icod;                     ///< first par slot of these
+  std::vector<float> hw;                     ///< refs(1): total FWHM [deg]
+  std::vector<double> pos;                   ///< refs(2): position without zero and sample shifts [deg]
+  std::vector<float> lp;                     ///< refs(3): Lorentz-polarisation-absorption
+  std::vector<float> dspacing;               ///< refs(4): d [angstrom]
+  std::vector<float> halfg, halfl, gam;      ///< Gaussian and Lorentzian FWHM [deg], mixing eta
+  std::vector<float> ggi, cci;               ///< instrumental additions: Gaussian FWHM^2, Lorentzian FWHM
+  std::vector<float> sl_i, dl_i;             ///< instrumental additions to S/L, D/L
+  std::vector<float> ff;                     ///< multiplicity times F^2
+  std::vector<float> corr;                   ///< intensity correction
+  std::vector<float> phasen;                 ///< phase of F [rad]
+  std::vector<float> asfa, bsfa;             ///< real and imaginary part of F
+  std::vector<float> iobs, icalc;            ///< integrated intensities of the last bragg
   std::vector<int> first_point, last_point;  ///< points that it reaches, 0-based, last excluded (assignk writes, last)
   [[nodiscard]] int size() const { return static_cast<int>(irefs.size()); }
   void resize(std::size_t n);
   void permute(const std::vector<int>& order);  ///< element i becomes the former order[i], in every array
+  bool operator==(const reflection_list&) const = default;
 };
 
 /// A reflection as it is packed into irefs. phase 0-based, wave 1 or 2.
@@ -227,6 +392,7 @@ struct agreement_set {
   float s1 = 0, s2 = 0, s3 = 0, d1 = 0, d2 = 0, qq1 = 0, qq2 = 0, dw = 0, devinc = 0, yinv = 0;
   float r_patt = 0, r_wpatt = 0, cr_patt = 0, cr_wpatt = 0, r_expected = 0, cr_expected = 0;
   float chi2 = 0, dstar = 0, qdw = 0, n_s = 0, freed = 0;
+  bool operator==(const agreement_set&) const = default;
 };
 
 /// One row of the table of a resolution file.
@@ -237,6 +403,7 @@ struct resolution_row {
   float sl_ins = 0.f, dl_ins = 0.f;  ///< axial divergence S/L, D/L
   float alfins = 0.f, betins = 0.f;  ///< T.O.F.: rise and decay [1/us]
   float shiftins = 0.f;              ///< T.O.F.: shift of the position [us]
+  bool operator==(const resolution_row&) const = default;
 };
 
 /// What the resolution file of a pattern said. Written by instrumental_resolution::read_irf only.
@@ -271,6 +438,7 @@ struct resolution_type {
   float beta0_i = 0.f, beta1_i = 0.f, betaq_i = 0.f;             ///< decay
   float alfa0t_i = 0.f, alfa1t_i = 0.f;                          ///< rise, thermal regime
   float beta0t_i = 0.f, beta1t_i = 0.f;                          ///< decay, thermal regime
+  bool operator==(const resolution_type&) const = default;
 };
 
 /// Intensity correction of a pattern from its .cor file. Written by intensity_correction::read_cor only.
@@ -279,6 +447,7 @@ struct correction_type {
   int ityfunc = 1;                ///< 1: polynomial
   std::vector<float> corrp;       ///< abscissae of the table, increasing (icorr 1)
   std::vector<float> corrv{1.f};  ///< values of the table, or coefficients of the polynomial, constant term first
+  bool operator==(const correction_type&) const = default;
 };
 
 struct pattern_type {
@@ -369,6 +538,12 @@ struct pattern_type {
   // what the writer of the control file needs and the run may change
   std::array<int, 11> output_flags{};  ///< iot ipl ipc lst1 lst2 lst3 pl_prf instr jlkh jfou ianaly, as read
   int n_bac = 0;                       ///< background coefficients that stand in the control file
+  std::array<int, 14> flags_read{};    ///< flags of the pattern as read, in the order of the long form
+
+  std::string fileprof;                            ///< file of a numerical profile, iot -1 and -2
+  int tof_words = 7;                               ///< words on the zero line of time of flight: 7, with dtt_1overd 9
+  float toftet = 0.f;                              ///< 2theta of the detector, time of flight and energy [deg]
+  float dtt1 = 0.f, dtt2 = 0.f, dtt_1overd = 0.f;  ///< constants of the diffractometer, units as glb
 
   resolution_type resolution;  ///< instrument by its resolution file, alive with ireso not 0
   correction_type correction;  ///< intensity correction from a file, alive with icorr not 0
@@ -380,6 +555,7 @@ struct pattern_type {
     const int j = jobtyp < 0 ? -jobtyp : jobtyp;
     return j == job::calc_x ? job::xrays : j == job::calc_n ? job::neutrons : j;
   }
+  bool operator==(const pattern_type&) const = default;
 };
 
 struct phase_type {
@@ -399,8 +575,40 @@ struct phase_type {
   std::array<float, 6> cell_esd{};                ///< esds of a, b, c, alpha, beta, gamma of the last cycle
   bool suppress = false;                          ///< no selected pattern uses it
   float dlim = 0.f;                               ///< user limit of d [angstrom], alive above 0.001
+  // the COMMANDS block
+  bool commands = false;                                ///< it stood in the file
+  std::vector<std::string> cmd_text;                    ///< its lines without the first and the last
+  bool mag_only = false, nuc_only = false;              ///< only the magnetic, only the nuclear part is calculated
+  bool mag_only_named = false, nuc_only_named = false;  ///< asked for on the line of the name
+  bool merg_mag = false, eff_mom = false, save_mag_strf = false;
+  std::vector<std::string> content_element;  ///< content of the cell
+  std::vector<float> content_number;
+  std::array<int, 3> nn_grid{};  ///< grid of a density map
+  bool refer_cell_given = false;
+  std::array<float, 6> refer_cell{};  ///< reference cell
+  int layert = 0, lay_subcell = 0;    ///< layered structure: stacking along a, b, c is 1, 2, 3; order of the supercell
+  std::vector<domain_type> magdom;    ///< magnetic domains
+  std::vector<std::array<float, 9>> twin;  ///< twin laws: rows of the matrix of the indices
+  // symmetry and vectors
+  hand_symmetry_type by_hand;
+  char nlatti = ' ';                ///< lattice letter of a symmetry by hand
+  std::vector<vector_type> vector;  ///< propagation vectors; with negative nvk the second half are the opposites
+  bool vectors_behind = false;      ///< they stand behind the profile blocks
+  bool mag_phase = false;           ///< some atom carries a moment
+  // distances, angles, restraints
+  float dis_max = 2.5f, ang_max = 0.f;  ///< limits of the calculation of distances and angles [angstrom, deg]
+  bool bvs = false;                     ///< bond-valence sums are wanted
+  int n_cations = 0, n_anions = 0;
+  float tolerance = 0.f;                                     ///< of a bond-valence radius [%]
+  std::vector<std::string> bvs_names;                        ///< cations, then anions
+  std::array<float, 9> rot_cell{1, 0, 0, 0, 1, 0, 0, 0, 1};  ///< cell in which distances are calculated, rows
+  std::array<float, 3> t_cell{};                             ///< and its origin
+  std::vector<distance_restraint> distances;
+  std::vector<angle_restraint> angles;
+  std::vector<moment_restraint> moments;
   /// Profile matching in any form: the intensities are not calculated from atoms.
   [[nodiscard]] bool profile_matching() const { return jbt == 2 || jbt == -2 || jbt == 3 || jbt == -3; }
+  bool operator==(const phase_type&) const = default;
 };
 
 /// What a phase holds in a pattern.
@@ -420,6 +628,14 @@ struct mix_type {
   std::array<float, MPAR + 1> apar_read{};  ///< code words as they stood in the control file
   int num_refl = 0;                         ///< reflections in the list of the pattern, both wavelengths
   float r_bragg = 0.f, r_f = 0.f;           ///< agreement of integrated intensities of the last cycle [%]
+  int num_scale = 1;                        ///< single crystal: scale factors
+  int iextinc = 0;                          ///< single crystal: extinction model
+  int naxes = 0, norstp = 0;                ///< preferred orientation of several axes: axes, steps of the integration
+  std::vector<std::array<float, 3>> axes;   ///< their directions
+  std::vector<reflection_condition> size_cond, shift_cond;  ///< lists of the size and shift models
+  std::array<float, 3> psz{};                               ///< direction of platelet or needle
+  std::vector<std::array<int, 4>> special;                  ///< special reflections: h, k, l, vector
+  bool operator==(const mix_type&) const = default;
 };
 
 /// A parameter with limits.
@@ -428,6 +644,26 @@ struct parameter_limit {
   float vlim1 = 0.f, vlim2 = 0.f, step = 0.f;
   int condition = 0;
   std::string name;
+  bool operator==(const parameter_limit&) const = default;
+};
+
+/// A linear relation between parameters, sum of coefficient times parameter = value.
+struct linear_restraint {
+  float val_lin = 0.f, sval_lin = 0.f;
+  int n = 0;             ///< terms as written; negative: listed only
+  bool noapply = false;  ///< listed only: n is negative or the sigma is not above 0
+  std::vector<float> coef;
+  std::vector<int> para;  ///< parameter numbers
+  bool operator==(const linear_restraint&) const = default;
+};
+
+/// What Monte Carlo search and simulated annealing are asked for.
+struct search_type {
+  int nconfg = 0, nsolu = 1, nselr = 0, nscalef = 0;
+  float t_ini = 10.f, anneal = 0.9f, acceptc = 0.f;
+  int num_temps = 60, nalgor = 0, initconfig = 0, num_therm = 0, weight_sim = 0;
+  std::array<int, 2> seed_sa{};  ///< 0 0: from the clock
+  bool operator==(const search_type&) const = default;
 };
 
 struct run_type {
@@ -459,6 +695,10 @@ struct run_type {
   std::array<int, 6> output_flags{};  ///< mat nxt nlinc jcil jsy ishor, as read
   int maxs_read = 0;                  ///< number of refined parameters, as read
   bool automatic_read = false;        ///< flag Aut, as read
+  std::array<int, 5> flags_read{};    ///< nphase idum iasg nrell icryg, as read
+  std::vector<linear_restraint> linear;
+  search_type search;
+  bool operator==(const run_type&) const = default;
 };
 
 /// Bookkeeping of the refined parameters, 1-based: element 0 unused, maxs + 1 long.
@@ -497,8 +737,8 @@ struct state_type {
   [[nodiscard]] const mix_type& mix(int ph, int ip) const {
     return mixes[static_cast<std::size_t>(ph * run.n_patt + ip)];
   }
-  /// Walks every refinable slot in the fixed order: glb of each pattern; then of each phase par of each pattern and its
-  /// atoms. The callback takes one slot_ref.
+  /// Walks every refinable slot in the fixed order: glb of each pattern; then of each phase par of each pattern, its
+  /// propagation vectors, its magnetic domains and its atoms. The callback takes one slot_ref.
   template <class F>
   void for_each_slot(F&& f);
 };
@@ -520,7 +760,11 @@ void state_type::for_each_slot(F&& f) {
       mix_type& m = mix(ph, ip);
       block(slot_family::phase, ph, ip, m.par, m.lpar, m.apar, m.apar_read);
     }
-    const phase_type& p = phase[static_cast<std::size_t>(ph)];
+    phase_type& p = phase[static_cast<std::size_t>(ph)];
+    int number = 0;
+    for (vector_type& v : p.vector) block(slot_family::vector, ph, number++, v.pvk, v.lvk, v.avk, v.avk_read);
+    number = 0;
+    for (domain_type& d : p.magdom) block(slot_family::domain, ph, number++, d.value, d.number, d.code, d.code_read);
     for (int ia = p.first_atom; ia < p.first_atom + p.natom; ++ia) {
       atom_type& t = atom[static_cast<std::size_t>(ia)];
       block(slot_family::atom, ia, 0, t.xl, t.lp, t.a, t.a_read);

@@ -11,6 +11,12 @@
 
 namespace control_files {
 
+extern const std::string yttria;       ///< time of flight, absorption
+extern const std::string boride;       ///< a nuclear and a magnetic phase: operators by hand, a propagation vector
+extern const std::string crystal;      ///< single crystal
+extern const std::string annealing;    ///< simulated annealing
+extern const std::string anisotropic;  ///< two phases: harmonics of the size, quartic strain; names lab.irf
+extern const std::string laboratory_irf;
 extern const std::string lab6;      ///< short form: betas, excluded region; a linear restraint at its end
 extern const std::string corundum;  ///< long form, X-rays and neutrons; a distance restraint
 extern const std::string ceria;     ///< short form, profile matching, 12-term background
@@ -36,6 +42,7 @@ struct run_directory {
   run_directory& operator=(const run_directory&) = delete;
 
   void put(const std::string& name, std::string_view text) const;
+  void put_named_files() const;  ///< the data and resolution files that the control files name
   [[nodiscard]] std::string get(const std::string& name) const;
   /// Reads the text as code.pcr into a state of its own.
   kalvaris_params::state_type& read(std::string_view text);

@@ -21,7 +21,7 @@ float& value_of(kp::state_type& st, const probe& p) {
       return st.pattern[0].glb[k];
     case kp::slot_family::phase:
       return st.mixes[0].par[k];
-    case kp::slot_family::atom:
+    default:
       break;
   }
   return st.atom[static_cast<std::size_t>(p.owner)].xl[k];
@@ -34,7 +34,7 @@ float& code_of(kp::state_type& st, const probe& p) {
       return st.pattern[0].aglb[k];
     case kp::slot_family::phase:
       return st.mixes[0].apar[k];
-    case kp::slot_family::atom:
+    default:
       break;
   }
   return st.atom[static_cast<std::size_t>(p.owner)].a[k];

@@ -1,0 +1,108 @@
+#include <algorithm>
+
+#include "pcr_sections.hpp"
+
+namespace read_pcr_mod {
+
+using kalvaris_params::phase_type;
+using pcr_lines::place;
+
+namespace {
+
+bool is_atom(const reading& r, const place& at, const std::string& label) {
+  const phase_type& phase = r.st.phase[at.phase - 1];
+  for (int ia = phase.first_atom; ia < phase.first_atom + phase.natom; ++ia) {
+    if (r.st.atom[ia].atext == label) return true;
+  }
+  return false;
+}
+
+bool check_atoms(reading& r, const place& at, std::span<const std::string> labels) {
+  for (const std::string& label : labels) {
+    if (!is_atom(r, at, label)) return r.in.refuse(at, "atom not found: " + label);
+  }
+  return true;
+}
+
+/// 0 means the identity, which is the first operator.
+bool take_operator(reading& r, const place& at, int number, int& to) {
+  to = number == 0 ? 1 : number;
+  const int order = number_of_operators(r.st.phase[at.phase - 1]);
+  return (to >= 1 && to <= order) || r.in.refuse(at, "operator number too large");
+}
+
+bool read_distance(reading& r, const place& at, kalvaris_params::distance_restraint& d) {
+  if (!r.in.values(at, "66ifffff")) return false;
+  d.catod = {r.in.word(0), r.in.word(1)};
+  d.transl = {r.in.f(3), r.in.f(4), r.in.f(5)};
+  d.dio = r.in.f(6), d.sdio = r.in.f(7);
+  return check_atoms(r, at, d.catod) && take_operator(r, at, r.in.i(2), d.isymc);
+}
+
+bool read_angle(reading& r, const place& at, kalvaris_params::angle_restraint& a) {
+  if (!r.in.values(at, "666iiffffffff")) return false;
+  a.catoa = {r.in.word(0), r.in.word(1), r.in.word(2)};
+  for (int k = 0; k < 6; ++k) a.transla[k] = r.in.f(5 + k);
+  a.angl = r.in.f(11), a.scang = r.in.f(12);
+  if (!check_atoms(r, at, a.catoa)) return false;
+  return take_operator(r, at, r.in.i(3), a.isymca[0]) && take_operator(r, at, r.in.i(4), a.isymca[1]);
+}
+
+bool read_moment(reading& r, const place& at, kalvaris_params::moment_restraint& m) {
+  if (!r.in.values(at, "6ff")) return false;
+  m.cmatom = r.in.word(0);
+  m.moment = r.in.f(1), m.sigma = r.in.f(2);
+  return check_atoms(r, at, std::span(&m.cmatom, 1));
+}
+
+bool read_bond_valence(reading& r, int ph) {
+  phase_type& phase = r.st.phase[ph];
+  const place at{"line of the bond-valence sums", ph + 1};
+  if (!r.in.values(at, "iif")) return false;
+  phase.n_cations = r.in.i(0), phase.n_anions = r.in.i(1), phase.tolerance = r.in.f(2);
+  using kalvaris_params::N_SPE;
+  if (!r.in.in_range(at, "number of cations", phase.n_cations, 0, N_SPE)) return false;
+  if (!r.in.in_range(at, "number of anions", phase.n_anions, 0, N_SPE)) return false;
+  const auto text = r.in.text({"names of cations and anions", ph + 1});
+  if (!text) return false;
+  const std::string line = pcr_lines::without_comment(*text);
+  const auto words = lmix_string_utilities::getword(line);
+  const auto n = static_cast<std::size_t>(phase.n_cations + phase.n_anions);
+  if (words.dire.size() < n) return r.in.refuse({"names of cations and anions", ph + 1}, "a name is missing");
+  phase.bvs_names.assign(words.dire.begin(), words.dire.begin() + static_cast<std::ptrdiff_t>(n));
+  return true;
+}
+
+template <class restraint>
+bool read_list(reading& r, const place& at, int n, std::vector<restraint>& to,
+               bool (*read)(reading&, const place&, restraint&)) {
+  to.resize(static_cast<std::size_t>(n));
+  return std::ranges::all_of(to, [&](restraint& one) { return read(r, at, one); });
+}
+
+}  // namespace
+
+bool read_distance_limits(reading& r, int ph) {
+  phase_type& phase = r.st.phase[ph];
+  if (phase.ndic == 0 && phase.nangc == 0) return true;
+  const place at{"limits of distances and angles", ph + 1};
+  const auto text = r.in.text(at);
+  if (!text) return false;
+  const std::string line = pcr_lines::without_comment(*text);
+  std::string_view rest = line;
+  if (!r.in.values_of(at, line, "ff")) return false;
+  phase.dis_max = r.in.f(0), phase.ang_max = r.in.f(1);
+  lmix_string_utilities::cutst(rest);
+  lmix_string_utilities::cutst(rest);
+  phase.bvs = lmix_string_utilities::u_case(lmix_string_utilities::cutst(rest)) == "BVS";
+  return !phase.bvs || read_bond_valence(r, ph);
+}
+
+bool read_restraints(reading& r, int ph) {
+  phase_type& phase = r.st.phase[ph];
+  return read_list(r, {"distance restraint", ph + 1}, phase.ndic, phase.distances, read_distance) &&
+         read_list(r, {"angle restraint", ph + 1}, phase.nangc, phase.angles, read_angle) &&
+         read_list(r, {"moment restraint", ph + 1}, phase.nmagc, phase.moments, read_moment);
+}
+
+}  // namespace read_pcr_mod
