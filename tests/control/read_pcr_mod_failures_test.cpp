@@ -3,6 +3,7 @@
 
 #include <cctype>
 #include <functional>
+#include <iterator>
 
 #include "control_files.hpp"
 
@@ -162,9 +163,11 @@ TEST(ReadPcrFailure, LineNumbersCountCommentsAndBlankLines) {
 /// wrongly but never breaks the program.
 TEST(ReadPcrFailure, EveryCutHasItsMessage) {
   run_directory run;
-  run.put("al2o3_x.dat", "");
-  run.put("al2o3_n.dat", "");
-  for (const std::string& text : {free_lab6, control_files::corundum_free(), ceria, control_files::zincite}) {
+  run.put_named_files();
+  for (const std::string& text :
+       {free_lab6, control_files::corundum_free(), ceria, control_files::zincite, control_files::lab6,
+        control_files::corundum, control_files::yttria, control_files::boride, control_files::crystal,
+        control_files::annealing, control_files::anisotropic}) {
     const std::vector<std::string> lines = control_files::lines_of(text);
     int last_needed = 0;
     for (std::size_t n = 1; n <= lines.size(); ++n) {
@@ -178,6 +181,44 @@ TEST(ReadPcrFailure, EveryCutHasItsMessage) {
     }
     EXPECT_GE(last_needed, static_cast<int>(lines.size()) - 3);
   }
+}
+
+/// The line with one of its words replaced.
+std::string with_word(const std::string& line, std::size_t k, std::string_view word) {
+  std::istringstream in(line);
+  std::string changed, w;
+  for (std::size_t j = 0; in >> w; ++j) changed += ' ' + (j == k ? std::string(word) : w);
+  return changed;
+}
+
+/// Whatever a word is replaced by: a refusal has a message, and what is accepted is written and read again.
+TEST(ReadPcrFailure, NoWordBreaksTheReaderOfTheFurtherLines) {
+  run_directory run;
+  run.put_named_files();
+  int refused = 0, accepted = 0;
+  for (const std::string& text :
+       {control_files::lab6, control_files::corundum, control_files::yttria, control_files::boride,
+        control_files::crystal, control_files::annealing, control_files::anisotropic}) {
+    const std::vector<std::string> lines = control_files::lines_of(text);
+    for (std::size_t n = 1; n < lines.size(); ++n) {
+      if (lines[n].empty() || lines[n][0] == '!') continue;
+      std::istringstream in(lines[n]);
+      const auto words = std::distance(std::istream_iterator<std::string>(in), {});
+      for (std::size_t k = 0; k < static_cast<std::size_t>(words); ++k) {
+        for (const char* wrong : {"x1", "-7", "2147483647", "nan", ""}) {
+          const std::string line = with_word(lines[n], k, wrong);
+          const auto& st = run.read(with_line(text, static_cast<int>(n + 1), line));
+          EXPECT_EQ(st.fmt.ierr_fmt != 0, st.fmt.mess_findfmt.nlines > 0) << line;
+          ++(st.fmt.ierr_fmt != 0 ? refused : accepted);
+          if (st.fmt.ierr_fmt != 0) continue;
+          const std::string written = read_pcr_mod::write_pcr(st, "");
+          EXPECT_EQ(run.read(written).fmt.ierr_fmt, 0) << line << '\n' << run.message() << written;
+        }
+      }
+    }
+  }
+  EXPECT_GT(refused, 2000);
+  EXPECT_GT(accepted, 1000);
 }
 
 /// Each word of each line replaced by what does not belong there: a refusal names that line, or a later one where the
