@@ -82,13 +82,14 @@ struct group_labels {
   std::vector<std::string> symopsymb;  ///< x,y,z texts of the operators
   wyckoff_type wyckoff;                ///< empty for a setting without tabulated positions
   std::array<std::array<float, 2>, 3> r_asym_unit{{{0.f, 1.f}, {0.f, 1.f}, {0.f, 1.f}}};  ///< lower and upper bounds
-  bool operator==(const space_group_type&) const = default;
+  bool operator==(const group_labels&) const = default;
 };
 
 /// A space group in one setting. Order of symop: the reduced set; then, for a centric group, the same `numops`
 /// operators followed by the inversion; then this whole list again for each further centring vector.
 struct space_group_type : group_labels {
   std::vector<sym_oper_type> symop;  ///< all `multip`
+  bool operator==(const space_group_type&) const = default;
 };
 
 /// An operator on axes of which its matrix is not whole.
