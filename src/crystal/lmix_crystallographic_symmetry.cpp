@@ -38,13 +38,8 @@ bool same_lattice(std::span<const vector3> a, std::span<const vector3> b) {
 
 // The letter of a set of centring vectors, whose vectors then take the conventional order; Z for any other set.
 void set_lattice(space_group_type& spg, std::vector<vector3> centring) {
-  spg.spg_lat = 'Z';
-  for (const char letter : std::string_view("PABCIRF"))
-    if (same_lattice(centring, latsym(letter))) {
-      spg.spg_lat = letter;
-      centring = latsym(letter);
-      break;
-    }
+  spg.spg_lat = get_lattice_type(centring);
+  if (spg.spg_lat != 'Z') centring = latsym(spg.spg_lat);
   spg.latt_trans = std::move(centring);
   spg.numlat = static_cast<int>(spg.latt_trans.size());
 }
@@ -562,6 +557,17 @@ laue_pg get_laue_pg(std::span<const sym_oper_type> symop) {
     return {row.laue, lmix_symmetry_tables::get_pointgroup_num(oriented(symop, pg))};
   }
   return {};
+}
+
+std::string_view get_crystal_system(std::span<const sym_oper_type> symop) {
+  const int system = lmix_symmetry_tables::crystal_system_of_laue(get_laue_pg(symop).laue);
+  return system < 0 ? std::string_view{} : lmix_symmetry_tables::sys_cry[static_cast<std::size_t>(system)];
+}
+
+char get_lattice_type(std::span<const vector3> latt_trans) {
+  for (const char letter : std::string_view("PABCIRF"))
+    if (same_lattice(latt_trans, latsym(letter))) return letter;
+  return 'Z';
 }
 
 }  // namespace lmix_crystallographic_symmetry

@@ -127,6 +127,8 @@ err_symm_type get_so_from_hms(std::string_view symbol, space_group_type& spg);
 
 /// Listing of the record; with `full` also of its operators, at most 192 of them.
 std::string write_spacegroup(const space_group_type& spg, bool full);
+/// Listing of the Wyckoff positions with their orbits.
+std::string write_wyckoff(const space_group_type& spg);
 
 /// The stored form: numspg, spg_symb, hall, crystalsys, laue, pg, info, sg_setting, hexa, spg_lat, spg_latsy, numlat,
 /// latt_trans, bravais, centre, centred, centre_coord, numops, multip, num_gen; per operator rot with tr, and its text;
@@ -145,6 +147,10 @@ struct laue_pg {
   int laue = 0, pg = 0;
 };
 laue_pg get_laue_pg(std::span<const sym_oper_type> symop);
+
+/// Crystal system and lattice letter (Z: none of P A B C I R F) found from operators and centring vectors.
+std::string_view get_crystal_system(std::span<const sym_oper_type> symop);
+char get_lattice_type(std::span<const vector3> latt_trans);
 
 // ---- operators -----------------------------------------------------------------------------------------------------
 

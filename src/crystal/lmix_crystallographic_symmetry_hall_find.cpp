@@ -116,23 +116,14 @@ const exact_op* with_rotation(const named_group& g, const matrix3i& rot) {
   return found == g.op.end() ? nullptr : &*found;
 }
 
-char letter_of(std::span<const vector3> centring) {
-  for (const char letter : std::string_view("PABCIRF")) {
-    const std::vector<vector3> listed = latsym(letter);
-    if (listed.size() == centring.size() &&
-        std::ranges::all_of(centring, [&](const vector3& v) { return lattice_trans(v, listed); }))
-      return letter;
-  }
-  return 0;
-}
-
 named_group take(std::span<const exact_op> element) {
   named_group g;
   for (const exact_op& e : element) {
     if (e.rot == identity) g.centring.push_back(rounded(e).tr);
     if (!with_rotation(g, e.rot)) g.op.push_back(e);
   }
-  g.lattice = letter_of(g.centring);
+  const char letter = get_lattice_type(g.centring);
+  g.lattice = letter == 'Z' ? '\0' : letter;
   return g;
 }
 

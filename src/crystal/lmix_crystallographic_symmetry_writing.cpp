@@ -1,3 +1,4 @@
+#include <algorithm>
 #include <array>
 #include <cstdio>
 
@@ -79,6 +80,24 @@ std::string write_spacegroup(const space_group_type& spg, bool full) {
   for (std::size_t i = 1; i < spg.latt_trans.size(); ++i)
     out += line(i == 1 ? "Centring vectors:" : "", triple(spg.latt_trans[i]));
   return full ? out + operators(spg) : out;
+}
+
+std::string write_wyckoff(const space_group_type& spg) {
+  std::string out = "\n => Wyckoff positions (of one lattice point): \n\n";
+  for (const wyck_pos_type& w : spg.wyckoff.orbit) {
+    std::array<char, 32> head;
+    std::snprintf(head.data(), head.size(), "  %4d %c  %-8s", w.multp, w.letter, w.site.c_str());
+    out += head.data();
+    constexpr std::size_t per_line = 4, column = 26;
+    for (std::size_t i = 0; i < w.str_orbit.size(); ++i) {
+      if (i > 0 && i % per_line == 0) out += "\n" + std::string(17, ' ');
+      std::string cell = "(" + w.str_orbit[i] + ")";
+      if (i % per_line != per_line - 1 && i + 1 < w.str_orbit.size()) cell.resize(std::max(cell.size(), column), ' ');
+      out += cell;
+    }
+    out += "\n";
+  }
+  return out;
 }
 
 }  // namespace lmix_crystallographic_symmetry

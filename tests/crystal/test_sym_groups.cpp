@@ -240,4 +240,14 @@ TEST(SpaceGroupRecord, ListingNamesTheGroupAndItsOperators) {
   EXPECT_EQ(write_spacegroup(group_of("P n m a"), false).find("SYMM("), std::string::npos);
 }
 
+TEST(SpaceGroupRecord, WyckoffListingHoldsEveryPosition) {
+  const std::string text = write_wyckoff(group_of("P n m a"));
+  for (const char* part :
+       {"     8 d  1       (x,y,z)", "(-x+1/2,-y,z+1/2)", "     4 c  .m.     (x,1/4,z)", "     4 a  -1      (0,0,0)"})
+    EXPECT_NE(text.find(part), std::string::npos) << part << text;
+  EXPECT_EQ(get_crystal_system(group_of("R -3 c").symop), "Trigonal");
+  EXPECT_EQ(get_lattice_type(group_of("I 41/a").latt_trans), 'I');
+  EXPECT_EQ(get_lattice_type(std::vector<vector3>{{}, {0.25f, 0, 0}}), 'Z');
+}
+
 }  // namespace

@@ -6,8 +6,10 @@
 #include <limits>
 #include <map>
 #include <numbers>
+#include <set>
 
 #include "lmix_reflections_utilities.hpp"
+#include "lmix_symmetry_tables.hpp"
 
 namespace {
 using namespace lmix_reflections_utilities;
@@ -100,6 +102,55 @@ TEST(HklGen, ListIsWhatTheSphereHoldsWithoutTheForbiddenPoints) {
       EXPECT_TRUE(std::ranges::is_sorted(list, {}, &reflection_type::s));
       EXPECT_GT(list.size(), 5u);
     }
+  }
+}
+
+// Every setting, against a walk over all points of a sphere: absences by the structure factor of general positions,
+// orbits by the rotations of all operators.
+TEST(HklGen, AllSettingsAgreeWithBruteForce) {
+  const float smax = 0.4f;
+  const int half = 9;
+  for (const auto& row : lmix_symmetry_tables::spgr_info()) {
+    SCOPED_TRACE(row.hall);
+    space_group_type spg;
+    ASSERT_FALSE(set_spacegroup(row.hall, spg, {}, "HAL"));
+    const metric_tensor gr = metric_of(spg);
+    std::map<hkl_type, int> listed;
+    for (const auto& r : hkl_gen(gr, spg, true, 0.f, smax)) {
+      EXPECT_TRUE(listed.emplace(r.h, r.mult).second);
+    }
+    int orbits_met = 0;
+    std::set<hkl_type> seen;
+    for (int h = -half; h <= half; ++h)
+      for (int k = -half; k <= half; ++k)
+        for (int l = -half; l <= half; ++l) {
+          const hkl_type index{h, k, l};
+          if (index == hkl_type{} || hkl_s(index, gr) > smax || seen.count(index)) continue;
+          ASSERT_LT(std::max({std::abs(h), std::abs(k), std::abs(l)}), half) << "box too small";
+          std::set<hkl_type> orbit;
+          for (const auto& op : spg.symop) {
+            hkl_type image{};
+            for (std::size_t j = 0; j < 3; ++j)
+              for (std::size_t i = 0; i < 3; ++i) image[j] += index[i] * op.rot[i][j];
+            orbit.insert(image);
+            orbit.insert({-image[0], -image[1], -image[2]});
+          }
+          seen.insert(orbit.begin(), orbit.end());
+          int members = 0, mult = 0;
+          for (const hkl_type& member : orbit)
+            if (const auto found = listed.find(member); found != listed.end()) {
+              ++members;
+              mult = found->second;
+            }
+          const bool allowed = !forbidden_by_structure_factor(index, spg);
+          EXPECT_EQ(members, allowed ? 1 : 0) << h << ' ' << k << ' ' << l;
+          EXPECT_EQ(hkl_absent(index, spg), !allowed);
+          if (members == 1) {
+            EXPECT_EQ(mult, static_cast<int>(orbit.size())) << h << ' ' << k << ' ' << l;
+          }
+          orbits_met += allowed;
+        }
+    EXPECT_EQ(static_cast<int>(listed.size()), orbits_met);
   }
 }
 

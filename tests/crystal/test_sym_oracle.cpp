@@ -1,0 +1,113 @@
+#include <gtest/gtest.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <array>
+#include <cstdio>
+#include <cstdlib>
+#include <fstream>
+
+#include "lmix_crystallographic_symmetry.hpp"
+#include "lmix_symmetry_tables.hpp"
+
+// Comparison with two independent libraries, Debian's packages python3-gemmi and python3-spglib.
+namespace {
+using namespace lmix_crystallographic_symmetry;
+namespace tables = lmix_symmetry_tables;
+
+struct verdict {
+  int status = 0;
+  std::string text;
+};
+verdict ask(const std::string& file) {
+  const std::string command =
+      "/usr/bin/python3 '" KV_SOURCE_DIR "/tests/crystal/oracle_symmetry.py' '" + file + "' 2>&1";
+  verdict out;
+  std::FILE* pipe = popen(command.c_str(), "r");
+  if (!pipe) return {77, {}};
+  std::array<char, 512> buffer;
+  while (std::fgets(buffer.data(), static_cast<int>(buffer.size()), pipe)) out.text += buffer.data();
+  const int status = pclose(pipe);
+  out.status = WIFEXITED(status) ? WEXITSTATUS(status) : 1;
+  return out;
+}
+
+std::string operators(const space_group_type& spg) {
+  std::string out;
+  for (const std::string& op : spg.symopsymb) out += (out.empty() ? "" : " ") + op;
+  return out;
+}
+
+void compare(const std::string& name, const std::string& lines, int n) {
+  const std::string file = testing::TempDir() + "kv_oracle_" + name + "_" + std::to_string(getpid());
+  std::ofstream(file) << lines;
+  const verdict found = ask(file);
+  std::remove(file.c_str());
+  if (found.status == 77 || found.status == 127)
+    GTEST_SKIP() << "not compared: python3-gemmi or python3-spglib is not installed (scripts/test installs them)";
+  EXPECT_EQ(found.status, 0) << found.text;
+  EXPECT_EQ(found.text, std::to_string(n) + " compared\n");
+}
+
+TEST(SymmetryOracle, AllTabulatedSettings) {
+  std::string lines;
+  int row = 0;
+  for (const auto& s : tables::spgr_info()) {
+    space_group_type spg;
+    ASSERT_FALSE(set_spacegroup(s.hall, spg, {}, "HAL")) << s.hall;
+    const bool centric = spg.centred != centring_code::acentric;
+    lines += "table\t" + std::to_string(++row) + '\t' + std::to_string(spg.numspg) + '\t' + spg.spg_symb + '\t' +
+             spg.hall + '\t' + spg.spg_lat + '\t' + (centric ? '1' : '0') + '\t' + spg.laue + '\t' + spg.pg + '\t' +
+             operators(spg) + '\n';
+  }
+  compare("table", lines, row);
+}
+
+// The type of group that the letters of a symbol mean, for all symbols of the table and for symbols of other cells.
+TEST(SymmetryOracle, SymbolsReadByTheirLetters) {
+  struct row {
+    std::string symbol;
+    int number;
+  };
+  // Some letters are not the usual ones of their group: C 1 21/c 1 is C 1 2/c 1 with another element named.
+  std::vector<row> rows{{"C 1 21/c 1", 15}, {"B 1 21/d 1", 14}, {"A 2 2 21", 21},    {"B 2 2 21", 21},
+                        {"C -4 m 2", 111},  {"C -4 c 2", 112},  {"F 4/m m m", 139},  {"F 41/d d m", 141},
+                        {"F -4 m 2", 121},  {"F -4 d 2", 122},  {"H 3 2 1", 149},    {"H -3 m 1", 162},
+                        {"H 3 m 1", 157},   {"P b -3", 205},    {"C 42/m c m", 131}, {"F 4 2 2", 97},
+                        {"I 1 21/n 1", 12}, {"C 4/a", 85},      {"F 4/m", 87},       {"F 41/d", 88},
+                        {"P 1 1 21/b", 14}};
+  for (const auto& s : tables::spgr_info()) {
+    const bool nickname = s.hm.find("(a)") != std::string_view::npos || s.hm.ends_with("a)") || s.hm.ends_with("2a") ||
+                          s.hm.ends_with("3a");
+    if (!nickname) rows.push_back({std::string(s.hm) + (s.ext.empty() ? "" : ":" + std::string(s.ext)), s.number});
+  }
+  std::string lines;
+  for (const row& t : rows) {
+    space_group_type spg;
+    const err_symm_type err = get_so_from_hms(t.symbol, spg);
+    ASSERT_FALSE(err) << err.err_symm_mess;
+    lines += "symbol\t" + std::to_string(t.number) + '\t' + t.symbol + '\t' + operators(spg) + '\n';
+  }
+  compare("symbol", lines, static_cast<int>(rows.size()));
+}
+
+TEST(SymmetryOracle, HallSymbolsWithAChangeOfAxes) {
+  std::string lines;
+  const std::vector<std::string> halls{"-P 2yc (z,x,y)",
+                                       "P 31 2 (x,y,z+1/3)",
+                                       "-C 2yc (x,y,x+z)",
+                                       "P 2 (x/2,y,z)",
+                                       "P 2 (x+1/8,y,z)",
+                                       "-P 2ac 2n (y,z,x)",
+                                       "F 4d 2 3 -1d (x-1/8,y-1/8,z-1/8)",
+                                       "-I 4bd 2 (1 2 3)",
+                                       "P 3* -2n (x,y,z)"};
+  for (const std::string& hall : halls) {
+    space_group_type spg;
+    ASSERT_FALSE(set_spacegroup(hall, spg, {}, "HAL")) << hall;
+    lines += "hall\t" + hall + '\t' + operators(spg) + '\n';
+  }
+  compare("hall", lines, static_cast<int>(halls.size()));
+}
+
+}  // namespace
