@@ -27,11 +27,6 @@ pcr_commands::commands commands_of(const pattern_type& p) { return {p.vary_comma
 /// Applies the words of the VARY and FIX lines to one parameter of the pattern.
 void command(pattern_type& p, std::string_view word, int k) { commands_of(p).apply(word, p.aglb[k]); }
 
-void take_commands(reading& r, pattern_type& p) {
-  if (pcr_lines::begins_with(r.in.peek(), "VARY")) p.vary_command = r.in.take();
-  if (pcr_lines::begins_with(r.in.peek(), "FIX")) p.fix_command = r.in.take();
-}
-
 /// lambda1, lambda2, ratio, bkpos, wdt, cthm, tmv(1), rlim, rkk, tmv(2). The signs of the ratio and of tmv(1) are
 /// flags.
 bool take_radiation(reading& r, const place& at, pattern_type& p) {
@@ -396,18 +391,24 @@ void store_pairs(const reading& r, const slot_arrays& to, std::span<const int> s
   }
 }
 
+void read_commands(reading& r, pattern_type& p) {
+  if (pcr_lines::begins_with(r.in.peek(), "VARY")) p.vary_command = r.in.take();
+  if (pcr_lines::begins_with(r.in.peek(), "FIX")) p.fix_command = r.in.take();
+}
+
 bool read_radiation(reading& r) {
   for (int ip = 0; ip < r.st.run.n_patt; ++ip) {
     const place at{"radiation line", 0, ip + 1};
     pattern_type& p = r.st.pattern[ip];
+    if (pcr_layout::has_lists(p) && !read_lists(r, ip)) return false;
     if (p.cry_pat) continue;
     if (pcr_layout::has_diffractometer(p)) {
       if (!read_short_radiation(r, at, p)) return false;
-      take_commands(r, p);
+      read_commands(r, p);
       continue;
     }
     if (!r.in.values(at, "ffffffffff") || !take_radiation(r, at, p)) return false;
-    take_commands(r, p);
+    read_commands(r, p);
     p.glb[gslot::ratio2] = p.ratio[1];
     // A ratio to nothing has no derivative, so that with one wavelength the word must not ask for a parameter.
     if (!p.single_wave) command(p, "ratio", gslot::ratio2);
