@@ -1,5 +1,6 @@
 // pcr_numbers: the fields of a line of the control file as the writer sets them.
-// It owns the line under construction. No field touches the one before it; no value loses a bit, no coordinate more than 5E-7.
+// It owns the line under construction. No field touches the one before it; no value loses a bit, no coordinate more
+// than 5E-7.
 #pragma once
 #include <string>
 #include <string_view>

@@ -17,10 +17,11 @@ struct reading {
   bool multi_pattern_of_driver = false;  ///< io.multi_pattern before the file was looked at
 };
 
-/// Values, codes and codes as read of one record.
-struct slot_arrays {
-  std::span<float> value, code, code_read;
-};
+using pcr_fields::slot_arrays;
+/// The slots of a record of the state, all numbers 0-based.
+[[nodiscard]] slot_arrays slots_of_pattern(reading& r, int ip);
+[[nodiscard]] slot_arrays slots_of_phase(reading& r, int ph, int ip);
+[[nodiscard]] slot_arrays slots_of_atom(reading& r, int ia);
 [[nodiscard]] slot_arrays arrays_of(kalvaris_params::pattern_type& pattern);
 [[nodiscard]] slot_arrays arrays_of(kalvaris_params::mix_type& mix);
 [[nodiscard]] slot_arrays arrays_of(kalvaris_params::atom_type& atom);
@@ -36,8 +37,8 @@ void store_pairs(const reading& r, const slot_arrays& to, std::span<const int> s
 [[nodiscard]] bool read_resolution_files(reading& r);  ///< forced flags, names of resolution files
 [[nodiscard]] bool check_limits(reading& r);           ///< counts that have a message of their own
 [[nodiscard]] bool read_output_flags(reading& r);
-void read_commands(reading& r, kalvaris_params::pattern_type& p);  ///< VARY and FIX lines, when they stand
-[[nodiscard]] bool read_radiation(reading& r);                     ///< radiation, VARY, FIX
+void read_commands(reading& r, int ip);         ///< VARY and FIX lines, when they stand
+[[nodiscard]] bool read_radiation(reading& r);  ///< radiation, VARY, FIX
 [[nodiscard]] bool read_cycles(reading& r);
 [[nodiscard]] bool read_points_and_regions(reading& r);  ///< background points, excluded regions
 [[nodiscard]] bool read_scattering(reading& r);

@@ -5,6 +5,7 @@
 //   tensors of the thermal motion, each with its codes, as many as its kind has
 #include <numeric>
 
+#include "pcr_forms_further.hpp"
 #include "pcr_numbers.hpp"
 #include "pcr_sections.hpp"
 #include "pcr_writer.hpp"
@@ -14,6 +15,7 @@ namespace read_pcr_mod {
 using kalvaris_params::atom_type;
 using kalvaris_params::phase_type;
 using kalvaris_params::rigid_body_type;
+using pcr_fields::part;
 using pcr_lines::place;
 using pcr_numbers::line;
 namespace aslot = kalvaris_params::aslot;
@@ -48,14 +50,13 @@ std::vector<int> slots_from(int first, int count) {
 
 constexpr std::array<int, 5> atom_slots{aslot::x, aslot::y, aslot::z, aslot::biso, aslot::occ};
 
-slot_arrays arrays_of_body(rigid_body_type& body) { return {body.value, body.code, body.code_read}; }
-
 bool read_header(reading& r, int ph, int atoms_left, rigid_body_type& body) {
-  const place at{"header of the rigid body (MOLE)", ph + 1};
+  const place at{pcr_forms::body.name, ph + 1};
   const auto text = r.in.text(at);
   if (!text) return false;
   const std::string header = pcr_lines::without_comment(*text);
   const auto words = lmix_string_utilities::getword(header).dire;
+  r.in.words(at, pcr_forms::body.fields, words);
   const bool read = words.size() >= 3 && lmix_fixed_format::parse_integer(words[1], body.natoms) &&
                     lmix_fixed_format::parse_integer(words[2], body.coordinates);
   if (!read) return r.in.refuse(at, "the number of atoms and the kind of their coordinates expected behind MOLE");
@@ -65,36 +66,37 @@ bool read_header(reading& r, int ph, int atoms_left, rigid_body_type& body) {
 }
 
 bool read_body_atom(reading& r, int ph) {
-  const place at{"atom of the rigid body", ph + 1};
-  if (!r.in.values(at, "64ffffffffi")) return false;
+  const int ia = static_cast<int>(r.st.atom.size());
   atom_type atom;
   atom.phase = ph;
+  const slot_arrays to{atom.xl, atom.a, atom.a_read, kalvaris_params::slot_family::atom, ia, 0};
+  const std::span slots(atom_slots);
+  if (!r.in.values({pcr_forms::body_atom.name, ph + 1},
+                   {pcr_forms::body_atom_fields, part::values(to, slots.first(3)), pcr_forms::connected_fields,
+                    part::values(to, slots.last(2)), pcr_forms::behind_body_atom_fields})) {
+    return false;
+  }
   atom.line_nb = r.in.lines_taken();
   atom.atext = r.in.word(0), atom.ntyp = r.in.word(1);
   atom.connected = {r.in.f(5), r.in.f(6), r.in.f(7)};
-  const slot_arrays arrays = arrays_of(atom);
-  store_values(r, arrays, std::span(atom_slots).first(3), 2);
-  store_values(r, arrays, std::span(atom_slots).last(2), 8);
   atom.sp_pointers = r.in.i(10);
   r.st.atom.push_back(std::move(atom));
   return true;
 }
 
-bool read_coded_slots(reading& r, const place& at, const place& at_codes, std::span<const int> slots,
-                      std::string_view behind, rigid_body_type& body) {
-  const std::string letters(slots.size(), 'f');
-  if (!r.in.values(at, letters + std::string(behind))) return false;
-  store_values(r, arrays_of_body(body), slots);
-  if (!behind.empty()) {
-    const int last = static_cast<int>(slots.size());
-    body.type_angles = r.in.i(last), body.type_thermal = r.in.i(last + 1);
-    if (!r.in.in_range(at, "kind of the thermal motion", body.type_thermal, 0, static_cast<int>(tensors.size()))) {
-      return false;
-    }
-  }
-  if (!r.in.values(at_codes, letters)) return false;
-  store_codes(r, arrays_of_body(body), slots);
-  return true;
+bool read_position(reading& r, int ph, const slot_arrays& to, rigid_body_type& body) {
+  const place at{pcr_forms::body_position.name, ph + 1};
+  const std::vector<int> slots = slots_from(bslot::xc, 6);
+  if (!r.in.values(at, {part::values(to, slots), pcr_forms::body_kind_fields})) return false;
+  body.type_angles = r.in.i(6), body.type_thermal = r.in.i(7);
+  return r.in.in_range(at, "kind of the thermal motion", body.type_thermal, 0, static_cast<int>(tensors.size())) &&
+         r.in.values({"codes of the position of the rigid body", ph + 1}, {part::codes(to, slots)});
+}
+
+bool read_tensor(reading& r, int ph, const slot_arrays& to, const tensor_line& tensor) {
+  const std::vector<int> slots = slots_from(tensor.first, tensor.count);
+  return r.in.values({tensor.name, ph + 1}, {part::values(to, slots)}) &&
+         r.in.values({"codes of the tensors of the rigid body", ph + 1}, {part::codes(to, slots)});
 }
 
 bool read_body(reading& r, int ph, int atoms_left) {
@@ -104,16 +106,15 @@ bool read_body(reading& r, int ph, int atoms_left) {
   for (int ia = 0; ia < body.natoms; ++ia) {
     if (!read_body_atom(r, ph)) return false;
   }
-  if (!read_coded_slots(r, {"position of the rigid body", ph + 1}, {"codes of the position of the rigid body", ph + 1},
-                        slots_from(bslot::xc, 6), "ii", body)) {
-    return false;
-  }
+  const slot_arrays to{body.value,
+                       body.code,
+                       body.code_read,
+                       kalvaris_params::slot_family::body,
+                       ph,
+                       static_cast<int>(r.st.phase[ph].bodies.size())};
+  if (!read_position(r, ph, to, body)) return false;
   for (int k = 0; k < body.type_thermal; ++k) {
-    const tensor_line& tensor = tensors[static_cast<std::size_t>(k)];
-    if (!read_coded_slots(r, {tensor.name, ph + 1}, {"codes of the tensors of the rigid body", ph + 1},
-                          slots_from(tensor.first, tensor.count), {}, body)) {
-      return false;
-    }
+    if (!read_tensor(r, ph, to, tensors[static_cast<std::size_t>(k)])) return false;
   }
   r.st.phase[ph].bodies.push_back(std::move(body));
   return true;

@@ -7,6 +7,7 @@
 #include <numeric>
 
 #include "pcr_commands.hpp"
+#include "pcr_forms_further.hpp"
 #include "pcr_numbers.hpp"
 #include "pcr_sections.hpp"
 #include "pcr_writer.hpp"
@@ -15,6 +16,7 @@ namespace read_pcr_mod {
 
 using kalvaris_params::intensity_lists_type;
 using kalvaris_params::pattern_type;
+using pcr_fields::part;
 using pcr_lines::place;
 using pcr_numbers::line;
 namespace gslot = kalvaris_params::gslot;
@@ -74,26 +76,24 @@ std::vector<int> slots_from(int first, int count) {
 constexpr int per_line = 6;
 
 bool read_coefficients(reading& r, int ip, const coefficients& row) {
-  pattern_type& p = r.st.pattern[ip];
+  const pattern_type& p = r.st.pattern[ip];
   const place at{row.name, 0, ip + 1}, at_codes{"codes of the coefficients of the absorption", 0, ip + 1};
   const int count = row.count(p.lists);
   for (int done = 0; done < count; done += per_line) {
     const std::vector<int> slots = slots_from(row.first + done, std::min(per_line, count - done));
-    const std::string letters(slots.size(), 'f');
-    if (!r.in.values(at, letters)) return false;
-    store_values(r, arrays_of(p), slots);
-    if (!row.coded) continue;
-    if (!r.in.values(at_codes, letters)) return false;
-    store_codes(r, arrays_of(p), slots);
+    const slot_arrays to = slots_of_pattern(r, ip);
+    if (!r.in.values(at, {part::values(to, slots)})) return false;
+    if (row.coded && !r.in.values(at_codes, {part::codes(to, slots)})) return false;
   }
   return true;
 }
 
 bool read_histogram(reading& r, int ip) {
-  const place at{"histogram of the incident spectrum (W_HISTOGRAM)", 0, ip + 1};
+  const place at{pcr_forms::histogram.name, 0, ip + 1};
   const auto text = r.in.text(at);
   if (!text) return false;
   const std::string words = pcr_lines::without_comment(*text);
+  r.in.words(at, pcr_forms::histogram.fields, lmix_string_utilities::getword(words).dire);
   std::string& name = r.st.pattern[ip].lists.histogram;
   if (pcr_lines::begins_with(words, histogram_word)) {
     name = lmix_string_utilities::trim(std::string_view(words).substr(histogram_word.size()));
@@ -109,9 +109,9 @@ bool check_counts(reading& r, const place& at, const intensity_lists_type& lists
 }
 
 bool read_laue_header(reading& r, int ip) {
-  const place at{"line of the Laue patterns", 0, ip + 1};
+  const place at{pcr_forms::laue_patterns.name, 0, ip + 1};
   intensity_lists_type& lists = r.st.pattern[ip].lists;
-  if (!r.in.values(at, "iiiifff")) return false;
+  if (!r.in.values(at, {pcr_forms::laue_fields})) return false;
   lists.sets = r.in.i(0), lists.inc_spect = r.in.i(1), lists.abs_model = r.in.i(2), lists.det_eff = r.in.i(3);
   lists.smin = r.in.f(4), lists.smax = r.in.f(5), lists.ds = r.in.f(6);
   if (!check_counts(r, at, lists)) return false;
@@ -120,11 +120,11 @@ bool read_laue_header(reading& r, int ip) {
 }
 
 bool read_multiphase_header(reading& r, int ip) {
-  const place at{"number of the single crystals", 0, ip + 1}, at_wavelength{"line of the wavelengths", 0, ip + 1};
+  const place at{pcr_forms::crystals.name, 0, ip + 1}, at_wavelength{pcr_forms::crystal_waves.name, 0, ip + 1};
   pattern_type& p = r.st.pattern[ip];
-  if (!r.in.values(at, "i")) return false;
+  if (!r.in.values(at, {pcr_forms::crystal_fields})) return false;
   p.lists.sets = r.in.i(0);
-  if (!check_counts(r, at, p.lists) || !r.in.values(at_wavelength, "fff")) return false;
+  if (!check_counts(r, at, p.lists) || !r.in.values(at_wavelength, {pcr_forms::crystal_wave_fields})) return false;
   if (!(r.in.f(0) > 0.f) || r.in.f(1) < 0.f) return r.in.refuse(at_wavelength, "the wavelength is not positive");
   p.lamda = {r.in.f(0), r.in.f(1) > 0.f ? r.in.f(1) : r.in.f(0)};
   p.single_wave = std::fabs(p.lamda[0] - p.lamda[1]) < 1.0e-5f;
@@ -148,14 +148,15 @@ void apply_words(pattern_type& p) {
 bool read_lists(reading& r, int ip) {
   pattern_type& p = r.st.pattern[ip];
   if (!(is_laue(p) ? read_laue_header(r, ip) : read_multiphase_header(r, ip))) return false;
-  const place at{"list of intensity files", 0, ip + 1};
+  const place at{pcr_forms::intensity_file.name, 0, ip + 1};
   for (int j = 0; j < p.lists.sets; ++j) {
     const auto text = r.in.text(at);
     if (!text) return false;
     p.lists.files.push_back(pcr_lines::without_comment(*text));
+    r.in.words(at, pcr_forms::intensity_file.fields, lmix_string_utilities::getword(p.lists.files.back()).dire);
     if (p.lists.files.back().empty()) return r.in.refuse(at, "the name is missing");
   }
-  read_commands(r, p);
+  read_commands(r, ip);
   apply_words(p);
   return true;
 }

@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <cmath>
 
+#include "pcr_forms_further.hpp"
 #include "pcr_numbers.hpp"
 #include "pcr_sections.hpp"
 #include "pcr_writer.hpp"
@@ -18,6 +19,7 @@ using kalvaris_params::mode_set_type;
 using kalvaris_params::mode_type;
 using kalvaris_params::phase_type;
 using lmix_string_utilities::u_case;
+using pcr_fields::part;
 using pcr_lines::place;
 using pcr_numbers::line;
 namespace aslot = kalvaris_params::aslot;
@@ -27,12 +29,12 @@ namespace {
 // ---- harmonics ------------------------------------------------------------------------------------------------------
 
 bool read_harmonic_lines(reading& r, int ph, atom_type& atom, int first) {
+  const slot_arrays to{
+      atom.xl, atom.a, atom.a_read, kalvaris_params::slot_family::atom, static_cast<int>(r.st.atom.size()), 0};
   for (int n = 0; n < atom.imagr; ++n) {
     const auto slots = pcr_layout::harmonic_slots(n, first);
-    if (!r.in.values({"harmonic of the atom", ph + 1}, "ffffff")) return false;
-    store_values(r, arrays_of(atom), slots);
-    if (!r.in.values({"codes of the harmonic", ph + 1}, "ffffff")) return false;
-    store_codes(r, arrays_of(atom), slots);
+    if (!r.in.values({"harmonic of the atom", ph + 1}, {part::values(to, slots)})) return false;
+    if (!r.in.values({"codes of the harmonic", ph + 1}, {part::codes(to, slots)})) return false;
   }
   return true;
 }
@@ -62,6 +64,7 @@ const mode_kind* kind_of(const std::string& line) {
 bool read_key_line(reading& r, const place& at, mode_set_type& set) {
   const std::string key_line = pcr_lines::without_comment(r.in.take());
   const auto words = lmix_string_utilities::getword(key_line).dire;
+  r.in.words(at, pcr_forms::mode_key.fields, words);
   if (words.size() < 2 || !lmix_fixed_format::parse_integer(words[1], set.count)) {
     return r.in.refuse(at, "the number of modes expected behind the key");
   }
@@ -75,13 +78,13 @@ bool read_key_line(reading& r, const place& at, mode_set_type& set) {
 }
 
 bool read_mode(reading& r, int ph, mode_type& mode) {
-  const place at{"mode line", ph + 1}, at_component{"component of the mode", ph + 1};
-  if (!r.in.values(at, "8i")) return false;
+  const place at{pcr_forms::mode.name, ph + 1}, at_component{pcr_forms::component.name, ph + 1};
+  if (!r.in.values(at, {pcr_forms::mode_fields})) return false;
   mode.name = r.in.word(0);
   const int components = r.in.i(1);
   if (!r.in.in_range(at, "number of components", components, 1, kalvaris_params::NATS)) return false;
   for (int j = 0; j < components; ++j) {
-    if (!r.in.values(at_component, "i6ffff")) return false;
+    if (!r.in.values(at_component, {pcr_forms::component_fields})) return false;
     mode.components.push_back({r.in.i(0), r.in.word(1), {r.in.f(2), r.in.f(3), r.in.f(4)}, r.in.f(5)});
     if (!check_atom_label(r, at_component, mode.components.back().atom)) return false;
   }
@@ -93,20 +96,21 @@ constexpr int amplitude = 1;
 
 bool read_amplitudes(reading& r, int ph, std::span<mode_type> modes) {
   for (std::size_t from = 0; from < modes.size(); from += per_line) {
-    const auto part = modes.subspan(from, std::min(per_line, modes.size() - from));
-    const std::string letters(part.size(), 'f');
-    if (!r.in.values({"amplitudes of the modes", ph + 1}, letters)) return false;
-    for (std::size_t j = 0; j < part.size(); ++j) part[j].value[amplitude] = r.in.f(static_cast<int>(j));
-    if (!r.in.values({"codes of the amplitudes", ph + 1}, letters)) return false;
-    for (std::size_t j = 0; j < part.size(); ++j) {
-      part[j].code[amplitude] = part[j].code_read[amplitude] = r.in.f(static_cast<int>(j));
+    const auto some = modes.subspan(from, std::min(per_line, modes.size() - from));
+    const int count = static_cast<int>(some.size());
+    if (!r.in.values({pcr_forms::amplitudes.name, ph + 1}, {part(pcr_forms::amplitude_fields, count)})) return false;
+    for (std::size_t j = 0; j < some.size(); ++j) some[j].value[amplitude] = r.in.f(static_cast<int>(j));
+    if (!r.in.values({"codes of the amplitudes", ph + 1}, {part(pcr_forms::amplitude_code_fields, count)}))
+      return false;
+    for (std::size_t j = 0; j < some.size(); ++j) {
+      some[j].code[amplitude] = some[j].code_read[amplitude] = r.in.f(static_cast<int>(j));
     }
   }
   return true;
 }
 
 bool read_mode_set(reading& r, int ph, char kind) {
-  const place at{"key line of the modes", ph + 1};
+  const place at{pcr_forms::mode_key.name, ph + 1};
   phase_type& phase = r.st.phase[ph];
   mode_set_type set;
   set.kind = kind;
@@ -175,7 +179,7 @@ void write_harmonics(writing& w, const atom_type& atom) {
 }
 
 bool read_modes(reading& r, int ph) {
-  const place at{"key line of the modes", ph + 1};
+  const place at{pcr_forms::mode_key.name, ph + 1};
   const mode_kind* kind = kind_of(r.in.peek());
   if (kind == nullptr) {
     if (!r.in.text(at)) return false;
