@@ -132,6 +132,7 @@ void force_flags(reading& r) {
 /// Text line with the name of a file of a pattern; `words` stand in front of the message at the end of the file.
 bool read_file_name(reading& r, const place& at, std::string& name, std::string_view words) {
   const auto line = r.in.text(at);
+  if (line) r.in.words(at, pcr_forms::file_fields, std::array<std::string_view, 1>{*line});
   if (line) name = pcr_lines::without_comment(*line);
   if (line) return !name.empty() || r.in.refuse(at, "the name is missing");
   return r.in.fail(
@@ -145,7 +146,9 @@ void read_weighting(reading& r, pattern_type& p) {
     const std::string next = r.in.peek();
     const std::string_view word = std::string_view(next).substr(0, 4);
     if (word != "WGHT" && word != "Wght" && word != "wght") return;
-    const std::string text = pcr_lines::without_comment(r.in.take().substr(4));
+    const std::string line = pcr_lines::without_comment(r.in.take());
+    r.in.words({pcr_forms::wght.name}, pcr_forms::wght_fields, lmix_string_utilities::getword(line).dire);
+    const std::string text = line.substr(4);
     lmix_list_input::list_scanner scan(text);
     std::array<float, 6> v{};
     bool read = true;
@@ -219,7 +222,7 @@ bool read_profile_name(reading& r, int ip) {
   pattern_type& p = r.st.pattern[ip];
   if (p.iot == -1) p.fileprof = r.st.io.filenam;
   if (p.iot != -2) return true;
-  return read_file_name(r, {"name of the numerical profile", 0, ip + 1}, p.fileprof,
+  return read_file_name(r, {pcr_forms::profile_file.name, 0, ip + 1}, p.fileprof,
                         " Error reading the name of *.spr file of pattern ");
 }
 
@@ -267,7 +270,7 @@ bool read_resolution_files(reading& r) {
   force_flags(r);
   for (int ip = 0; ip < r.st.run.n_patt; ++ip) {
     if (r.st.pattern[ip].ireso == 0) continue;
-    const place at{"name of the resolution file", 0, ip + 1};
+    const place at{pcr_forms::resolution_file.name, 0, ip + 1};
     std::string& name = r.st.io.fileres[ip];
     if (!read_file_name(r, at, name, " Error reading the name of resolution file of pattern ")) return false;
     std::error_code ec;
@@ -285,7 +288,7 @@ bool read_data_files(reading& r) {
   const auto measured = [](const pattern_type& p) { return p.jobtyp < 2 || p.jobtyp == job::electrons; };
   if (r.st.run.s_format || std::none_of(r.st.pattern.begin(), r.st.pattern.end(), measured)) return true;
   for (int ip = 0; ip < r.st.run.n_patt; ++ip) {
-    const auto line = r.in.text({"name of the data file", 0, ip + 1});
+    const auto line = r.in.text(pcr_forms::data_file, 0, ip + 1);
     if (!line) return false;
     const bool name_of_series = r.st.io.l_sequential && !r.multi_pattern_of_driver && r.st.run.n_patt == 1;
     if (!name_of_series) split_file_name(r, *line, r.st.io.filedat[ip], r.st.io.extdat[ip]);
