@@ -181,6 +181,12 @@ void read_pcr(state_type& st, pcr_lines::record* keep) {
 }
 
 void finish_reading(state_type& st) {
+  const auto modulated = [](const kalvaris_params::phase_type& p) {
+    return pcr_layout::kind_of(p) == pcr_layout::jbt::modulated;
+  };
+  if (std::any_of(st.phase.begin(), st.phase.end(), modulated)) {
+    for (kalvaris_params::pattern_type& p : st.pattern) p.pl_prf = 3;  // the other form has no place for the satellites
+  }
   for (const kalvaris_params::mix_type& mix : st.mixes) {
     if (st.run.n_patt == 1 && mix.irf == 4) st.pattern[0].lst2 = 0;
   }

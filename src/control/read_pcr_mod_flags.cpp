@@ -44,12 +44,15 @@ void take_options(reading& r, int k) {
   r.st.run.automatic_read = r.st.run.automatic;
 }
 
+bool check_one_pattern(reading& r, const place& at) {
+  return r.st.run.icryg == 0 || r.st.run.n_patt == 1 ||
+         r.in.refuse(at, "integrated intensities and searches (Cry) take one pattern");
+}
+
 bool check_run_flags(reading& r, const place& at) {
   run_type& run = r.st.run;
   if (!r.in.in_range(at, "mode of the run (Cry)", run.icryg, -4, 4)) return false;
-  if (run.icryg != 0 && run.n_patt > 1) {
-    return r.in.refuse(at, "integrated intensities and searches (Cry) take one pattern");
-  }
+  if (!check_one_pattern(r, at)) return false;
   if (!r.in.in_range(at, "number of phases", run.nphase, 0, kalvaris_params::NPHT)) return false;
   if (!r.in.in_range(at, "number of parameters with limits", run.nrell, 0, r.st.dim.maxparam)) return false;
   run.nphase = std::max(run.nphase, 1);
@@ -62,23 +65,18 @@ struct flag_refusal {
   int low, high;  ///< values inside are taken
   std::string_view reason;
 };
-constexpr std::array<flag_refusal, 8> flag_refusals{{
-    {&pattern_type::jobtyp, -3, 4, "unknown kind of job (Job)"},
+constexpr std::array<flag_refusal, 7> flag_refusals{{
+    {&pattern_type::jobtyp, -4, 4, "unknown kind of job (Job)"},
     {&pattern_type::nori, 0, 3, "unknown model of preferred orientation (Nor)"},
     {&pattern_type::iwgt, 0, 3, "unknown weighting (Iwg)"},
     {&pattern_type::ilor, -2, 6, "unknown geometry (Ilo)"},
-    {&pattern_type::ixunit, 0, 4, "unknown abscissa (Uni)"},
-    {&pattern_type::cry_flag, 0, 1, "unknown kind of data (Int)"},
+    {&pattern_type::cry_flag, 0, 2, "unknown kind of data (Int)"},
     {&pattern_type::icorr, 0, 2, "unknown corrections from a file (Cor)"},
     {&pattern_type::istep, 0, 1000000, "the reduction of the number of points (Ste) is negative"},
 }};
 
 bool check_pattern_flags(reading& r, const place& at, int ip) {
   pattern_type& p = r.st.pattern[ip];
-  constexpr int laue = 10, multi_phase = 2;
-  if (p.ixunit == laue || p.cry_flag == multi_phase) {
-    return r.in.refuse(at, "Laue and multi-phase lists are not available");
-  }
   for (const flag_refusal& row : flag_refusals) {
     const int value = p.*row.field;
     if (value < row.low || value > row.high) return r.in.refuse(at, row.reason);
@@ -87,7 +85,20 @@ bool check_pattern_flags(reading& r, const place& at, int ip) {
     return false;
   }
   if (p.nexcrg < 0) return r.in.refuse(at, "number of excluded regions is negative");
-  p.cry_pat = p.cry_flag != 0 || r.st.run.icryg != 0;
+  if (p.jobtyp == -job::neutrons) return r.in.refuse(at, "unknown kind of job (Job)");
+  const bool laue = p.ixunit == kalvaris_params::abscissa::laue;
+  if (!laue && (p.ixunit < 0 || p.ixunit > kalvaris_params::abscissa::s)) {
+    return r.in.refuse(at, "unknown abscissa (Uni)");
+  }
+  constexpr int multi_phase = 2, two_gaussians = -4, last_shape = 13;
+  if (p.nprof != two_gaussians && (p.nprof < 0 || p.nprof > last_shape)) {
+    return r.in.refuse(at, "unknown peak shape (Npr)");
+  }
+  p.cry_mphas = p.cry_flag == multi_phase;
+  if (p.cry_mphas) r.st.run.icryg = 0;
+  if (laue && !p.cry_mphas && r.st.run.icryg == 0) r.st.run.icryg = 1;
+  if (!check_one_pattern(r, at)) return false;
+  p.cry_pat = p.cry_flag != 0 || r.st.run.icryg != 0 || laue;
   p.disp_ds = p.radiation() == job::neutrons || p.ilor == 3 || p.ilor == -2;
   return true;
 }

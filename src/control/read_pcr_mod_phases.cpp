@@ -67,11 +67,16 @@ bool check(reading& r, const place& at, const phase_type& phase, std::span<const
 bool check_phase_flags(reading& r, const place& at, int ph) {
   phase_type& phase = r.st.phase[ph];
   const int kind = std::abs(phase.jbt);
-  constexpr std::array<int, 6> kinds{0, 1, 2, 3, 5, 10};
+  constexpr std::array<int, 9> kinds{0, 1, 2, 3, 4, 5, 6, 7, 10};
   if (std::find(kinds.begin(), kinds.end(), kind) == kinds.end()) {
-    return r.in.refuse(at, fmt_line{}.a("this kind of phase is not available (Jbt ").i(0, phase.jbt).a(")").str());
+    return r.in.refuse(at, fmt_line{}.a("unknown kind of phase (Jbt ").i(0, phase.jbt).a(")").str());
   }
   if (!check(r, at, phase, flag_ranges)) return false;
+  constexpr int most_modulations = 3;
+  if (kind == pcr_layout::jbt::modulated &&
+      !r.in.in_range(at, "number of modulation vectors", std::abs(phase.nvk), 1, most_modulations)) {
+    return false;
+  }
   const int places = kalvaris_params::NATS - static_cast<int>(r.st.atom.size());
   if (!r.in.in_range(at, "number of atoms", phase.natom, 0, places)) return false;
   if (kind == 3) phase.natom = 0;  // fixed relative intensities: such a phase has no atom lines

@@ -198,12 +198,15 @@ bool profile_reader::read_conditions(const pcr_profile::line& line, std::span<co
 
 bool profile_reader::read_special(const pcr_profile::line& line) {
   for (int j = 0; j < mix.nref_sp; ++j) {
-    if (!r.in.values(at(line.name), "iiiiffffffffff")) return false;
-    mix.special.push_back({r.in.i(0), r.in.i(1), r.in.i(2), r.in.i(3)});
+    const std::size_t indices = pcr_profile::special_indices(phase);
+    if (!r.in.values(at(line.name), std::string(indices, 'i') + std::string(2 * slot::per_special, 'f'))) return false;
+    auto& reflection = mix.special.emplace_back();
+    for (std::size_t k = 0; k < indices; ++k) reflection[k] = r.in.i(static_cast<int>(k));
     for (int k = 0; k < slot::per_special; ++k) {
       const std::array one{slot::special + slot::per_special * j + k};
-      store_values(r, arrays_of(mix), one, 4 + 2 * k);
-      store_codes(r, arrays_of(mix), one, 5 + 2 * k);
+      const int field = static_cast<int>(indices) + 2 * k;
+      store_values(r, arrays_of(mix), one, field);
+      store_codes(r, arrays_of(mix), one, field + 1);
     }
   }
   return true;

@@ -19,10 +19,7 @@ bool is_atom(const reading& r, const place& at, const std::string& label) {
 }
 
 bool check_atoms(reading& r, const place& at, std::span<const std::string> labels) {
-  for (const std::string& label : labels) {
-    if (!is_atom(r, at, label)) return r.in.refuse(at, "atom not found: " + label);
-  }
-  return true;
+  return std::ranges::all_of(labels, [&](const std::string& label) { return check_atom_label(r, at, label); });
 }
 
 /// 0 means the identity, which is the first operator.
@@ -84,6 +81,10 @@ bool read_list(reading& r, const place& at, int n, std::vector<restraint>& to,
 }
 
 }  // namespace
+
+bool check_atom_label(reading& r, const place& at, const std::string& label) {
+  return is_atom(r, at, label) || r.in.refuse(at, "atom not found: " + label);
+}
 
 bool read_distance_limits(reading& r, int ph) {
   phase_type& phase = r.st.phase[ph];

@@ -277,8 +277,10 @@ bool read_space_group(reading& r, int ph) {
   phase.symb = pcr_lines::adjl_tab(symbol.substr(0, symbol_length));
   if (phase.symb.empty()) return r.in.refuse(at, "the symbol is missing");
   if (phase.isym != 0) phase.nlatti = u_case(phase.symb.substr(0, 1))[0];
-  // The tables of magnetic groups are not built: the lattice alone is known, and nothing is calculated from it.
-  const bool unknown_group = phase.symb.find("Mag;") != std::string::npos || phase.isym == magnetic_group;
+  // The tables of magnetic and of superspace groups are not built: the lattice alone is known, and nothing is
+  // calculated from it.
+  const bool modulated = pcr_layout::kind_of(phase) == pcr_layout::jbt::modulated && phase.isym == 0;
+  const bool unknown_group = modulated || phase.symb.find("Mag;") != std::string::npos || phase.isym == magnetic_group;
   if (unknown_group) return !sym::set_spacegroup("P 1", phase.spgr).err_symm;
   if (!set_group(r, at, phase)) return false;
   return phase.isym == 0 || read_hand_symmetry(r, ph);

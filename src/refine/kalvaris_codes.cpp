@@ -40,6 +40,8 @@ bool out_of_play(const state_type& st, const slot_ref& s) {
       return st.pattern[static_cast<std::size_t>(s.ip)].affpat == 0 || st.mix(s.owner, s.ip).jcontr == 0;
     case slot_family::vector:
     case slot_family::domain:
+    case slot_family::body:
+    case slot_family::mode:
       return st.phase[static_cast<std::size_t>(s.owner)].suppress;
     case slot_family::atom:
       break;
@@ -572,6 +574,10 @@ std::string slot_name(const state_type& st, const slot_ref& s) {
       return "K" + std::string(1, "xyz"[s.k - 1]) + "_" + std::to_string(s.ip + 1) + in_phase;
     case slot_family::domain:
       return (s.k == static_cast<int>(chirality) ? "Chi_" : "Dom_") + std::to_string(s.ip + 1) + in_phase;
+    case slot_family::body:
+      return "Body_" + std::to_string(s.ip + 1) + "_" + std::to_string(s.k) + in_phase;
+    case slot_family::mode:
+      return "Mode_" + std::to_string(s.ip + 1) + in_phase;
     case slot_family::atom:
       break;
   }
