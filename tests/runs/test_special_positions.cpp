@@ -61,8 +61,8 @@ std::string noisy_pattern(const directory& where) {
   const auto run = where.run_and_keep("truth", "", [&](const state_type& st) {
     const auto& p = st.pattern[0];
     for (int i = 0; i < p.npts; ++i) {
-      const double y = static_cast<double>(p.yc[static_cast<std::size_t>(i)]) +
-                       static_cast<double>(kv_background::backa(p, i));
+      const double y =
+          static_cast<double>(p.yc[static_cast<std::size_t>(i)]) + static_cast<double>(kv_background::backa(p, i));
       text += std::to_string(std::lround(y + std::sqrt(y) * normal(random))) + (i % 10 == 9 ? "\n" : " ");
     }
   });
@@ -77,8 +77,7 @@ int operations_in_place(const sym::space_group_type& group, const kalvaris_param
   for (const sym::sym_oper_type& op : group.symop) {
     const sym::vector3 image = sym::applyso(op, x);
     float away = 0.f;
-    for (std::size_t i = 0; i < 3; ++i)
-      away = std::max(away, std::abs(image[i] - x[i] - std::round(image[i] - x[i])));
+    for (std::size_t i = 0; i < 3; ++i) away = std::max(away, std::abs(image[i] - x[i] - std::round(image[i] - x[i])));
     n += away < within ? 1 : 0;
   }
   return n;
@@ -106,8 +105,13 @@ TEST(SpecialPositions, AtomsStayOnThemAndComeBackToTheTruth) {
     int k;
     double truth;
   };
-  for (const row t : {row{0, aslot::z, 0.0620}, {2, aslot::x, 0.8305}, {2, aslot::b11, 0.0140}, {2, aslot::b22, 0.0110},
-                      {2, aslot::b33, 0.0040}, {0, aslot::biso, 0.80}, {1, aslot::biso, 0.90}}) {
+  for (const row t : {row{0, aslot::z, 0.0620},
+                      {2, aslot::x, 0.8305},
+                      {2, aslot::b11, 0.0140},
+                      {2, aslot::b22, 0.0110},
+                      {2, aslot::b33, 0.0040},
+                      {0, aslot::biso, 0.80},
+                      {1, aslot::biso, 0.90}}) {
     SCOPED_TRACE(testing::Message() << "atom " << t.atom << " slot " << t.k);
     const auto& atom = st.atom[t.atom];
     const auto k = static_cast<std::size_t>(t.k);
