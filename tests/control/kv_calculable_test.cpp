@@ -21,7 +21,6 @@ TEST(Calculable, EachRequestIsNamedByItsOwnWords) {
       {[](state_type& st) { st.run.icryg = -3; }, "    integrated intensities and searches (Cry) are not available"},
       {[](state_type& st) { st.run.linear.emplace_back(); }, "    linear restraints (Nli) are not available"},
       {[](state_type& st) { st.pattern[0].nori = 2; }, "    pattern: 1 preferred orientation of several axes (Nor)"},
-      {[](state_type& st) { st.pattern[0].ireso = -1; }, "    pattern: 1 resolution files (Res)"},
       {[](state_type& st) { st.pattern[0].ixunit = 3; }, "    pattern: 1 time of flight, energy, Q and s data (Uni)"},
       {[](state_type& st) { st.pattern[0].icorr = 1; }, "    pattern: 1 corrections of the reflections from a table (Cor)"},
       {[](state_type& st) { st.pattern[0].anm = 1; }, "    pattern: 1 differences of patterns (Anm)"},
