@@ -149,7 +149,9 @@ bool gives_widths(const pattern_type& p) {
   return std::ranges::find(kinds, p.ireso) != kinds.end();
 }
 
-bool gives_bank_angle(const pattern_type& p) { return (p.ireso == 1 || p.ireso == 5 || p.ireso == 6) && p.resolution.toftet_i > 0.f; }
+bool gives_bank_angle(const pattern_type& p) {
+  return (p.ireso == 1 || p.ireso == 5 || p.ireso == 6) && p.resolution.toftet_i > 0.f;
+}
 
 cw_model make_cw_model(const pattern_type& p, int wave) {
   if (p.ireso == 0) return {};

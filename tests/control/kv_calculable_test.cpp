@@ -22,7 +22,6 @@ TEST(Calculable, EachRequestIsNamedByItsOwnWords) {
       {[](state_type& st) { st.run.linear.emplace_back(); }, "    linear restraints (Nli) are not available"},
       {[](state_type& st) { st.pattern[0].nori = 2; }, "    pattern: 1 preferred orientation of several axes (Nor)"},
       {[](state_type& st) { st.pattern[0].ixunit = 3; }, "    pattern: 1 time of flight, energy, Q and s data (Uni)"},
-      {[](state_type& st) { st.pattern[0].icorr = 1; }, "    pattern: 1 corrections of the reflections from a table (Cor)"},
       {[](state_type& st) { st.pattern[0].anm = 1; }, "    pattern: 1 differences of patterns (Anm)"},
       {[](state_type& st) { st.pattern[0].cry_flag = 1; }, "    pattern: 1 integrated intensities (Int)"},
       {[](state_type& st) { st.pattern[0].iot = -1; }, "    pattern: 1 numerical profiles (Iot -1, -2)"},

@@ -143,6 +143,38 @@ TEST(ResolutionFile, RangeCutsTheDataAndRaisesThatOfACalculation) {
   EXPECT_EQ(calculation.state->pattern[0].npts, 2201);
 }
 
+// --- Corrections of the intensities --------------------------------------------------------------------------------
+
+TEST(IntensityCorrection, AFactorGoesIntoTheScaleOrIntoTheData) {
+  const std::string code = "nacl_gauss";  // parameters 2 to 5 are the background, 8 is the scale
+  const directory where(code);
+  const auto plain = where.run_and_keep(code, code + ".dat");
+  ASSERT_TRUE(plain.reached_end) << plain.console;
+  struct row {
+    const char* icorr;
+    const char* file;
+    double scale, background;
+  };
+  for (const row& t : {row{"1", "title\n10 1.25\n150 1.25\n", 0.8, 1}, row{"2", "title\n1 1 2\n1.25 0\n", 0.8, 1},
+                       row{"2", "title\n2 1 1\n1.25\n", 0.8, 0.8}}) {
+    SCOPED_TRACE(t.file);
+    constexpr std::size_t cor_word = 16;
+    where.put("cor.pcr", with_word(where.get(code + ".pcr"), flag_line, 1, cor_word, t.icorr));
+    where.put("cor.cor", t.file);
+    const auto run = where.run_and_keep("cor", code + ".dat");
+    ASSERT_TRUE(run.reached_end) << run.console;
+    for (std::size_t n = 1; n <= 12; ++n) {
+      const double factor = n == 8 ? t.scale : n > 1 && n < 6 ? t.background : 1;
+      const double esd = static_cast<double>(plain.state->parm.svalx[n]);
+      EXPECT_NEAR(static_cast<double>(run.state->parm.valx[n]), factor * static_cast<double>(plain.state->parm.valx[n]),
+                  0.02 * esd)
+          << n;
+    }
+  }
+  where.put("cor.cor", "title\n2 1 2\n1 -0.01\n");
+  EXPECT_THAT(where.run("cor", code + ".dat").words(), HasSubstr("is not above 0 at 100"));
+}
+
 // --- Layouts of data -----------------------------------------------------------------------------------------------
 
 struct point {
