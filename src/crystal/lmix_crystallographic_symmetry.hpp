@@ -362,6 +362,15 @@ site_relations beta_relations(std::span<const sym_oper_type> stabilizer);
 /// components in units of length where the axes that a rotation mixes are equally long, as in all conventional
 /// settings.
 site_relations moment_relations(std::span<const sym_oper_type> stabilizer);
+/// An operation that brings a site back on itself, as the Fourier coefficient S of its moment sees it:
+/// S = exp(2 pi i phase) rot S, where `rot` turns moments (determinant and time reversal are in it).
+struct fourier_oper_type {
+  matrix3i rot{{{1, 0, 0}, {0, 1, 0}, {0, 0, 1}}};
+  float phase = 0.f;  ///< [turns]
+};
+/// Real part (components 1 to 3) and imaginary part (4 to 6) of S that all these operations leave as they are. They need
+/// not be a group.
+site_relations fourier_relations(std::span<const fourier_oper_type> stabilizer);
 /// The position at the middle of the images under its stabiliser: exactly on the symmetry element.
 vector3 nearest_special_position(const vector3& x, std::span<const sym_oper_type> stabilizer);
 
