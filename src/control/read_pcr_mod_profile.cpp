@@ -301,6 +301,10 @@ void command_slots(const pattern_type& p, const phase_type& phase, mix_type& mix
 }  // namespace
 
 slot_arrays arrays_of(mix_type& mix) { return {mix.par, mix.apar, mix.apar_read}; }
+slot_arrays slots_of_phase(reading& r, int ph, int ip) {
+  mix_type& mix = r.st.mix(ph, ip);
+  return {mix.par, mix.apar, mix.apar_read, kalvaris_params::slot_family::phase, ph, ip};
+}
 
 bool read_profile(reading& r, int ph, int ip) {
   profile_reader reader{r, ph, ip};
