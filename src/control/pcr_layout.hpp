@@ -7,6 +7,7 @@
 #include <string_view>
 
 #include "kalvaris_params.hpp"
+#include "pcr_forms.hpp"
 
 namespace pcr_layout {
 
@@ -17,50 +18,99 @@ namespace aslot = kalvaris_params::aslot;
 using kalvaris_params::pattern_type;
 using kalvaris_params::run_type;
 
-/// One integer of a flag line: it belongs to the run or to a pattern.
+/// One integer of a flag line: what it is, and where it belongs, to the run or to a pattern.
 struct flag {
+  pcr_fields::field row;
   int run_type::*of_run = nullptr;
   int pattern_type::*of_pattern = nullptr;
 };
-constexpr flag run_flag(int run_type::*field) { return {field, nullptr}; }
-constexpr flag pattern_flag(int pattern_type::*field) { return {nullptr, field}; }
+constexpr flag run_flag(int run_type::*field, const pcr_fields::field& row) { return {row, field, nullptr}; }
+constexpr flag pattern_flag(int pattern_type::*field, const pcr_fields::field& row) { return {row, nullptr, field}; }
+
+/// The fields of a line of flags, then those behind them.
+template <std::size_t n, std::size_t m = 0>
+constexpr std::array<pcr_fields::field, n + m> fields_of(const std::array<flag, n>& flags,
+                                                         const std::array<pcr_fields::field, m>& behind = {}) {
+  std::array<pcr_fields::field, n + m> fields{};
+  for (std::size_t k = 0; k < n; ++k) fields[k] = flags[k].row;
+  for (std::size_t k = 0; k < m; ++k) fields[n + k] = behind[k];
+  return fields;
+}
 
 /// The short form has the flags of the run and of its pattern on one line; behind these stand Opt and Aut.
-inline constexpr std::array<flag, 17> short_flags{
-    pattern_flag(&pattern_type::jobtyp), pattern_flag(&pattern_type::nprof),  run_flag(&run_type::nphase),
-    pattern_flag(&pattern_type::nbckgd), pattern_flag(&pattern_type::nexcrg), pattern_flag(&pattern_type::nscat),
-    pattern_flag(&pattern_type::nori),   run_flag(&run_type::idum),           pattern_flag(&pattern_type::iwgt),
-    pattern_flag(&pattern_type::ilor),   run_flag(&run_type::iasg),           pattern_flag(&pattern_type::ireso),
-    pattern_flag(&pattern_type::istep),  run_flag(&run_type::nrell),          run_flag(&run_type::icryg),
-    pattern_flag(&pattern_type::ixunit), pattern_flag(&pattern_type::icorr)};
-inline constexpr std::array<flag, 5> long_run_flags{run_flag(&run_type::nphase), run_flag(&run_type::idum),
-                                                    run_flag(&run_type::iasg), run_flag(&run_type::nrell),
-                                                    run_flag(&run_type::icryg)};
+inline constexpr std::array<flag, 17> short_flags{pattern_flag(&pattern_type::jobtyp, pcr_forms::job),
+                                                  pattern_flag(&pattern_type::nprof, pcr_forms::npr),
+                                                  run_flag(&run_type::nphase, pcr_forms::nph),
+                                                  pattern_flag(&pattern_type::nbckgd, pcr_forms::nba),
+                                                  pattern_flag(&pattern_type::nexcrg, pcr_forms::nex),
+                                                  pattern_flag(&pattern_type::nscat, pcr_forms::nsc),
+                                                  pattern_flag(&pattern_type::nori, pcr_forms::nor_flag),
+                                                  run_flag(&run_type::idum, pcr_forms::dum),
+                                                  pattern_flag(&pattern_type::iwgt, pcr_forms::iwg),
+                                                  pattern_flag(&pattern_type::ilor, pcr_forms::ilo),
+                                                  run_flag(&run_type::iasg, pcr_forms::ias),
+                                                  pattern_flag(&pattern_type::ireso, pcr_forms::res),
+                                                  pattern_flag(&pattern_type::istep, pcr_forms::ste),
+                                                  run_flag(&run_type::nrell, pcr_forms::nre),
+                                                  run_flag(&run_type::icryg, pcr_forms::cry),
+                                                  pattern_flag(&pattern_type::ixunit, pcr_forms::uni),
+                                                  pattern_flag(&pattern_type::icorr, pcr_forms::cor)};
+inline constexpr std::array<flag, 5> long_run_flags{
+    run_flag(&run_type::nphase, pcr_forms::nph), run_flag(&run_type::idum, pcr_forms::dum),
+    run_flag(&run_type::iasg, pcr_forms::ias), run_flag(&run_type::nrell, pcr_forms::nre),
+    run_flag(&run_type::icryg, pcr_forms::cry)};
 inline constexpr std::array<flag, 14> long_pattern_flags{
-    pattern_flag(&pattern_type::jobtyp), pattern_flag(&pattern_type::nprof),   pattern_flag(&pattern_type::nbckgd),
-    pattern_flag(&pattern_type::nexcrg), pattern_flag(&pattern_type::nscat),   pattern_flag(&pattern_type::nori),
-    pattern_flag(&pattern_type::iwgt),   pattern_flag(&pattern_type::ilor),    pattern_flag(&pattern_type::ireso),
-    pattern_flag(&pattern_type::istep),  pattern_flag(&pattern_type::ixunit),  pattern_flag(&pattern_type::icorr),
-    pattern_flag(&pattern_type::anm),    pattern_flag(&pattern_type::cry_flag)};
+    pattern_flag(&pattern_type::jobtyp, pcr_forms::job), pattern_flag(&pattern_type::nprof, pcr_forms::npr),
+    pattern_flag(&pattern_type::nbckgd, pcr_forms::nba), pattern_flag(&pattern_type::nexcrg, pcr_forms::nex),
+    pattern_flag(&pattern_type::nscat, pcr_forms::nsc),  pattern_flag(&pattern_type::nori, pcr_forms::nor_flag),
+    pattern_flag(&pattern_type::iwgt, pcr_forms::iwg),   pattern_flag(&pattern_type::ilor, pcr_forms::ilo),
+    pattern_flag(&pattern_type::ireso, pcr_forms::res),  pattern_flag(&pattern_type::istep, pcr_forms::ste),
+    pattern_flag(&pattern_type::ixunit, pcr_forms::uni), pattern_flag(&pattern_type::icorr, pcr_forms::cor),
+    pattern_flag(&pattern_type::anm, pcr_forms::anm),    pattern_flag(&pattern_type::cry_flag, pcr_forms::int_flag)};
 
 inline constexpr std::array<flag, 17> short_output_flags{
-    pattern_flag(&pattern_type::iot),   pattern_flag(&pattern_type::ipl),
-    pattern_flag(&pattern_type::ipc),   run_flag(&run_type::mat),
-    run_flag(&run_type::nxt),           pattern_flag(&pattern_type::lst1),
-    pattern_flag(&pattern_type::lst2),  pattern_flag(&pattern_type::lst3),
-    run_flag(&run_type::nlinc),         pattern_flag(&pattern_type::pl_prf),
-    pattern_flag(&pattern_type::instr), run_flag(&run_type::jcil),
-    run_flag(&run_type::jsy),           pattern_flag(&pattern_type::jlkh),
-    pattern_flag(&pattern_type::jfou),  run_flag(&run_type::ishor),
-    pattern_flag(&pattern_type::ianaly)};
-inline constexpr std::array<flag, 6> long_run_output_flags{run_flag(&run_type::mat),   run_flag(&run_type::nxt),
-                                                           run_flag(&run_type::nlinc), run_flag(&run_type::jcil),
-                                                           run_flag(&run_type::jsy),   run_flag(&run_type::ishor)};
+    pattern_flag(&pattern_type::iot, pcr_forms::iot),   pattern_flag(&pattern_type::ipl, pcr_forms::ipl),
+    pattern_flag(&pattern_type::ipc, pcr_forms::ipc),   run_flag(&run_type::mat, pcr_forms::mat),
+    run_flag(&run_type::nxt, pcr_forms::nxt),           pattern_flag(&pattern_type::lst1, pcr_forms::ls1),
+    pattern_flag(&pattern_type::lst2, pcr_forms::ls2),  pattern_flag(&pattern_type::lst3, pcr_forms::ls3),
+    run_flag(&run_type::nlinc, pcr_forms::nli),         pattern_flag(&pattern_type::pl_prf, pcr_forms::prf),
+    pattern_flag(&pattern_type::instr, pcr_forms::ins), run_flag(&run_type::jcil, pcr_forms::jci),
+    run_flag(&run_type::jsy, pcr_forms::jsy),           pattern_flag(&pattern_type::jlkh, pcr_forms::jlk),
+    pattern_flag(&pattern_type::jfou, pcr_forms::jfo),  run_flag(&run_type::ishor, pcr_forms::sho),
+    pattern_flag(&pattern_type::ianaly, pcr_forms::ana)};
+inline constexpr std::array<flag, 6> long_run_output_flags{
+    run_flag(&run_type::mat, pcr_forms::mat),   run_flag(&run_type::nxt, pcr_forms::nxt),
+    run_flag(&run_type::nlinc, pcr_forms::nli), run_flag(&run_type::jcil, pcr_forms::jci),
+    run_flag(&run_type::jsy, pcr_forms::jsy),   run_flag(&run_type::ishor, pcr_forms::sho)};
 inline constexpr std::array<flag, 11> long_pattern_output_flags{
-    pattern_flag(&pattern_type::iot),    pattern_flag(&pattern_type::ipl),   pattern_flag(&pattern_type::ipc),
-    pattern_flag(&pattern_type::lst1),   pattern_flag(&pattern_type::lst2),  pattern_flag(&pattern_type::lst3),
-    pattern_flag(&pattern_type::pl_prf), pattern_flag(&pattern_type::instr), pattern_flag(&pattern_type::jlkh),
-    pattern_flag(&pattern_type::jfou),   pattern_flag(&pattern_type::ianaly)};
+    pattern_flag(&pattern_type::iot, pcr_forms::iot),    pattern_flag(&pattern_type::ipl, pcr_forms::ipl),
+    pattern_flag(&pattern_type::ipc, pcr_forms::ipc),    pattern_flag(&pattern_type::lst1, pcr_forms::ls1),
+    pattern_flag(&pattern_type::lst2, pcr_forms::ls2),   pattern_flag(&pattern_type::lst3, pcr_forms::ls3),
+    pattern_flag(&pattern_type::pl_prf, pcr_forms::prf), pattern_flag(&pattern_type::instr, pcr_forms::ins),
+    pattern_flag(&pattern_type::jlkh, pcr_forms::jlk),   pattern_flag(&pattern_type::jfou, pcr_forms::jfo),
+    pattern_flag(&pattern_type::ianaly, pcr_forms::ana)};
+
+inline constexpr auto short_flag_fields = fields_of(short_flags, pcr_forms::options);
+inline constexpr auto long_run_flag_fields = fields_of(long_run_flags, pcr_forms::options);
+inline constexpr auto long_pattern_flag_fields = fields_of(long_pattern_flags);
+inline constexpr auto short_output_fields = fields_of(short_output_flags);
+inline constexpr auto long_run_output_fields = fields_of(long_run_output_flags);
+inline constexpr auto long_pattern_output_fields = fields_of(long_pattern_output_flags);
+
+/// A line of flags.
+struct flag_line {
+  pcr_fields::line_form form;
+  std::span<const flag> flags;
+};
+inline constexpr flag_line short_flag_line{{"flags", "short form", short_flag_fields}, short_flags};
+inline constexpr flag_line long_run_flag_line{{"flags", "long form, of the run", long_run_flag_fields}, long_run_flags};
+inline constexpr flag_line long_pattern_flag_line{{"flags", "long form, per pattern", long_pattern_flag_fields},
+                                                  long_pattern_flags};
+inline constexpr flag_line short_output_line{{"output flags", "short form", short_output_fields}, short_output_flags};
+inline constexpr flag_line long_run_output_line{{"output flags", "long form, of the run", long_run_output_fields},
+                                                long_run_output_flags};
+inline constexpr flag_line long_pattern_output_line{
+    {"output flags", "long form, per pattern", long_pattern_output_fields}, long_pattern_output_flags};
 
 /// How the atoms of a phase are written: nuclear atoms; atoms with a moment each; both in one list.
 enum class atom_kind { nuclear, moments, common };

@@ -60,9 +60,123 @@ bool line_reader::values_of(const place& at, std::string_view line, std::string_
   return lmix_string_utilities::read_fields(*state_, line, letters, fields_) == fmt_error::none;
 }
 
+const std::string& line_reader::letters_of(std::initializer_list<part> parts) {
+  letters_.clear();
+  for (const part& p : parts) {
+    for (int j = 0; j < p.size(); ++j) {
+      const part::element field = p.at(j);
+      letters_ += field.row != nullptr ? field.row->letter : 'f';
+    }
+  }
+  return letters_;
+}
+
+void line_reader::store(std::initializer_list<part> parts) const {
+  int number = 0;
+  for (const part& p : parts) {
+    for (int j = 0; j < p.size(); ++j, ++number) {
+      const part::element field = p.at(j);
+      const auto k = static_cast<std::size_t>(field.k);
+      if (field.is == pcr_fields::kind::value) p.to().value[k] = f(number);
+      if (field.is == pcr_fields::kind::code) p.to().code[k] = p.to().code_read[k] = f(number);
+    }
+  }
+}
+
+/// What the field at which the line failed should have been, above the number of the line.
+void line_reader::name_expected(std::initializer_list<part> parts) {
+  int number = fields_.failed;
+  if (number < 0) return;
+  for (const part& p : parts) {
+    if (number >= p.size()) {
+      number -= p.size();
+      continue;
+    }
+    const part::element field = p.at(number);
+    fmt_line expected;
+    expected.a(" => Expected in field ").i(0, fields_.failed + 1).a(": ");
+    if (field.row != nullptr) {
+      expected.a(field.row->name).a(", ").a(field.row->meaning.substr(0, field.row->meaning.find(';')));
+      expected.a(field.row->letter == 'i' ? " (integer)" : field.row->letter == 'f' ? " (number)" : " (word)");
+    } else {
+      expected.a(field.is == pcr_fields::kind::code ? "a code (number)" : "a value (number)");
+    }
+    auto& message = state_->mess_findfmt;
+    message.add(expected.str());
+    if (message.nlines > 1) std::swap(message.txt[message.nlines - 1], message.txt[message.nlines - 2]);
+    return;
+  }
+}
+
+record::line* line_reader::recorded(const place& at) {
+  if (record_ == nullptr) return nullptr;
+  const int number = source_.lines_taken();
+  // A line that is looked at twice is the same line, known better.
+  if (record_->lines.empty() || record_->lines.back().number != number) record_->lines.emplace_back();
+  record_->lines.back() = {number, std::string(at.name), at.phase, at.pattern, {}};
+  return &record_->lines.back();
+}
+
+void line_reader::keep_fields(const place& at, std::initializer_list<part> parts) {
+  record::line* line = recorded(at);
+  if (line == nullptr) return;
+  int number = 0;
+  for (const part& p : parts) {
+    for (int j = 0; j < p.size(); ++j, ++number) {
+      const part::element field = p.at(j);
+      record::entry entry;
+      entry.kind = field.is;
+      if (field.row != nullptr) entry.what = *field.row;
+      entry.number = field.number;
+      entry.slot = {p.to().family, p.to().owner, p.to().ip, field.k};
+      entry.text = lmix_string_utilities::trim(fields_.a(number));
+      line->entries.push_back(std::move(entry));
+    }
+  }
+}
+
+bool line_reader::finish(const place& at, std::initializer_list<part> parts, int ierr) {
+  if (ierr == fmt_error::end_of_file) return ends_before(at);
+  if (ierr != fmt_error::none) {
+    name_expected(parts);
+    return false;
+  }
+  store(parts);
+  keep_fields(at, parts);
+  return true;
+}
+
+bool line_reader::values(const place& at, std::initializer_list<part> parts) {
+  count();
+  return finish(at, parts, lmix_string_utilities::read_fields(*state_, source_, letters_of(parts), fields_));
+}
+
+bool line_reader::values_of(const place& at, std::string_view line, std::initializer_list<part> parts) {
+  if (line.empty()) return refuse(at, "the line holds no values");
+  count();
+  --state_->line_nb;  // the line was counted when it was taken
+  return finish(at, parts, lmix_string_utilities::read_fields(*state_, line, letters_of(parts), fields_));
+}
+
+void line_reader::words(const place& at, std::span<const pcr_fields::field> fields,
+                        std::span<const std::string_view> words) {
+  record::line* line = recorded(at);
+  if (line == nullptr || fields.empty()) return;
+  for (std::size_t k = 0; k < words.size(); ++k) {
+    const std::size_t last = fields.size() - 1;
+    record::entry entry;
+    entry.what = fields[std::min(k, last)];
+    entry.number = words.size() > last + 1 && k >= last ? static_cast<int>(k - last) + 1 : 0;
+    entry.text = words[k];
+    line->entries.push_back(std::move(entry));
+  }
+}
+
 std::optional<std::string> line_reader::text(const place& at) {
   while (auto line = any_line()) {
-    if (!line->empty() && line->front() != '!') return line;
+    if (line->empty() || line->front() == '!') continue;
+    recorded(at);
+    return line;
   }
   ++state_->line_nb;
   state_->ierr_fmt = fmt_error::end_of_file;

@@ -6,16 +6,39 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "lmix_string_utilities.hpp"
+#include "pcr_fields.hpp"
 
 namespace pcr_lines {
+
+using pcr_fields::line_form;
+using pcr_fields::part;
 
 /// Where a line stands, for messages: its name, and the 1-based phase and pattern it belongs to (0: none).
 struct place {
   std::string_view name;
   int phase = 0;
   int pattern = 0;
+};
+
+/// What the reader found in a line, kept for whoever explains the file. Filled only when the reader was given one.
+struct record {
+  struct entry {
+    pcr_fields::kind kind = pcr_fields::kind::plain;
+    pcr_fields::field what;    ///< of a plain field
+    int number = 0;            ///< of the same field several times: 1, 2, ...; 0: it stands once
+    pcr_fields::slot_id slot;  ///< of a value or a code
+    std::string text;          ///< as it stands in the line, blank when it is missing
+  };
+  struct line {
+    int number = 0;  ///< 1-based line of the file
+    std::string name;
+    int phase = 0, pattern = 0;
+    std::vector<entry> entries;
+  };
+  std::vector<line> lines;
 };
 
 inline constexpr int refused = 100;  ///< ierr_fmt of what the control file may not ask for
@@ -40,8 +63,23 @@ class line_reader {
   [[nodiscard]] bool values(const place& at, std::string_view letters);
   /// The same for the text of the line taken last, which its caller has cut.
   [[nodiscard]] bool values_of(const place& at, std::string_view line, std::string_view letters);
+
+  /// The next value line, described field by field: fields that fill slots are stored in them, all stand in i(), f()
+  /// and word() afterwards. A field that cannot be read is named in the message.
+  [[nodiscard]] bool values(const place& at, std::initializer_list<part> parts);
+  [[nodiscard]] bool values(const line_form& form, int phase = 0, int pattern = 0) {
+    return values(place{form.name, phase, pattern}, {form.fields});
+  }
+  /// The same for the text of the line taken last, which its caller has cut.
+  [[nodiscard]] bool values_of(const place& at, std::string_view line, std::initializer_list<part> parts);
+
   /// The next text line that is neither blank nor begins with `!`, shifted left. Empty at the end, which is a failure.
   std::optional<std::string> text(const place& at);
+  /// Says what the words of the line taken last are, of a line that is not read by letters. A table that is shorter
+  /// than the words repeats its last row.
+  void words(const place& at, std::span<const pcr_fields::field> fields, std::span<const std::string_view> words);
+  /// From now on every line is kept in `to`, which must outlive the reading. Null: none.
+  void keep(record* to) { record_ = to; }
   /// The next line, comment or not; empty at the end, which is no failure.
   std::optional<std::string> any_line();
 
@@ -71,11 +109,19 @@ class line_reader {
  private:
   bool ends_before(const place& at);
   std::string take_value_line();
+  const std::string& letters_of(std::initializer_list<part> parts);
+  bool finish(const place& at, std::initializer_list<part> parts, int ierr);
+  void name_expected(std::initializer_list<part> parts);
+  void store(std::initializer_list<part> parts) const;
+  record::line* recorded(const place& at);
+  void keep_fields(const place& at, std::initializer_list<part> parts);
   void count() { state_->line_nb = source_.lines_taken(); }
 
   lmix_text_input::text_source source_;
   lmix_string_utilities::findfmt_state* state_;
   lmix_string_utilities::field_values fields_;
+  std::string letters_;  ///< of the line in hand
+  record* record_ = nullptr;
 };
 
 }  // namespace pcr_lines

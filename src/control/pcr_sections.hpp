@@ -17,10 +17,11 @@ struct reading {
   bool multi_pattern_of_driver = false;  ///< io.multi_pattern before the file was looked at
 };
 
-/// Values, codes and codes as read of one record.
-struct slot_arrays {
-  std::span<float> value, code, code_read;
-};
+using pcr_fields::slot_arrays;
+/// The slots of a record of the state, all numbers 0-based.
+[[nodiscard]] slot_arrays slots_of_pattern(reading& r, int ip);
+[[nodiscard]] slot_arrays slots_of_phase(reading& r, int ph, int ip);
+[[nodiscard]] slot_arrays slots_of_atom(reading& r, int ia);
 [[nodiscard]] slot_arrays arrays_of(kalvaris_params::pattern_type& pattern);
 [[nodiscard]] slot_arrays arrays_of(kalvaris_params::mix_type& mix);
 [[nodiscard]] slot_arrays arrays_of(kalvaris_params::atom_type& atom);

@@ -187,6 +187,10 @@ bool read_distance_cell(reading& r, int ph) {
 }  // namespace
 
 slot_arrays arrays_of(atom_type& atom) { return {atom.xl, atom.a, atom.a_read}; }
+slot_arrays slots_of_atom(reading& r, int ia) {
+  atom_type& atom = r.st.atom[ia];
+  return {atom.xl, atom.a, atom.a_read, kalvaris_params::slot_family::atom, ia, 0};
+}
 
 bool read_atoms(reading& r, int ph) {
   phase_type& phase = r.st.phase[ph];

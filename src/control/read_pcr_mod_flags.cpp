@@ -3,6 +3,7 @@
 #include <cstdlib>
 #include <filesystem>
 
+#include "instrumental_resolution.hpp"
 #include "lmix_list_input.hpp"
 #include "pcr_sections.hpp"
 
@@ -28,11 +29,11 @@ int& value_of(reading& r, const flag& f, int ip) {
   return f.of_run != nullptr ? r.st.run.*f.of_run : r.st.pattern[ip].*f.of_pattern;
 }
 
-/// Reads a line of integers, `behind` more than there are flags, into the run and the pattern.
-bool read_flag_line(reading& r, const place& at, std::span<const flag> flags, int ip, std::size_t behind = 0) {
-  if (!r.in.values(at, std::string(flags.size() + behind, 'i'))) return false;
-  for (std::size_t k = 0; k < flags.size(); ++k) {
-    value_of(r, flags[k], ip) = r.in.i(static_cast<int>(k));
+/// Reads a line of flags into the run and the pattern.
+bool read_flag_line(reading& r, const place& at, const pcr_layout::flag_line& line, int ip) {
+  if (!r.in.values(at, {line.form.fields})) return false;
+  for (std::size_t k = 0; k < line.flags.size(); ++k) {
+    value_of(r, line.flags[k], ip) = r.in.i(static_cast<int>(k));
   }
   return true;
 }
@@ -228,20 +229,20 @@ void force_flags_of_a_search(reading& r) {
 bool read_flags(reading& r) {
   if (r.st.run.s_format) {
     const place at{"flags"};
-    if (!read_flag_line(r, at, short_flags, 0, 2)) return false;
+    if (!read_flag_line(r, at, pcr_layout::short_flag_line, 0)) return false;
     take_options(r, static_cast<int>(short_flags.size()));
     keep_run_flags(r);
     keep_pattern_flags(r, 0);
     if (!check_run_flags(r, at) || !check_pattern_flags(r, at, 0)) return false;
   } else {
     const place at{"flags"};
-    if (!read_flag_line(r, at, long_run_flags, 0, 2)) return false;
+    if (!read_flag_line(r, at, pcr_layout::long_run_flag_line, 0)) return false;
     take_options(r, static_cast<int>(long_run_flags.size()));
     keep_run_flags(r);
     if (!check_run_flags(r, at)) return false;
     for (int ip = 0; ip < r.st.run.n_patt; ++ip) {
       const place at_pattern{"flags", 0, ip + 1};
-      if (!read_flag_line(r, at_pattern, long_pattern_flags, ip)) return false;
+      if (!read_flag_line(r, at_pattern, pcr_layout::long_pattern_flag_line, ip)) return false;
       keep_pattern_flags(r, ip);
       if (!check_pattern_flags(r, at_pattern, ip)) return false;
     }
@@ -300,13 +301,17 @@ bool check_limits(reading& r) {
                         " Too many excluded regions "});
     }
   }
+  for (int ip = 0; ip < r.st.run.n_patt; ++ip) {
+    if (r.st.pattern[ip].ireso == 0) continue;
+    if (!instrumental_resolution::read_irf(r.st, ip)) return r.in.fail({r.st.io.file_error_mess});
+  }
   return true;
 }
 
 bool read_output_flags(reading& r) {
   const place at{"output flags"};
   if (r.st.run.s_format) {
-    if (!read_flag_line(r, at, short_output_flags, 0) || !check_run_output_flags(r, at)) return false;
+    if (!read_flag_line(r, at, pcr_layout::short_output_line, 0) || !check_run_output_flags(r, at)) return false;
     if (!read_profile_name(r, 0)) return false;
   } else {
     // A line of words may stand above the numbers.
@@ -315,11 +320,11 @@ bool read_output_flags(reading& r) {
       float number = 0.f;
       if (scan.read(number) != lmix_list_input::list_status::value) r.in.take();
     }
-    if (!read_flag_line(r, at, long_run_output_flags, 0)) return false;
+    if (!read_flag_line(r, at, pcr_layout::long_run_output_line, 0)) return false;
     if (!check_run_output_flags(r, at)) return false;
     for (int ip = 0; ip < r.st.run.n_patt; ++ip) {
       const place at_pattern{"output flags", 0, ip + 1};
-      if (!read_flag_line(r, at_pattern, long_pattern_output_flags, ip)) return false;
+      if (!read_flag_line(r, at_pattern, pcr_layout::long_pattern_output_line, ip)) return false;
       if (!read_profile_name(r, ip)) return false;
     }
   }

@@ -2,8 +2,10 @@
 #include <array>
 #include <cmath>
 
+#include "instrumental_resolution.hpp"
 #include "lmix_math_general.hpp"
 #include "pcr_commands.hpp"
+#include "pcr_forms.hpp"
 #include "pcr_sections.hpp"
 
 namespace read_pcr_mod {
@@ -13,6 +15,7 @@ using kalvaris_params::pattern_type;
 using kalvaris_params::run_type;
 using kalvaris_params::scattering_entry;
 using lmix_string_utilities::l_case;
+using pcr_fields::part;
 using pcr_layout::background_lines;
 using pcr_lines::place;
 namespace job = kalvaris_params::job;
@@ -27,24 +30,30 @@ pcr_commands::commands commands_of(const pattern_type& p) { return {p.vary_comma
 /// Applies the words of the VARY and FIX lines to one parameter of the pattern.
 void command(pattern_type& p, std::string_view word, int k) { commands_of(p).apply(word, p.aglb[k]); }
 
-void take_commands(reading& r, pattern_type& p) {
-  if (pcr_lines::begins_with(r.in.peek(), "VARY")) p.vary_command = r.in.take();
-  if (pcr_lines::begins_with(r.in.peek(), "FIX")) p.fix_command = r.in.take();
+void take_command_line(reading& r, std::string_view key, const pcr_fields::line_form& form, int ip, std::string& to) {
+  if (!pcr_lines::begins_with(r.in.peek(), key)) return;
+  to = r.in.take();
+  r.in.words({form.name, 0, ip + 1}, form.fields, lmix_string_utilities::getword(to).dire);
+}
+
+void take_commands(reading& r, int ip) {
+  pattern_type& p = r.st.pattern[ip];
+  take_command_line(r, "VARY", pcr_forms::vary, ip, p.vary_command);
+  take_command_line(r, "FIX", pcr_forms::fix, ip, p.fix_command);
 }
 
 /// lambda1, lambda2, ratio, bkpos, wdt, cthm, tmv(1), rlim, rkk, tmv(2). The signs of the ratio and of tmv(1) are
 /// flags.
 bool take_radiation(reading& r, const place& at, pattern_type& p) {
   const pcr_lines::line_reader& in = r.in;
-  if (!(in.f(0) > 0.f) || in.f(1) < 0.f) return r.in.refuse(at, "the wavelength is not positive");
-  p.lamda = {in.f(0), in.f(1) > 0.f ? in.f(1) : in.f(0)};
+  instrumental_resolution::merge_radiation(p, {in.f(0), in.f(1), std::fabs(in.f(2)), in.f(5), in.f(8)});
+  if (!(p.lamda[0] > 0.f) || p.lamda[1] < 0.f) return r.in.refuse(at, "the wavelength is not positive");
+  if (p.lamda[1] == 0.f) p.lamda[1] = p.lamda[0];
   p.single_wave = std::fabs(p.lamda[0] - p.lamda[1]) < 1.0e-5f;
   p.iuvw = in.f(2) < 0.f ? 1 : 0;
-  p.ratio = {1.f, std::fabs(in.f(2))};
   p.bkpos = in.f(3);
   constexpr float shortest_base = 3.f;  // FWHM; with less the tails are cut where they still count
   p.wdt = std::max(in.f(4), shortest_base);
-  p.cthm = in.f(5);
   p.tmv = {std::fabs(in.f(6)), in.f(9)};
   if (in.f(6) < 0.f) {
     p.iabscor = 4;
@@ -52,14 +61,13 @@ bool take_radiation(reading& r, const place& at, pattern_type& p) {
     p.iabscor = p.ilor == 2 ? 1 : 2;
   }
   p.rlim = in.f(7);
-  p.rkk = in.f(8);
   if (p.ratio[1] > 0.f && p.ratio[1] < 1.f && !(p.tmv[1] > 1.0e-9f)) p.tmv[1] = p.tmv[0];
   return true;
 }
 
 /// Time of flight and energy: position of the origin of the background, reach of a peak, absorption.
 bool read_short_radiation(reading& r, const place& at, pattern_type& p) {
-  if (!r.in.values(at, "ffi")) return false;
+  if (!r.in.values(at, {pcr_forms::radiation_tof_fields})) return false;
   p.bkpos = r.in.f(0);
   p.wdt = r.in.f(1);
   p.iabscor = r.in.i(2);
@@ -69,11 +77,11 @@ bool read_short_radiation(reading& r, const place& at, pattern_type& p) {
 }
 
 void take_range(reading& r, pattern_type& p, int first_field) {
-  p.thmin = p.thmin_read = r.in.f(first_field);
-  p.step = p.step_read = r.in.f(first_field + 1);
-  p.thmax = p.thmax_read = r.in.f(first_field + 2);
-  p.alpsd = r.in.f(first_field + 3);
-  p.sent0 = r.in.f(first_field + 4);
+  p.thmin_read = r.in.f(first_field);
+  p.step_read = r.in.f(first_field + 1);
+  p.thmax_read = r.in.f(first_field + 2);
+  instrumental_resolution::merge_range(
+      p, {p.thmin_read, p.step_read, p.thmax_read, r.in.f(first_field + 3), r.in.f(first_field + 4)});
 }
 
 bool read_background_points(reading& r, int ip) {
@@ -81,11 +89,9 @@ bool read_background_points(reading& r, int ip) {
   pattern_type& p = r.st.pattern[ip];
   p.pos.assign(static_cast<std::size_t>(p.nbckgd), 0.f);
   for (int j = 0; j < p.nbckgd; ++j) {
-    if (!r.in.values(at, "fff")) return false;
     const int k = gslot::bac + j;
+    if (!r.in.values(at, {pcr_forms::point_fields, part::pairs(slots_of_pattern(r, ip), std::array{k})})) return false;
     p.pos[j] = r.in.f(0);
-    p.glb[k] = r.in.f(1);
-    p.aglb[k] = p.aglb_read[k] = r.in.f(2);
     p.brefint = p.brefint || std::fabs(p.aglb[k]) > 0.5f;
   }
   return true;
@@ -94,7 +100,7 @@ bool read_background_points(reading& r, int ip) {
 bool read_excluded_regions(reading& r, int ip) {
   pattern_type& p = r.st.pattern[ip];
   for (int j = 0; j < p.nexcrg; ++j) {
-    if (!r.in.values({"excluded regions", 0, ip + 1}, "ff")) return false;
+    if (!r.in.values(pcr_forms::regions, 0, ip + 1)) return false;
     p.excluded.push_back({r.in.f(0), r.in.f(1)});
   }
   return true;
@@ -118,9 +124,9 @@ void command_background_points(pattern_type& p) {
 }
 
 /// Table of sin(theta)/lambda and f that ends at -100.
-bool read_scattering_table(reading& r, const place& at, scattering_entry& entry) {
+bool read_scattering_table(reading& r, int ip, scattering_entry& entry) {
   while (true) {
-    if (!r.in.values(at, "ff")) return false;
+    if (!r.in.values(pcr_forms::scattering_table, 0, ip + 1)) return false;
     if (std::fabs(r.in.f(0) + 100.f) < 1.0e-4f) return true;
     if (entry.star.size() >= kalvaris_params::N_FORM) return r.in.fail({" Too many scattering factor entries"});
     entry.star.push_back(r.in.f(0));
@@ -129,9 +135,9 @@ bool read_scattering_table(reading& r, const place& at, scattering_entry& entry)
 }
 
 /// Nine coefficients of a form factor; lines whose third value is 0 before it are pairs of values.
-bool read_form_factor(reading& r, const place& at, scattering_entry& entry) {
+bool read_form_factor(reading& r, int ip, scattering_entry& entry) {
   while (true) {
-    if (!r.in.values(at, "fffffffff")) return false;
+    if (!r.in.values(pcr_forms::form_factor, 0, ip + 1)) return false;
     for (int k = 0; k < 9; ++k) entry.ac[k] = r.in.f(k);
     if (std::fabs(entry.ac[2]) > 1.0e-6f) return true;
     if (entry.posi.size() >= kalvaris_params::N_FORM) return r.in.fail({" Too many scattering factor entries"});
@@ -141,9 +147,8 @@ bool read_form_factor(reading& r, const place& at, scattering_entry& entry) {
 }
 
 bool read_scattering_entry(reading& r, int ip) {
-  const place at{"scattering entry", 0, ip + 1};
   const pattern_type& p = r.st.pattern[ip];
-  if (!r.in.values(at, "4ffi")) return false;
+  if (!r.in.values(pcr_forms::scattering, 0, ip + 1)) return false;
   scattering_entry entry;
   entry.nam = r.in.word(0);
   entry.dfp = r.in.f(1);
@@ -153,8 +158,7 @@ bool read_scattering_entry(reading& r, int ip) {
   const bool neutrons = p.radiation() == job::neutrons;
   if (!neutrons && entry.ity == 0) entry.nam = l_case(entry.nam);
   if (entry.ity != 2 && !(neutrons && entry.ity == 0)) {
-    const place at_table{"scattering table", 0, ip + 1};
-    if (!(p.nscat < 0 ? read_scattering_table(r, at_table, entry) : read_form_factor(r, at_table, entry))) return false;
+    if (!(p.nscat < 0 ? read_scattering_table(r, ip, entry) : read_form_factor(r, ip, entry))) return false;
   }
   r.st.pattern[ip].scattering.push_back(std::move(entry));
   return true;
@@ -178,15 +182,17 @@ int words_in(std::string_view line) { return lmix_string_utilities::getword(line
 void settle_diffractometer(pattern_type& p) {
   float& two_sin = p.glb[gslot::two_sin];
   p.aglb[gslot::two_sin] = 0.f;
+  const kalvaris_params::resolution_type& file = p.resolution;
+  if (instrumental_resolution::gives_bank_angle(p)) two_sin = file.toftet_i;
   p.toftet = two_sin;
   if (two_sin > 2.f) {
     two_sin = static_cast<float>(2.0 * lmix_math_general::sind(0.5 * static_cast<double>(p.toftet)));
   } else {
     p.toftet = static_cast<float>(2.0 * lmix_math_general::asind(0.5 * static_cast<double>(two_sin)));
   }
-  p.dtt1 = p.glb[gslot::dtt1];
-  p.dtt2 = p.glb[gslot::dtt2];
-  p.dtt_1overd = p.nprof == 10 ? 0.f : p.glb[gslot::dtt_1overd];
+  p.dtt1 = file.dtt1_i + p.glb[gslot::dtt1];
+  p.dtt2 = file.dtt2_i + p.glb[gslot::dtt2];
+  p.dtt_1overd = file.dtt_1overd_i + (p.nprof == 10 ? 0.f : p.glb[gslot::dtt_1overd]);
   constexpr float planck_times_c = 12.398419f;  // keV angstrom
   if (p.ixunit == abscissa::energy && p.ireso == 0 && !(p.dtt1 > 1.0e-6f) && two_sin >= 0.001f) {
     p.dtt1 = planck_times_c / two_sin;
@@ -194,7 +200,8 @@ void settle_diffractometer(pattern_type& p) {
 }
 
 /// Time of flight: zero, dtt1, dtt2 with their codes, dtt_1overd when nine words stand, the detector angle.
-bool read_tof_zero_line(reading& r, const place& at, pattern_type& p) {
+bool read_tof_zero_line(reading& r, const place& at, int ip) {
+  pattern_type& p = r.st.pattern[ip];
   const auto text = r.in.text(at);
   if (!text) return false;
   const std::string line = pcr_lines::without_comment(*text);
@@ -204,9 +211,9 @@ bool read_tof_zero_line(reading& r, const place& at, pattern_type& p) {
         {"  Error reading the items: zero, code, dtt1, code, dtt2, code ...",
          fmt_line{}.a(" => Please check your input file at line: ").i(6, r.in.lines_taken()).a(" !").str()});
   }
-  if (!r.in.values_of(at, line, std::string(static_cast<std::size_t>(words), 'f'))) return false;
   const std::array<int, 4> slots{gslot::zero, gslot::dtt1, gslot::dtt2, gslot::dtt_1overd};
-  store_pairs(r, arrays_of(p), std::span(slots).first(words == 9 ? 4 : 3));
+  const part pairs = part::pairs(slots_of_pattern(r, ip), std::span(slots).first(words == 9 ? 4 : 3));
+  if (!r.in.values_of(at, line, {pairs, pcr_forms::angle_fields})) return false;
   p.glb[gslot::two_sin] = r.in.f(words - 1);
   p.tof_words = words;
   return true;
@@ -216,10 +223,10 @@ bool read_zero_line(reading& r, int ip) {
   const place at{"zero line", 0, ip + 1};
   pattern_type& p = r.st.pattern[ip];
   if (pcr_layout::has_tof_zero_line(p)) {
-    if (!read_tof_zero_line(r, at, p)) return false;
+    if (!read_tof_zero_line(r, at, ip)) return false;
   } else {
-    if (!r.in.values(at, "ffffffffi")) return false;
-    store_pairs(r, arrays_of(p), zero_line_slots);
+    const part pairs = part::pairs(slots_of_pattern(r, ip), zero_line_slots);
+    if (!r.in.values(at, {pairs, pcr_forms::more_global_fields})) return false;
     p.iglmore = r.in.i(8);
     if (!r.in.in_range(at, "flag More", p.iglmore, 0, 3)) return false;
   }
@@ -253,10 +260,11 @@ bool read_second_regime(reading& r, int ip) {
     const bool crossing = words_in(line) < 6;
     if (read[crossing ? 1 : 0]) return r.in.refuse(at, "one line of six and one of four or five values expected");
     read[crossing ? 1 : 0] = true;
-    if (!r.in.values_of(at, line, crossing ? "fffff" : "ffffff")) return false;
-    store_pairs(r, arrays_of(p),
-                crossing ? std::span<const int>(pcr_layout::crossing_slots)
-                         : std::span<const int>(pcr_layout::second_regime_slots));
+    const slot_arrays to = slots_of_pattern(r, ip);
+    const bool good =
+        crossing ? r.in.values_of(at, line, {part::pairs(to, pcr_layout::crossing_slots), pcr_forms::angle_fields})
+                 : r.in.values_of(at, line, {part::pairs(to, pcr_layout::second_regime_slots)});
+    if (!good) return false;
     if (!crossing || !(r.in.f(4) > 0.f) || !(r.in.f(4) < 180.f)) continue;
     p.glb[gslot::two_sin] = r.in.f(4);
     settle_diffractometer(p);
@@ -275,6 +283,7 @@ bool read_user_profiles(reading& r, int ip) {
   if (!text) return false;
   const std::string line = pcr_lines::without_comment(*text);
   const auto names = lmix_string_utilities::getword(line);
+  r.in.words(at, pcr_forms::user_profile_fields, names.dire);
   if (names.dire.empty() || !lmix_fixed_format::parse_integer(names.dire[0], p.nbk_pr) || names.err.err_string) {
     return r.in.refuse(at, "the number of profiles and their names expected");
   }
@@ -287,10 +296,9 @@ bool read_user_profiles(reading& r, int ip) {
   p.file_bpr.assign(names.dire.begin() + 1, names.dire.begin() + 1 + p.nbk_pr);
   std::vector<int> slots(n);
   for (std::size_t k = 0; k < n; ++k) slots[k] = gslot::user_bk + static_cast<int>(k);
-  if (!r.in.values(at, std::string(n, 'f'))) return false;
-  store_values(r, arrays_of(p), slots);
-  if (!r.in.values({"codes of the profiles in the background", 0, ip + 1}, std::string(n, 'f'))) return false;
-  store_codes(r, arrays_of(p), slots);
+  const slot_arrays to = slots_of_pattern(r, ip);
+  if (!r.in.values({"factors of the profiles in the background", 0, ip + 1}, {part::values(to, slots)})) return false;
+  if (!r.in.values({"codes of the profiles in the background", 0, ip + 1}, {part::codes(to, slots)})) return false;
   for (const int k : slots) command(p, "add_back", k);
   return true;
 }
@@ -298,8 +306,8 @@ bool read_user_profiles(reading& r, int ip) {
 bool read_microabsorption(reading& r, int ip) {
   pattern_type& p = r.st.pattern[ip];
   if (p.iglmore != 1 && p.iglmore != 3) return true;
-  if (!r.in.values({"microabsorption line", 0, ip + 1}, "ffffff")) return false;
-  store_pairs(r, arrays_of(p), std::array{int{gslot::p0}, int{gslot::cp}, int{gslot::tau}});
+  constexpr std::array<int, 3> slots{gslot::p0, gslot::cp, gslot::tau};
+  if (!r.in.values({"microabsorption line", 0, ip + 1}, {part::pairs(slots_of_pattern(r, ip), slots)})) return false;
   command(p, "P0", gslot::p0);
   command(p, "Cp", gslot::cp);
   command(p, "Tau", gslot::tau);
@@ -333,23 +341,21 @@ std::size_t lines_that_stand(reading& r, const background_lines& row, std::size_
   return optional && !stands ? line : row.lines();
 }
 
-bool read_background_codes(reading& r, const place& at, std::string_view letters) {
-  if (!pcr_lines::begins_with(r.in.peek(), codes_word)) return r.in.values(at, letters);
-  return r.in.values_of(at, without_codes_word(r.in.take()), letters);
+bool read_background_codes(reading& r, const place& at, const part& codes) {
+  if (!pcr_lines::begins_with(r.in.peek(), codes_word)) return r.in.values(at, {codes});
+  return r.in.values_of(at, without_codes_word(r.in.take()), {codes});
 }
 
 bool read_coefficients(reading& r, int ip, const background_lines& row) {
   const place at{"background coefficients", 0, ip + 1}, at_codes{"codes of the background coefficients", 0, ip + 1};
   pattern_type& p = r.st.pattern[ip];
-  const std::string letters(row.per_line, 'f');
+  const slot_arrays to = slots_of_pattern(r, ip);
   p.n_bac = 0;
   for (std::size_t line = 0; line < lines_that_stand(r, row, line); ++line) {
     std::vector<int> slots(row.per_line);
     for (std::size_t j = 0; j < slots.size(); ++j) slots[j] = row.first_slot[line] + static_cast<int>(j);
-    if (!r.in.values(at, letters)) return false;
-    store_values(r, arrays_of(p), slots);
-    if (!read_background_codes(r, at_codes, letters)) return false;
-    store_codes(r, arrays_of(p), slots);
+    if (!r.in.values(at, {part::values(to, slots)})) return false;
+    if (!read_background_codes(r, at_codes, part::codes(to, slots))) return false;
     for (const int k : slots) command(p, "back", k);
     p.n_bac += static_cast<int>(slots.size());
   }
@@ -359,7 +365,7 @@ bool read_coefficients(reading& r, int ip, const background_lines& row) {
 bool read_background(reading& r, int ip) {
   pattern_type& p = r.st.pattern[ip];
   if (pcr_layout::is_filter(p)) {
-    if (!r.in.values({"window of the background filter", 0, ip + 1}, "fi")) return false;
+    if (!r.in.values(pcr_forms::filter, 0, ip + 1)) return false;
     p.fwindow = r.in.f(0);
     p.win_cyc = r.in.i(1) == 0 ? 1 : r.in.i(1);
     return true;
@@ -379,6 +385,10 @@ bool read_background(reading& r, int ip) {
 }  // namespace
 
 slot_arrays arrays_of(pattern_type& pattern) { return {pattern.glb, pattern.aglb, pattern.aglb_read}; }
+slot_arrays slots_of_pattern(reading& r, int ip) {
+  pattern_type& p = r.st.pattern[ip];
+  return {p.glb, p.aglb, p.aglb_read, kalvaris_params::slot_family::global, ip, ip};
+}
 
 void store_values(const reading& r, const slot_arrays& to, std::span<const int> slots, int first_field) {
   for (const int k : slots) to.value[k] = r.in.f(first_field++);
@@ -403,11 +413,11 @@ bool read_radiation(reading& r) {
     if (p.cry_pat) continue;
     if (pcr_layout::has_diffractometer(p)) {
       if (!read_short_radiation(r, at, p)) return false;
-      take_commands(r, p);
+      take_commands(r, ip);
       continue;
     }
-    if (!r.in.values(at, "ffffffffff") || !take_radiation(r, at, p)) return false;
-    take_commands(r, p);
+    if (!r.in.values(at, {pcr_forms::radiation_fields}) || !take_radiation(r, at, p)) return false;
+    take_commands(r, ip);
     p.glb[gslot::ratio2] = p.ratio[1];
     // A ratio to nothing has no derivative, so that with one wavelength the word must not ask for a parameter.
     if (!p.single_wave) command(p, "ratio", gslot::ratio2);
@@ -418,7 +428,8 @@ bool read_radiation(reading& r) {
 bool read_cycles(reading& r) {
   run_type& run = r.st.run;
   const bool short_form = run.s_format;
-  if (!r.in.values({"cycles line"}, short_form ? "iffffffffff" : "ifffff")) return false;
+  const part behind = short_form ? part(pcr_forms::range_fields) : part(std::span<const pcr_fields::field>{});
+  if (!r.in.values({pcr_forms::cycles.name}, {pcr_forms::cycles_fields, behind})) return false;
   run.mcycle = std::max(r.in.i(0), 1);
   run.eps = r.in.f(1) < 0.001f ? 0.01f : r.in.f(1);
   for (int k = 1; k <= 4; ++k) run.relax[k] = r.in.f(k + 1);
@@ -428,7 +439,7 @@ bool read_cycles(reading& r) {
   }
   for (int ip = 0; ip < run.n_patt; ++ip) {
     if (r.st.pattern[ip].cry_pat) continue;
-    if (!r.in.values({"range line", 0, ip + 1}, "fffff")) return false;
+    if (!r.in.values(pcr_forms::range, 0, ip + 1)) return false;
     take_range(r, r.st.pattern[ip], 0);
   }
   return true;
@@ -457,9 +468,9 @@ bool read_scattering(reading& r) {
 }
 
 bool read_global_parameters(reading& r) {
-  const place at{"number of refined parameters"};
+  const place at{pcr_forms::maxs.name};
   run_type& run = r.st.run;
-  if (!r.in.values(at, "i")) return false;
+  if (!r.in.values(pcr_forms::maxs)) return false;
   run.maxs = run.maxs_read = r.in.i(0);
   if (!r.in.in_range(at, "number of refined parameters", run.maxs, 0, r.st.dim.maxparam)) return false;
   const auto calculated = [](const pattern_type& p) { return !p.refining(); };

@@ -3,6 +3,7 @@
 #include <cmath>
 #include <cstdlib>
 
+#include "instrumental_resolution.hpp"
 #include "pcr_commands.hpp"
 #include "pcr_profile.hpp"
 #include "pcr_sections.hpp"
@@ -232,7 +233,7 @@ bool profile_reader::check_widths() {
   for (const int k : {slot::u, slot::v, slot::w, slot::x, slot::y, slot::gausiz, slot::lorsiz}) {
     sum += std::fabs(mix.par[k]);
   }
-  if (!(sum < 1.0e-6f) || pattern.ireso != 0) return true;
+  if (!(sum < 1.0e-6f) || instrumental_resolution::gives_widths(pattern)) return true;
   return r.in.fail({fmt_line{}
                         .a(" Zero half-width parameters for phase")
                         .i(3, ph + 1)
@@ -300,6 +301,10 @@ void command_slots(const pattern_type& p, const phase_type& phase, mix_type& mix
 }  // namespace
 
 slot_arrays arrays_of(mix_type& mix) { return {mix.par, mix.apar, mix.apar_read}; }
+slot_arrays slots_of_phase(reading& r, int ph, int ip) {
+  mix_type& mix = r.st.mix(ph, ip);
+  return {mix.par, mix.apar, mix.apar_read, kalvaris_params::slot_family::phase, ph, ip};
+}
 
 bool read_profile(reading& r, int ph, int ip) {
   profile_reader reader{r, ph, ip};

@@ -181,6 +181,7 @@ std::vector<sym_oper_type> get_stabilizerc(const vector3& x, const space_group_t
     for (std::size_t i = 0; i < 3; ++i) op.tr[i] -= std::round(image[i] - x[i]);
     out.push_back(op);
   }
+  parts::close_site(out, product_symop, [](const auto& a, const auto& b) { return a.rot == b.rot; });
   return out;
 }
 

@@ -75,6 +75,7 @@ struct field_column {
 class field_values {
  public:
   std::string line;  ///< the text that the fields were read from
+  int failed = -1;   ///< field (0-based) at which the last reading of a line failed, -1: none
 
   int size() const { return static_cast<int>(values_.size()); }
   /// Field k (0-based). A field of another kind, or outside size(), reads as follows: an integer by f() as its value,

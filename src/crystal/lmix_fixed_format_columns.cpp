@@ -257,6 +257,7 @@ std::string_view field_values::a(int k) const {
 
 void field_values::clear() {
   line.clear();
+  failed = -1;
   values_.clear();
 }
 

@@ -266,10 +266,12 @@ int convert_line(findfmt_state& state, std::string_view fmtfields, field_values&
   columns.reserve(fmtfields.size());
   line_measure line(out.line, columns);
   if (const int ierr = line.run(fmtfields, state.max_fmtstring); ierr != fmt_error::none) {
+    out.failed = static_cast<int>(columns.size());
     return fail(state, ierr, out.line, line.ipos());
   }
   const int bad = out.convert(columns);
   if (bad < 0) return fmt_error::none;
+  out.failed = bad;
   const std::size_t offset = static_cast<std::size_t>(columns[static_cast<std::size_t>(bad)].offset);
   const std::size_t place = std::min(out.line.find_first_not_of(' ', offset), out.line.size());
   return fail(state, fmt_error::unreadable_field, out.line, static_cast<int>(place) + 1);
