@@ -44,14 +44,14 @@ void set_lattice(space_group_type& spg, std::vector<vector3> centring) {
   spg.numlat = static_cast<int>(spg.latt_trans.size());
 }
 
-// Three columns for each number, as in "  I: { 000;  1/2 1/2 1/2 }+".
+// Three columns for each number, whole ones in the middle, as in "  A: { 000;  0  1/2 1/2 }+".
 std::string lattice_text(const space_group_type& spg) {
   std::string out = std::string("  ") + spg.spg_lat + ": { 000";
   for (std::size_t i = 1; i < spg.latt_trans.size(); ++i) {
     out += ";";
     for (const float e : spg.latt_trans[i]) {
       const std::string number = parts::fraction_text(static_cast<double>(e));
-      out += std::string(number.size() < 3 ? 3 - number.size() : 1, ' ') + number;
+      out += number.size() == 1 ? "  " + number + " " : " " + number;
     }
   }
   return out + (spg.numlat > 1 ? " }+" : " }");

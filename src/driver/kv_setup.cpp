@@ -2,6 +2,8 @@
 
 #include <cmath>
 
+#include "instrumental_resolution.hpp"
+#include "intensity_correction.hpp"
 #include "kalvaris_codes.hpp"
 #include "kv_background.hpp"
 #include "kv_calculable.hpp"
@@ -22,9 +24,8 @@ using lmix_fixed_format::fmt_line;
 
 /// The abscissae of a pattern that is calculated without data.
 bool make_grid(state_type& st, pattern_type& p, int ip) {
-  const double n =
-      (static_cast<double>(p.thmax_read) - static_cast<double>(p.thmin_read)) / static_cast<double>(p.step_read) + 1.5;
-  if (!(p.step_read > 0.f) || !(n >= 2.0) || !(n <= st.dim.maxpoint)) {
+  const double n = (static_cast<double>(p.thmax) - static_cast<double>(p.thmin)) / static_cast<double>(p.step) + 1.5;
+  if (!(p.step > 0.f) || !(n >= 2.0) || !(n <= st.dim.maxpoint)) {
     st.fmt.ierr_fmt = 100;
     st.fmt.mess_findfmt.clear();
     st.fmt.mess_findfmt.add(" => Error in the range of pattern: " + std::to_string(ip + 1));
@@ -33,8 +34,6 @@ bool make_grid(state_type& st, pattern_type& p, int ip) {
     return false;
   }
   p.npts = static_cast<int>(n);
-  p.thmin = p.thmin_read;
-  p.step = p.step_read;
   p.thmax = p.thmin + static_cast<float>(p.npts - 1) * p.step;
   p.iconstep = true;
   const auto size = static_cast<std::size_t>(p.npts);
@@ -78,8 +77,10 @@ void prepare_background(state_type& st, int ip) {
 
 void read_data(state_type& st, int ip) {
   pattern_type& p = st.pattern[static_cast<std::size_t>(ip)];
+  if (!intensity_correction::read_cor(st, ip)) kalvaris_inout::stop_cond(st.io, st.io.file_error_mess, true);
   if (!p.refining()) {
-    make_grid(st, p, ip);
+    if (make_grid(st, p, ip) && !intensity_correction::corr_prof(st, ip))
+      kalvaris_inout::stop_cond(st.io, st.io.file_error_mess, true);
     return;
   }
   kv_read_intens::readint(st, ip);
@@ -117,6 +118,7 @@ void write_out(state_type& st) {
   for (pattern_type& p : st.pattern) prepare_radiation(p);
   kv_running_output::echo_conditions(st);
   for (int ip = 0; ip < st.run.n_patt; ++ip) {
+    instrumental_resolution::write_irf_info(st, ip, kalvaris_inout::unit::listing);
     read_data(st, ip);
     if (st.fmt.ierr_fmt != 0 || st.io.file_error) return;
     kv_running_output::echo_data(st, ip);

@@ -314,24 +314,10 @@ void readint(state_type& st, int ip) {
   leave_file(r, ip);
 }
 
-namespace {
-
-void correct_profile(state_type& st, int ip) {
-  constexpr int of_the_profile = 2;
-  const pattern_type& p = st.pattern[static_cast<std::size_t>(ip)];
-  if (p.icorr == 0) return;
-  if (!intensity_correction::read_cor(st, ip)) return stop(st, {}, st.io.file_error_mess);
-  if (p.correction.itycorr != of_the_profile)
-    return stop(st, {}, " => File: " + st.io.namefil + ": corrections of the reflections are not available");
-  if (!intensity_correction::corr_prof(st, ip)) stop(st, {}, st.io.file_error_mess);
-}
-
-}  // namespace
-
 void prepare_data(state_type& st, int ip) {
   constexpr int unit_weights = 2, table_weights = 3, plot_constant_step = 1, plot_free = -3;
   pattern_type& p = st.pattern[static_cast<std::size_t>(ip)];
-  correct_profile(st, ip);
+  if (!intensity_correction::corr_prof(st, ip)) stop(st, {}, st.io.file_error_mess);
   if (!p.iconstep && p.pl_prf == plot_constant_step) p.pl_prf = plot_free;
   if (p.iwgt == unit_weights) std::fill(p.var.begin(), p.var.end(), 1.f);
   if (p.iwgt == table_weights) variances::corr_variances(st, ip, p.npts);

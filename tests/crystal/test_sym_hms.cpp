@@ -71,6 +71,18 @@ bool is_nickname(std::string_view hm) {
 
 // The letters alone say the group but not its origin: an inversion centre, or where the first elements meet. 89
 // settings have theirs elsewhere (first origin choices, P 21 21 21, P m n 21, P 31 2 1 and the like).
+// The other spellings, full, short and older ones.
+TEST(HermannMauguinParser, EveryAliasGivesItsGroup) {
+  for (const auto& a : tables::spgr_aliases()) {
+    SCOPED_TRACE(a.symbol);
+    space_group_type spg;
+    const err_symm_type err = get_so_from_hms(a.symbol, spg);
+    ASSERT_FALSE(err) << err.err_symm_mess;
+    const auto& row = tables::spgr_info()[static_cast<std::size_t>(a.row) - 1];
+    EXPECT_TRUE(shift_between(spg, group_of_row(row))) << row.hm;
+  }
+}
+
 TEST(HermannMauguinParser, EveryTabulatedSymbolGivesItsGroup) {
   int same_origin = 0, shifted = 0, nicknames = 0;
   for (const auto& s : tables::spgr_info()) {

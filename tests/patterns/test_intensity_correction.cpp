@@ -116,13 +116,15 @@ TEST(IntensityCorrection, ProfileIsDividedWithItsVariance) {
     EXPECT_NEAR(p.var[0], t.var, 1e-4);
     EXPECT_EQ(p.yo_max, p.y[0] == 100.f ? 150.f : 50.f);
   }
-  cor_run bad(2, "");
-  bad.pattern().correction.itycorr = 2;
-  bad.pattern().correction.corrv = {1.f, -0.05f};
-  bad.pattern().txv = {10.f, 20.f, 30.f}, bad.pattern().y = bad.pattern().var = {100.f, 150.f};
-  EXPECT_FALSE(corr_prof(bad.st, 0));
-  EXPECT_THAT(bad.st.io.file_error_mess, HasSubstr("20"));
-  EXPECT_EQ(bad.pattern().y[0], 100.f);
+  for (const int itycorr : {1, 2}) {
+    cor_run bad(2, "");
+    bad.pattern().correction.itycorr = itycorr;
+    bad.pattern().correction.corrv = {1.f, -0.05f};
+    bad.pattern().txv = {10.f, 20.f, 30.f}, bad.pattern().y = bad.pattern().var = {100.f, 150.f};
+    EXPECT_FALSE(corr_prof(bad.st, 0));
+    EXPECT_THAT(bad.st.io.file_error_mess, HasSubstr("20"));
+    EXPECT_EQ(bad.pattern().y[0], 100.f);
+  }
 }
 
 }  // namespace

@@ -292,28 +292,6 @@ TEST(PrepareData, UnitWeightsAndPlotOfFreeAbscissae) {
   EXPECT_EQ(constant.pattern().var, (std::vector<float>{1, 2}));
 }
 
-TEST(PrepareData, CorrectionOfTheProfileIsAppliedAndOthersAreRefused) {
-  for (const char* file : {"title\n2 1 2\n1.0 0.5\n", "title\n1 1 2\n1.0 0.5\n", "title\n2 1 2\n2 -1\n", ""}) {
-    data_run run(0, "1 1 3\n10 20 30\n");
-    run.st.io.filenam = "code";
-    run.write("code.cor", file);
-    run.pattern().icorr = 2;
-    run.read();
-    std::ostringstream stop_words;
-    std::streambuf* const before = std::cerr.rdbuf(stop_words.rdbuf());
-    bool stopped = false;
-    try {
-      kv_read_intens::prepare_data(run.st, 0);
-    } catch (const kalvaris_inout::run_stopped&) {
-      stopped = true;
-    }
-    std::cerr.rdbuf(before);
-    EXPECT_EQ(stopped, std::string(file) != "title\n2 1 2\n1.0 0.5\n") << file;
-    EXPECT_FLOAT_EQ(run.pattern().y[1], stopped ? 20.f : 10.f);
-    EXPECT_FLOAT_EQ(run.pattern().var[1], stopped ? 20.f : 5.f);
-  }
-}
-
 std::string correction_file(int rows) {
   std::string text = "comment\n0 2.0\n";
   for (int i = 0; i < rows; ++i) text += std::to_string(1 + i) + " " + std::to_string(10000 * (i + 1)) + "\n";
