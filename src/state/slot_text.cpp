@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <array>
+#include <cstdlib>
 #include <span>
 
 namespace slot_text {
@@ -15,6 +16,7 @@ using kalvaris_params::state_type;
 namespace slot = kalvaris_params::slot;
 namespace gslot = kalvaris_params::gslot;
 namespace aslot = kalvaris_params::aslot;
+namespace bslot = kalvaris_params::bslot;
 namespace abscissa = kalvaris_params::abscissa;
 
 /// Peak shapes as bits, so that a row can hold several.
@@ -211,6 +213,26 @@ constexpr std::array atom_rows{
     row{aslot::ff, aslot::last, "Ff_", "parameter of the form factor", {}, 1},
 };
 constexpr std::string_view magneton = "Bohr magnetons";
+constexpr std::array harmonic_rows{
+    row{aslot::ucos,
+        aslot::last,
+        "Harm_",
+        "harmonic: cosine, sine terms of displacement and of moment, twelve each",
+        {},
+        1},
+};
+constexpr std::array body_rows{
+    row{bslot::xc, bslot::xc + 2, "Body_pos", "origin of the rigid body", "cell edge", 1},
+    row{bslot::phi, bslot::phi + 2, "Body_ang", "orientation of the rigid body: phi, theta, chi", "degrees", 1},
+    row{bslot::t11, bslot::t11 + 5, "Body_T", "translation tensor 11, 22, 33, 12, 13, 23", "angstrom^2", 1},
+    row{bslot::l11, bslot::l11 + 5, "Body_L", "libration tensor 11, 22, 33, 12, 13, 23", "degrees^2", 1},
+    row{bslot::s11, bslot::last, "Body_S", "screw tensor, row by row", "degrees angstrom", 1},
+};
+constexpr std::array laue_rows{
+    row{gslot::flux, gslot::flux + 59, "Flux_", "coefficient of the incident spectrum", {}, 1},
+    row{gslot::laue_abs, gslot::laue_abs + 11, "Abs_", "coefficient of the absorption", {}, 1},
+    row{gslot::effic, gslot::effic + 11, "Eff_", "coefficient of the efficiency of the detector", {}, 1},
+};
 constexpr std::array moment_rows{
     one(aslot::rx, "Rx", "real part of the moment along a", magneton),
     one(aslot::ry, "Ry", "real part of the moment along b", magneton),
@@ -278,6 +300,7 @@ text of_pattern(const state_type& st, int ip, int k) {
   if (k >= gslot::user_bk) {
     return {"AddBck_" + std::to_string(k - gslot::user_bk + 1), "factor of a profile in the background", {}};
   }
+  if (k >= gslot::bac && p.ixunit == abscissa::laue) return text_of(find({laue_rows}, k), "Glb_", k);
   if (k >= gslot::bac) return background(p, k);
   const bool tof = p.ixunit == abscissa::tof, energy = p.ixunit == abscissa::energy;
   const std::span<const row> regime = tof && p.nprof == 10 ? std::span<const row>(second_regime_rows) : none;
@@ -317,7 +340,9 @@ text of_atom(const state_type& st, int ia, int k) {
     if (st.phase[ph].jbt < 0) moments = spherical_moment_rows;
     if (st.phase[ph].isym == -2) moments = basis_rows;
   }
-  return text_of(find({atom_rows, moments, moment_rows}, k), "A_", k);
+  const bool modulated = ph < st.phase.size() && std::abs(st.phase[ph].jbt) == 7;
+  const std::span<const row> harmonics = modulated ? std::span<const row>(harmonic_rows) : none;
+  return text_of(find({harmonics, atom_rows, moments, moment_rows}, k), "A_", k);
 }
 
 }  // namespace
@@ -336,6 +361,13 @@ text describe(const state_type& st, const slot_place& place) {
     case slot_family::domain:
       if (place.k == 1) return {"Dom_" + std::to_string(place.ip + 1), "population of the magnetic domain", {}};
       return {"Chi_" + std::to_string(place.ip + 1), "chirality of the magnetic domain", {}};
+    case slot_family::body: {
+      text t = text_of(find({body_rows}, place.k), "Body_", place.k);
+      t.name += "_" + std::to_string(place.ip + 1);
+      return t;
+    }
+    case slot_family::mode:
+      return {"Mode_" + std::to_string(place.ip + 1), "amplitude of the symmetry mode", {}};
     case slot_family::atom:
       break;
   }
