@@ -39,6 +39,7 @@ struct record {
     std::vector<entry> entries;
   };
   std::vector<line> lines;
+  int last = 0;  ///< last line that was taken
 };
 
 inline constexpr int refused = 100;  ///< ierr_fmt of what the control file may not ask for

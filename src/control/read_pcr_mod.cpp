@@ -166,14 +166,16 @@ bool read_pattern_to_plot(reading& r) {
   return r.in.in_range(at, "pattern number", run.n_pat_plot, 1, run.n_patt);
 }
 
-void read_pcr(state_type& st) {
+void read_pcr(state_type& st, pcr_lines::record* keep) {
   lmix_string_utilities::init_findfmt(st.fmt);
   st.fmt.ierr_fmt = 0;
   const auto text = kalvaris_inout::content(st.io, kalvaris_inout::unit::control);
   const std::string_view lines = text ? std::string_view(*text) : std::string_view();
   reading r{st, pcr_lines::line_reader(lines, kalvaris_inout::unit::control, st.fmt), st.io.multi_pattern};
   r.in.name_slots_of(st);
+  r.in.keep(keep);
   const bool read = read_sections(r);
+  if (keep != nullptr) keep->last = r.in.lines_taken();
   echo_lines(st, lines, r.in.lines_taken());
   if (read) st.fmt.ierr_fmt = 0;
 }

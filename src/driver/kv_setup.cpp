@@ -20,27 +20,16 @@ using kalvaris_params::state_type;
 namespace gslot = kalvaris_params::gslot;
 using lmix_fixed_format::fmt_line;
 
-/// Cells and codes: symmetry constraints on the raw codes, then their split, then A..F of 1/d^2 in the cell slots.
-bool prepare_codes(state_type& st) {
-  for (const bool only_numbers : {true, false}) {
-    if (only_numbers && !st.run.automatic) continue;
-    for (int ph = 0; ph < st.run.nphase; ++ph)
-      for (int ip = 0; ip < st.run.n_patt; ++ip)
-        if (st.mix(ph, ip).jcontr != 0 && !kalvaris_codes::cell_const(st, ph, ip, only_numbers)) return false;
-    if (only_numbers) kalvaris_codes::set_symmetryconstraints(st);
-  }
-  kalvaris_codes::mod_codes(st);
-  return st.fmt.ierr_fmt == 0;
-}
-
 /// The abscissae of a pattern that is calculated without data.
 bool make_grid(state_type& st, pattern_type& p, int ip) {
-  const double n = (static_cast<double>(p.thmax_read) - static_cast<double>(p.thmin_read)) / static_cast<double>(p.step_read) + 1.5;
+  const double n =
+      (static_cast<double>(p.thmax_read) - static_cast<double>(p.thmin_read)) / static_cast<double>(p.step_read) + 1.5;
   if (!(p.step_read > 0.f) || !(n >= 2.0) || !(n <= st.dim.maxpoint)) {
     st.fmt.ierr_fmt = 100;
     st.fmt.mess_findfmt.clear();
     st.fmt.mess_findfmt.add(" => Error in the range of pattern: " + std::to_string(ip + 1));
-    st.fmt.mess_findfmt.add(" Thmin, Step, Thmax must give between 2 and " + std::to_string(st.dim.maxpoint) + " points");
+    st.fmt.mess_findfmt.add(" Thmin, Step, Thmax must give between 2 and " + std::to_string(st.dim.maxpoint) +
+                            " points");
     return false;
   }
   p.npts = static_cast<int>(n);
@@ -110,6 +99,18 @@ void prepare_radiation(pattern_type& p) {
 }
 
 }  // namespace
+
+bool prepare_codes(state_type& st) {
+  for (const bool only_numbers : {true, false}) {
+    if (only_numbers && !st.run.automatic) continue;
+    for (int ph = 0; ph < st.run.nphase; ++ph)
+      for (int ip = 0; ip < st.run.n_patt; ++ip)
+        if (st.mix(ph, ip).jcontr != 0 && !kalvaris_codes::cell_const(st, ph, ip, only_numbers)) return false;
+    if (only_numbers) kalvaris_codes::set_symmetryconstraints(st);
+  }
+  kalvaris_codes::mod_codes(st);
+  return st.fmt.ierr_fmt == 0;
+}
 
 void write_out(state_type& st) {
   if (!kv_calculable::calculable(st) || !prepare_codes(st)) return;
