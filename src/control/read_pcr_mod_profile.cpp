@@ -80,26 +80,6 @@ bool profile_reader::take_model_of_phase(std::string_view what, int phase_type::
   return true;
 }
 
-/// What the integer behind the values of a line says.
-std::span<const pcr_fields::field> model_fields(model behind, const phase_type& phase) {
-  switch (behind) {
-    case model::none:
-      break;
-    case model::strain:
-      if (phase.istr == 0 || phase.istr == 2) return pcr_forms::strain_model_fields;
-      return pcr_forms::strain_class_fields;
-    case model::size:
-      return pcr_forms::size_model_fields;
-    case model::shift:
-      return pcr_forms::shift_model_fields;
-    case model::scales:
-      return pcr_forms::scales_fields;
-    case model::extinction:
-      return pcr_forms::extinction_fields;
-  }
-  return {};
-}
-
 /// The integer behind the values of a line.
 bool profile_reader::take_model(const pcr_profile::line& line, int value) {
   const place where = at(line.name);
@@ -146,7 +126,8 @@ bool profile_reader::read_coded(const pcr_profile::line& line, std::span<const i
     if (three_words) {
       if (!take_short_scale_line(where)) return false;
     } else {
-      if (!r.in.values(where, {part::values(slots_of_block, some), model_fields(line.behind, phase)})) return false;
+      if (!r.in.values(where, {part::values(slots_of_block, some), pcr_profile::model_fields(line.behind, phase)}))
+        return false;
       if (!take_model(line, line.behind == model::none ? 0 : r.in.i(static_cast<int>(some.size())))) return false;
     }
     if (line.then == check::cell && !check_cell()) return false;
