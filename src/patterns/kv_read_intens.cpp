@@ -167,7 +167,7 @@ void tell_fitting_layouts(reading& r) {
   }
 }
 
-/// Numbers behind the last point that the header announced.
+/// Numbers behind the last point that the header announced: perhaps the header is none, and another layout fits.
 void note_rest(reading& r) {
   if (r.in_banks || r.noted(notice::unread_rest).cases > 0) return;
   const layout* const row = find_layout(r.p.instr, r.extension);
@@ -177,6 +177,9 @@ void note_rest(reading& r) {
   if (!rest || !lmix_list_input::read_values(*rest, value).full()) return;
   r.note(notice::unread_rest, "numbers stand behind the last point, which are not read: \"" +
                                   std::string(rest->substr(0, 20)) + "\" and so on");
+  const auto here = r.file.save();
+  tell_fitting_layouts(r);
+  r.file.restore(here);
 }
 
 // --- The end of a call ---------------------------------------------------------------------------------------------
@@ -217,6 +220,13 @@ void finish(reading& r) {
       << r.result_values << '\n';
 }
 
+void tell(state_type& st, const std::vector<std::string>& lines) {
+  for (const std::string& line : lines) {
+    kalvaris_inout::console_line(st.io, line);
+    kalvaris_inout::both_listings(st.io, line);
+  }
+}
+
 void tell_notices(reading& r) {
   for (const reading::noticed& entry : r.notices) {
     if (entry.cases == 0) continue;
@@ -225,13 +235,11 @@ void tell_notices(reading& r) {
     kalvaris_inout::mess_cons(r.st.io, text);
     kalvaris_inout::both_listings(r.st.io, text);
   }
+  tell(r.st, r.detail);
 }
 
 void stop(state_type& st, const std::vector<std::string>& detail, const std::string& text) {
-  for (const std::string& line : detail) {
-    kalvaris_inout::console_line(st.io, line);
-    kalvaris_inout::both_listings(st.io, line);
-  }
+  tell(st, detail);
   kalvaris_inout::both_listings(st.io, text);
   kalvaris_inout::stop_cond(st.io, text, true);
 }

@@ -757,6 +757,7 @@ TEST(DataFormats, WhatIsNotAsItShouldBeGetsOneLineWithTheFirstPlace) {
            row{{14, "t\nBANK 1\n1 5 1\n2 5 1\n3 x 1\n"}, "the bank ends at line 5"},
            row{{0, "1 1 4\n5 6 7 8\n9 10\n"}, "numbers stand behind the last point, which are not read: \"9 10\""},
            row{{8, file_8(22) + "       1\n"}, "numbers stand behind the last point"},
+           row{{4, file_10(12)}, "The whole file can be read with instr = 10"},
        }) {
     SCOPED_TRACE(std::to_string(t.file.instr) + ": " + t.told);
     data_run run(t.file.instr, t.file.content, t.file.extension);
