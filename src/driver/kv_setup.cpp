@@ -96,6 +96,8 @@ void read_data(state_type& st, int ip) {
       kalvaris_inout::stop_cond(st.io, st.io.file_error_mess, true);
     return;
   }
+  kalvaris_inout::out(st.io, kalvaris_inout::unit::listing)
+      << fmt_line{}.a(" => Reading intensity file of pattern").i(3, ip + 1).str() << '\n';
   kv_read_intens::readint(st, ip);
   kv_read_intens::prepare_data(st, ip);
 }
