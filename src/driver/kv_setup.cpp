@@ -1,5 +1,6 @@
 #include "kv_setup.hpp"
 
+#include <algorithm>
 #include <bit>
 #include <cmath>
 #include <cstdlib>
@@ -103,8 +104,9 @@ void check_filter_size(state_type& st, const pattern_type& p) {
   if (fits && std::bit_ceil(static_cast<unsigned>(wanted)) < transform_limit) return;
   tell(st, fmt_line{}.a(" Too many data points for Fourier filtering, NPTS= ").i(8, p.npts).str());
   tell(st, fmt_line{}.a("                                          FWINDOW= ").f(12, 1, p.fwindow).str());
-  const double power = std::exp2(std::ceil(std::log2(wanted)));
-  tell(st, fmt_line{}.a(" Power of 2 higher than 2*(NPTS+FWINDOW)-> M(2^k)= ").f(14, 0, power).str());
+  const double power = std::exp2(std::min(std::ceil(std::log2(wanted)), 62.0));  // as far as an integer goes
+  tell(st,
+       fmt_line{}.a(" Power of 2 higher than 2*(NPTS+FWINDOW)-> M(2^k)= ").i(14, static_cast<long long>(power)).str());
   tell(st, fmt_line{}.a(" M(2^k) should be less than ").i(8, transform_limit).str());
   kalvaris_inout::stop_cond(st.io, " You should diminish your maximum 2Theta/TOF/En ! ", true);
 }
