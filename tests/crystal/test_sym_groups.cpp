@@ -62,6 +62,7 @@ TEST(SpaceGroupTable, EverySettingHasItsOrderItsClassAndAClosedList) {
     EXPECT_EQ(spg.numspg, s.number);
     EXPECT_EQ(spg.hall, s.hall);
     EXPECT_EQ(spg.info, s.choice);
+    EXPECT_EQ(spg.hexa, s.number >= 143 && s.number <= 194 && s.ext != "R");
     ASSERT_EQ(spg.multip, s.multip);
     ASSERT_EQ(spg.numlat, s.numlat);
     EXPECT_EQ(spg.multip, spg.numops * spg.numlat * (spg.centred == centring_code::acentric ? 1 : 2));
@@ -99,11 +100,6 @@ TEST(SpaceGroupTable, OperatorsStandInTheFixedOrder) {
         for (std::size_t i = 0; i < 3; ++i) shifted.tr[i] += spg.latt_trans[l][i];
         EXPECT_EQ(key_of(spg.symop[l * per + m]), key_of(shifted));
       }
-    for (std::size_t m = 0; m < spg.symop.size(); ++m) {
-      sym_oper_type back;
-      ASSERT_FALSE(read_xsym(spg.symopsymb[m], 0, back));
-      EXPECT_EQ(key_of(back), key_of(spg.symop[m]));
-    }
   }
 }
 
@@ -170,18 +166,18 @@ TEST(SpaceGroupTable, EverySettingIsItsReferenceOnOtherAxes) {
   }
 }
 
-// Operators written out by a user lead back to the row of the table.
-TEST(SpaceGroupRecord, UserOperatorsAreRecognised) {
-  for (const char* symbol :
-       {"P 1", "C 1 2/c 1", "P b n m", "I 41/a m d:1", "R -3 c", "R 3 m:R", "F d -3 m", "P 63 m c"}) {
-    SCOPED_TRACE(symbol);
-    const space_group_type wanted = group_of(symbol);
+// The written operators, read back as the generators of a user, lead to the same group, its Hall symbol and its row.
+TEST(SpaceGroupRecord, WrittenOperatorsOfEverySettingLeadBackToIt) {
+  for (const auto& s : tables::spgr_info()) {
+    SCOPED_TRACE(row_symbol(s));
+    const space_group_type wanted = group_of(row_symbol(s));
     std::vector<std::string> gen(wanted.symopsymb.rbegin(), wanted.symopsymb.rend());
     space_group_type spg;
     ASSERT_FALSE(set_spacegroup("", spg, gen, "gen"));
-    EXPECT_EQ(spg.spg_symb, wanted.spg_symb);
-    EXPECT_EQ(spg.hall, wanted.hall);
-    EXPECT_EQ(keys_of(spg), keys_of(wanted));
+    EXPECT_TRUE(spgr_equal(spg, wanted));
+    EXPECT_EQ(spg.numspg, s.number);
+    EXPECT_EQ(spg.hall, s.hall);
+    EXPECT_EQ(get_hallsymb_from_gener(spg.symop).symbol, s.hall);
     EXPECT_EQ(spg.wyckoff.num_orbit, wanted.wyckoff.num_orbit);
   }
 }
@@ -219,25 +215,19 @@ TEST(SpaceGroupRecord, FixedListIsTakenAsItStands) {
   EXPECT_EQ(get_multip_pos_crys({0.f, 0.f, 0.f}, spg), 2);
 }
 
-TEST(SpaceGroupRecord, HexagonalFlagAsksForTheHexagonalTable) {
-  for (const auto& s : tables::spgr_info()) {
-    SCOPED_TRACE(row_symbol(s));
-    const bool hexagonal_axes = s.number >= 143 && s.number <= 194 && s.ext != "R";
-    // Diagonal cells of tetragonal groups and skewed monoclinic ones have no such operators in the table.
-    EXPECT_EQ(group_of(row_symbol(s)).hexa, hexagonal_axes);
-  }
-}
-
 TEST(SpaceGroupRecord, ListingNamesTheGroupAndItsOperators) {
   const std::string text = write_spacegroup(group_of("P n m a"), true);
   for (const char* part :
        {"\n        Information on Space Group: \n", "Number of Space group: 62\n", "Hermann-Mauguin Symbol: P n m a\n",
-        "Centrosymmetry: Centric (-1 at origin)\n", "General multiplicity: 8\n", "0.0000 <= y <=  0.2500\n",
-        " => SYMM(  8): x,-y+1/2,z", "Symbol: n (0,1/2,1/2) 1/4,y,z\n"})
+        "Lattice Symbol: P\n", "Centrosymmetry: Centric (-1 at origin)\n", "General multiplicity: 8\n",
+        "0.0000 <= y <=  0.2500\n", " => SYMM(  8): x,-y+1/2,z", "Symbol: n (0,1/2,1/2) 1/4,y,z\n"})
     EXPECT_NE(text.find(part), std::string::npos) << part << text;
   EXPECT_EQ(text.find("Generalized"), std::string::npos);
   EXPECT_EQ(text.find("Table Setting Choice"), std::string::npos);
   EXPECT_EQ(write_spacegroup(group_of("P n m a"), false).find("SYMM("), std::string::npos);
+  EXPECT_EQ(group_of("A 1 1 2").bravais, "  A: { 000;  0  1/2 1/2 }+");
+  const std::string cut = write_spacegroup(group_of("F m -3 m"), true);
+  EXPECT_EQ(cut.find("Maximum number of lines"), std::string::npos);  // 192 operators: the longest list there is
 }
 
 TEST(SpaceGroupRecord, WyckoffListingHoldsEveryPosition) {

@@ -97,6 +97,7 @@ TEST(Notation, MagneticPartsAreReadAndWritten) {
     EXPECT_EQ(read_msymm(t.text, op).err_symm_mess.find(t.words), 0u) << t.text << read_msymm(t.text, op).err_symm_mess;
   EXPECT_FALSE(read_msymm("u,u,w,0.5", op, false));
   EXPECT_EQ(get_magsymb({{{-1, 1, 0}, {0, 1, 0}, {0, 0, -1}}}), "-mx+my,my,-mz");
+  EXPECT_EQ(get_depsymb({{{0, -1, 0}, {1, -1, 0}, {0, 0, 1}}}), "-dy,dx-dy,dz");
 }
 
 // ---- the stored form -----------------------------------------------------------------------------------------------

@@ -185,6 +185,10 @@ TEST(SiteConstraints, PositionBesideAnElementIsMovedOntoIt) {
   EXPECT_FLOAT_EQ(get_occ_site(x, spg), 2.f / 12.f);
   EXPECT_FLOAT_EQ(get_occ_site({0.33f, 0.67f, 0.1f}, spg), 6.f / 12.f);  // further off than 0.001, but on the mirror
   EXPECT_FLOAT_EQ(get_occ_site({5.3333f, -2.3333f, 7.1f}, spg), 2.f / 12.f);
+  // 0.0007 off a fourfold axis: the quarter turns move it by less than the tolerance, the half turn by more.
+  const auto edge = get_stabilizerc({0.0007f, 0.f, 0.3f}, group_of("P 4"));
+  ASSERT_EQ(edge.size(), 4u);
+  EXPECT_EQ(beta_relations(edge).n_free, 2);
 }
 
 }  // namespace

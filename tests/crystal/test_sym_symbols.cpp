@@ -201,6 +201,17 @@ TEST(Operators, HaveTheirSymbolsOfInternationalTables) {
   }
 }
 
+TEST(Operators, ProductsAndLikeness) {
+  const sym_oper_type screw{{{{-1, 0, 0}, {0, -1, 0}, {0, 0, 1}}}, {0.5f, 0.f, 0.5f}};
+  EXPECT_EQ(product_symop(screw, screw), (sym_oper_type{sym_oper_type{}.rot, {0.f, 0.f, 1.f}}));
+  EXPECT_EQ(sym_prod(screw, screw), sym_oper_type{});
+  sym_oper_type centred = screw;
+  centred.tr = {0.f, -0.5f, 1.5f};
+  EXPECT_FALSE(equal_symop(screw, centred));
+  EXPECT_TRUE(equiv_symop(screw, centred, latsym('C')));
+  EXPECT_FALSE(equiv_symop(screw, centred, latsym('I')));
+}
+
 TEST(Lattice, CentringVectorsAreToldByTheirLetter) {
   struct row {
     vector3 v;
@@ -226,6 +237,9 @@ TEST(Tables, OlderSpellingsFoldOnThePresentOnes) {
   EXPECT_EQ(tables::get_pointgroup_num("-3m1"), tables::get_pointgroup_num("-3m"));
   EXPECT_EQ(tables::get_laue_class(0), "-1");
   EXPECT_EQ(tables::get_laue_class(231), "-1");
+  for (const char* text : {"19", "P 21 21 21", "p212121"})
+    EXPECT_EQ(tables::get_generators(text), &tables::spg_gen()[18]) << text;
+  for (const char* text : {"", "0", "231", "P b n m", "Q"}) EXPECT_EQ(tables::get_generators(text), nullptr) << text;
 }
 
 }  // namespace
