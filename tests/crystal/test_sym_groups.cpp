@@ -2,45 +2,12 @@
 
 #include <algorithm>
 #include <cmath>
-#include <set>
 
-#include "lmix_crystallographic_symmetry.hpp"
-#include "lmix_symmetry_tables.hpp"
+#include "symmetry_samples.hpp"
 
 namespace {
-using namespace lmix_crystallographic_symmetry;
-namespace tables = lmix_symmetry_tables;
+using namespace symmetry_samples;
 
-std::string row_symbol(const tables::spgr_info_row& s) {
-  std::string out(s.hm);
-  if (s.ext == "1" || s.ext == "2" || s.ext == "R") out += ":" + std::string(s.ext);
-  return out;
-}
-
-space_group_type group_of(std::string_view symbol, std::string_view mode = {}) {
-  space_group_type spg;
-  const err_symm_type err = set_spacegroup(symbol, spg, {}, mode);
-  EXPECT_FALSE(err) << symbol << ": " << err.err_symm_mess;
-  return spg;
-}
-
-// Rotation and translation in 24ths, an exact key of an operator of a tabulated group.
-using op_key = std::array<int, 12>;
-op_key key_of(const sym_oper_type& op) {
-  op_key key{};
-  for (std::size_t i = 0; i < 3; ++i) {
-    for (std::size_t j = 0; j < 3; ++j) key[3 * i + j] = op.rot[i][j];
-    const double t = static_cast<double>(op.tr[i]) * 24.0;
-    EXPECT_NEAR(t, std::round(t), 1e-4);
-    key[9 + i] = (static_cast<int>(std::lround(t)) % 24 + 24) % 24;
-  }
-  return key;
-}
-std::set<op_key> keys_of(const space_group_type& spg) {
-  std::set<op_key> keys;
-  for (const auto& op : spg.symop) keys.insert(key_of(op));
-  return keys;
-}
 // Product worked out on the keys, apart from the code under test.
 op_key times(const op_key& a, const op_key& b) {
   op_key c{};
@@ -57,8 +24,8 @@ op_key times(const op_key& a, const op_key& b) {
 
 TEST(SpaceGroupTable, EverySettingHasItsOrderItsClassAndAClosedList) {
   for (const auto& s : tables::spgr_info()) {
-    SCOPED_TRACE(row_symbol(s));
-    const space_group_type spg = group_of(row_symbol(s));
+    SCOPED_TRACE(symbol_of(s));
+    const space_group_type spg = group_of(symbol_of(s));
     EXPECT_EQ(spg.numspg, s.number);
     EXPECT_EQ(spg.hall, s.hall);
     EXPECT_EQ(spg.info, s.choice);
@@ -81,8 +48,8 @@ TEST(SpaceGroupTable, EverySettingHasItsOrderItsClassAndAClosedList) {
 
 TEST(SpaceGroupTable, OperatorsStandInTheFixedOrder) {
   for (const auto& s : tables::spgr_info()) {
-    SCOPED_TRACE(row_symbol(s));
-    const space_group_type spg = group_of(row_symbol(s));
+    SCOPED_TRACE(symbol_of(s));
+    const space_group_type spg = group_of(symbol_of(s));
     EXPECT_EQ(spg.symopsymb[0], "x,y,z");
     const auto n = static_cast<std::size_t>(spg.numops), per = spg.symop.size() / spg.latt_trans.size();
     for (std::size_t m = 0; m < per - n; ++m) {
@@ -115,62 +82,11 @@ TEST(SpaceGroupTable, HallSymbolAndGeneratorsOfInternationalTablesGiveTheSameGro
   }
 }
 
-// "x/2+y/2-1/4": an affine map with rational coefficients.
-struct affine {
-  double m[3][3] = {}, t[3] = {};
-};
-affine read_basis(std::string_view text) {
-  affine b;
-  std::size_t i = 0, row = 0;
-  while (i < text.size()) {
-    if (text[i] == ',') ++row, ++i;
-    double value = 1.0;
-    int column = -1;
-    if (text[i] == '-' || text[i] == '+') value = text[i++] == '-' ? -1.0 : 1.0;
-    if (text[i] >= 'x')
-      column = text[i++] - 'x';
-    else
-      value *= text[i++] - '0';
-    if (i < text.size() && text[i] == '/') value /= text[i + 1] - '0', i += 2;
-    (column < 0 ? b.t[row] : b.m[row][column]) += value;
-  }
-  return b;
-}
-vector3 mapped(const affine& b, const vector3& x) {
-  vector3 out;
-  for (std::size_t i = 0; i < 3; ++i)
-    out[i] = static_cast<float>(b.t[i] + b.m[i][0] * static_cast<double>(x[0]) + b.m[i][1] * static_cast<double>(x[1]) +
-                                b.m[i][2] * static_cast<double>(x[2]));
-  return out;
-}
-
-// Equivalent points of the reference setting, told on the axes of another setting, are equivalent there.
-TEST(SpaceGroupTable, EverySettingIsItsReferenceOnOtherAxes) {
-  std::vector<space_group_type> reference(231);
-  for (const auto& s : tables::spgr_info())
-    if (s.basisop == "x,y,z" && reference[static_cast<std::size_t>(s.number)].multip == 0)
-      reference[static_cast<std::size_t>(s.number)] = group_of(row_symbol(s));
-  for (const auto& s : tables::spgr_info()) {
-    SCOPED_TRACE(row_symbol(s));
-    const space_group_type spg = group_of(row_symbol(s));
-    const affine b = read_basis(s.basisop);
-    const vector3 p{0.1137f, 0.2371f, 0.3719f};
-    std::vector<vector3> images;
-    for (const auto& op : spg.symop) images.push_back(applyso(op, mapped(b, p)));
-    for (const auto& op : reference[static_cast<std::size_t>(s.number)].symop) {
-      const vector3 q = mapped(b, applyso(op, p));
-      EXPECT_TRUE(std::ranges::any_of(images, [&](const vector3& image) {
-        return lattice_trans({q[0] - image[0], q[1] - image[1], q[2] - image[2]}, 'P');
-      }));
-    }
-  }
-}
-
 // The written operators, read back as the generators of a user, lead to the same group, its Hall symbol and its row.
 TEST(SpaceGroupRecord, WrittenOperatorsOfEverySettingLeadBackToIt) {
   for (const auto& s : tables::spgr_info()) {
-    SCOPED_TRACE(row_symbol(s));
-    const space_group_type wanted = group_of(row_symbol(s));
+    SCOPED_TRACE(symbol_of(s));
+    const space_group_type wanted = group_of(symbol_of(s));
     std::vector<std::string> gen(wanted.symopsymb.rbegin(), wanted.symopsymb.rend());
     space_group_type spg;
     ASSERT_FALSE(set_spacegroup("", spg, gen, "gen"));
