@@ -89,7 +89,7 @@ void comments4(state_type& st, int ph) {
       list(st, fmt_line{}.a(" => The phase does not contribute to pattern#").i(3, ip + 1).str());
       continue;
     }
-    std::string words(words_of(flag::reflections, mix.irf));
+    std::string words = words_of(flag::reflections, mix.irf);
     if (!mix.file_hkl.empty()) words += ": " + mix.file_hkl;
     list(st, words);
   }
