@@ -22,19 +22,6 @@ using kalvaris_params::state_type;
 namespace gslot = kalvaris_params::gslot;
 using lmix_fixed_format::fmt_line;
 
-/// Cells and codes: symmetry constraints on the raw codes, then their split, then A..F of 1/d^2 in the cell slots.
-bool prepare_codes(state_type& st) {
-  for (const bool only_numbers : {true, false}) {
-    if (only_numbers && !st.run.automatic) continue;
-    for (int ph = 0; ph < st.run.nphase; ++ph)
-      for (int ip = 0; ip < st.run.n_patt; ++ip)
-        if (st.mix(ph, ip).jcontr != 0 && !kalvaris_codes::cell_const(st, ph, ip, only_numbers)) return false;
-    if (only_numbers) kalvaris_codes::set_symmetryconstraints(st);
-  }
-  kalvaris_codes::mod_codes(st);
-  return st.fmt.ierr_fmt == 0;
-}
-
 /// The abscissae of a pattern that is calculated without data.
 bool make_grid(state_type& st, pattern_type& p, int ip) {
   const double n = (static_cast<double>(p.thmax) - static_cast<double>(p.thmin)) / static_cast<double>(p.step) + 1.5;
@@ -113,6 +100,18 @@ void prepare_radiation(pattern_type& p) {
 }
 
 }  // namespace
+
+bool prepare_codes(state_type& st) {
+  for (const bool only_numbers : {true, false}) {
+    if (only_numbers && !st.run.automatic) continue;
+    for (int ph = 0; ph < st.run.nphase; ++ph)
+      for (int ip = 0; ip < st.run.n_patt; ++ip)
+        if (st.mix(ph, ip).jcontr != 0 && !kalvaris_codes::cell_const(st, ph, ip, only_numbers)) return false;
+    if (only_numbers) kalvaris_codes::set_symmetryconstraints(st);
+  }
+  kalvaris_codes::mod_codes(st);
+  return st.fmt.ierr_fmt == 0;
+}
 
 void write_out(state_type& st) {
   if (!kv_calculable::calculable(st) || !prepare_codes(st)) return;
