@@ -125,7 +125,7 @@ examination::examination(state_type& state) : st(state) {
   for (const pattern_type& p : st.pattern) calculation_only = calculation_only || !p.refining();
   st.for_each_slot([&](const slot_ref& s) {
     if (s.code == 0.f) return;
-    coded_slot c{slot_place::of(s), s.value, kalvaris_codes::split(s.code), false};
+    coded_slot c{kalvaris_codes::place_of(s), s.value, kalvaris_codes::split(s.code), false};
     const bool requested = std::abs(c.code.multiplier) > kalvaris_codes::smallest_multiplier;
     c.refined = !calculation_only &&
                 (automatic ? c.code.number > 0 || requested : c.code.number >= 1 && c.code.number <= st.run.maxs);

@@ -60,6 +60,26 @@ bool word_line::has(std::string_view word, int phase) const {
   });
 }
 
+int word_line::count_behind(std::string_view prefix) const {
+  const std::string upper = lmix_string_utilities::u_case(prefix);
+  int largest = 0;
+  for (const group& g : groups_) {
+    for (const std::string& word : g.words) {
+      int number = 0;
+      if (word.starts_with(upper) && lmix_fixed_format::parse_integer(word.substr(upper.size()), number)) {
+        largest = std::max(largest, number);
+      }
+    }
+  }
+  return largest;
+}
+
+std::vector<std::string> word_line::words() const {
+  std::vector<std::string> all;
+  for (const group& g : groups_) all.insert(all.end(), g.words.begin(), g.words.end());
+  return all;
+}
+
 void commands::apply(std::string_view word, float& code, int phase) const {
   if (vary(word, phase) && std::fabs(code) < absent_code) code = 1.f;
   if (fix(word, phase)) code = 0.f;

@@ -17,6 +17,9 @@ class word_line {
   explicit word_line(std::string_view line);
   /// True when the word stands on the line, for phase 1.. when given: unless a list names other phases only.
   [[nodiscard]] bool has(std::string_view word, int phase = 0) const;
+  /// The largest number behind the prefix, of words such as flux_12; 0 when there is none.
+  [[nodiscard]] int count_behind(std::string_view prefix) const;
+  [[nodiscard]] std::vector<std::string> words() const;  ///< all, in upper case
 
  private:
   struct group {
@@ -32,6 +35,9 @@ class commands {
   commands(std::string_view vary_command, std::string_view fix_command) : vary_(vary_command), fix_(fix_command) {}
   [[nodiscard]] bool vary(std::string_view word, int phase = 0) const { return vary_.has(word, phase); }
   [[nodiscard]] bool fix(std::string_view word, int phase = 0) const { return fix_.has(word, phase); }
+  /// How many coefficients words such as flux_12 name.
+  [[nodiscard]] int varied(std::string_view prefix) const { return vary_.count_behind(prefix); }
+  [[nodiscard]] int fixed(std::string_view prefix) const { return fix_.count_behind(prefix); }
   /// Applies both lines to the code of a named parameter: VARY makes an absent code 1.0, which asks for a number
   /// without giving one; FIX makes it 0.
   void apply(std::string_view word, float& code, int phase = 0) const;

@@ -9,6 +9,7 @@
 #include <string_view>
 
 #include "kalvaris_params.hpp"
+#include "slot_text.hpp"
 
 namespace pcr_fields {
 
@@ -33,12 +34,7 @@ struct line_form {
   std::span<const field> fields;
 };
 
-/// Which slot of the model a field fills. owner and ip as in kalvaris_params::slot_ref.
-struct slot_id {
-  kalvaris_params::slot_family family = kalvaris_params::slot_family::global;
-  int owner = 0, ip = 0, k = 0;
-  bool operator==(const slot_id&) const = default;
-};
+using slot_text::slot_place;
 
 /// Values, codes and codes as read of one record of the state, and which record it is.
 struct slot_arrays {

@@ -241,6 +241,7 @@ inline constexpr std::array hkl_fields{field{"FILE_HKL", '9', "reflection file o
                                        field{"Pattern", 'i', "pattern it belongs to; may be left out: 1"},
                                        field{"File", rest, "name of the file"},
                                        field{"Phase", 'i', "number of the phase in that file; may be left out"}};
+inline constexpr std::array hkl_fields_short{hkl_fields[0], hkl_fields[2], hkl_fields[3]};
 inline constexpr line_form hkl_file{"FILE_HKL line", "optional, any number", hkl_fields};
 inline constexpr std::array distance_limit_fields{
     field{"Dis_max", 'f', "largest distance", "angstrom"},

@@ -112,32 +112,45 @@ inline constexpr flag_line long_run_output_line{{"output flags", "long form, of 
 inline constexpr flag_line long_pattern_output_line{
     {"output flags", "long form, per pattern", long_pattern_output_fields}, long_pattern_output_flags};
 
-/// How the atoms of a phase are written: nuclear atoms; atoms with a moment each; both in one list.
-enum class atom_kind { nuclear, moments, common };
+/// Kinds of a phase: the size of jbt.
+namespace jbt {
+enum : int { structure = 0, bodies = 4, modes = 6, modulated = 7, common_list = 10 };
+}
+[[nodiscard]] constexpr int kind_of(const kalvaris_params::phase_type& phase) {
+  return phase.jbt < 0 ? -phase.jbt : phase.jbt;
+}
+
+/// How the atoms of a phase are written: nuclear atoms; atoms with a moment each; both in one list; modulated atoms.
+enum class atom_kind { nuclear, moments, common, modulated };
 [[nodiscard]] constexpr atom_kind atom_kind_of(const kalvaris_params::phase_type& phase) {
-  const int kind = phase.jbt < 0 ? -phase.jbt : phase.jbt;
-  return kind == 10 ? atom_kind::common : kind == 0 || kind == 2 ? atom_kind::nuclear : atom_kind::moments;
+  const int kind = kind_of(phase);
+  if (kind == jbt::common_list || phase.jbt == -jbt::modes) return atom_kind::common;
+  if (kind == jbt::modulated) return atom_kind::modulated;
+  const bool nuclear = kind == jbt::structure || kind == 2 || kind == jbt::bodies || kind == jbt::modes;
+  return nuclear ? atom_kind::nuclear : atom_kind::moments;
 }
 
 /// First line of an atom and the slots of its reals; the codes line below has these slots.
 struct atom_line {
   atom_kind kind;
   std::string_view letters, header;
-  bool magnetic_pointers;  ///< set of matrices and vector stand behind the species
-  std::size_t values;      ///< of the slots from x on
+  int pointers;        ///< behind the species: set of matrices and vector, or the number of harmonics
+  std::size_t values;  ///< of the slots from x on
   static constexpr std::array<int, 8> slots{aslot::x,   aslot::y,  aslot::z,  aslot::biso,
                                             aslot::occ, aslot::rx, aslot::ry, aslot::rz};
   [[nodiscard]] constexpr std::span<const int> value_slots() const { return std::span(slots).first(values); }
 };
-inline constexpr std::array<atom_line, 3> atom_lines{{
+inline constexpr std::array<atom_line, 4> atom_lines{{
     {atom_kind::nuclear, "64fffffiiii",
-     "!Atom   Typ        X         Y         Z      Biso       Occ    In Fin N_t Spc", false, 5},
+     "!Atom   Typ        X         Y         Z      Biso       Occ    In Fin N_t Spc", 0, 5},
     {atom_kind::moments, "64iiffffffff",
      "!Atom   Typ  Imagr Ikv  X         Y         Z      Biso       Occ        Rx        Ry        Rz\n"
      "!            Ix        Iy        Iz    beta11    beta22    beta33     MagPh",
-     true, 8},
-    {atom_kind::common, "64iifffffii", "!Atom   Typ  Imagr Ikv  X         Y         Z      Biso       Occ   N_t Spc",
-     true, 5},
+     2, 8},
+    {atom_kind::common, "64iifffffii", "!Atom   Typ  Imagr Ikv  X         Y         Z      Biso       Occ   N_t Spc", 2,
+     5},
+    {atom_kind::modulated, "64ifffffii", "!Atom   Typ  Max_Qcoeff X         Y         Z      Biso       Occ   N_t Spc",
+     1, 5},
 }};
 [[nodiscard]] constexpr const atom_line& atom_line_of(const kalvaris_params::phase_type& phase) {
   return atom_lines[static_cast<std::size_t>(atom_kind_of(phase))];
@@ -157,7 +170,7 @@ inline constexpr std::array<int, 7> moment_slots{aslot::rx, aslot::ry, aslot::rz
                                              const kalvaris_params::atom_type& atom) {
   const atom_kind kind = atom_kind_of(phase);
   return kind == atom_kind::moments ||
-         (kind == atom_kind::common && (atom.n_t == 1 || atom.n_t == 3 || atom.n_t == -3));
+         (kind != atom_kind::nuclear && (atom.n_t == 1 || atom.n_t == 3 || atom.n_t == -3));
 }
 [[nodiscard]] constexpr bool has_betas(const kalvaris_params::phase_type& phase,
                                        const kalvaris_params::atom_type& atom) {
@@ -166,7 +179,13 @@ inline constexpr std::array<int, 7> moment_slots{aslot::rx, aslot::ry, aslot::rz
 /// Betas behind the form factor.
 [[nodiscard]] constexpr bool has_last_betas(const kalvaris_params::phase_type& phase,
                                             const kalvaris_params::atom_type& atom) {
-  return atom_kind_of(phase) != atom_kind::moments && atom.n_t == 5;
+  const atom_kind kind = atom_kind_of(phase);
+  return kind != atom_kind::moments && kind != atom_kind::modulated && atom.n_t == 5;
+}
+/// Columns of a harmonic of a modulated atom, 0-based: three cosine terms, three sine terms, from `first` on.
+[[nodiscard]] constexpr std::array<int, 6> harmonic_slots(int harmonic, int first) {
+  const int k = first + aslot::per_harmonic * harmonic;
+  return {k, k + 1, k + 2, k + 3, k + 4, k + 5};
 }
 
 /// Lines of the form factor of an atom.
@@ -187,7 +206,9 @@ inline constexpr std::array<multipole_species, 6> multipoles{{{"MULT", 5, true},
                                                               {"HXAP", 4, true},
                                                               {"DISP", 4, true},
                                                               {"OCTU", 4, true}}};
-[[nodiscard]] inline form_factor_lines form_factor_of(const kalvaris_params::atom_type& atom) {
+[[nodiscard]] inline form_factor_lines form_factor_of(const kalvaris_params::phase_type& phase,
+                                                      const kalvaris_params::atom_type& atom) {
+  if (atom_kind_of(phase) == atom_kind::modulated) return {};
   const std::string species = lmix_string_utilities::u_case(atom.ntyp);
   if (species == "SASH") return {true, 0, 6, false};
   if (atom.n_t * atom.n_t < 16) return {};
@@ -245,6 +266,10 @@ inline constexpr std::array<background_lines, 6> background_table{{
 /// Time of flight and energy: the abscissa follows from constants of the diffractometer, not from a wavelength.
 [[nodiscard]] constexpr bool has_diffractometer(const kalvaris_params::pattern_type& pattern) {
   return pattern.ixunit == kalvaris_params::abscissa::tof || pattern.ixunit == kalvaris_params::abscissa::energy;
+}
+/// Laue images and integrated intensities of several phases come from lists that the control file names.
+[[nodiscard]] constexpr bool has_lists(const kalvaris_params::pattern_type& pattern) {
+  return pattern.ixunit == kalvaris_params::abscissa::laue || pattern.cry_mphas;
 }
 [[nodiscard]] constexpr bool has_second_regime(const kalvaris_params::pattern_type& pattern) {
   return pattern.ixunit == kalvaris_params::abscissa::tof && pattern.nprof == 10;

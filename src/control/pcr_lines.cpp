@@ -1,6 +1,7 @@
 #include "pcr_lines.hpp"
 
 #include <algorithm>
+#include <array>
 
 #include "lmix_fixed_format.hpp"
 
@@ -83,6 +84,8 @@ void line_reader::store(std::initializer_list<part> parts) const {
   }
 }
 
+std::string_view until_semicolon(std::string_view text) { return text.substr(0, text.find(';')); }
+
 /// What the field at which the line failed should have been, above the number of the line.
 void line_reader::name_expected(std::initializer_list<part> parts) {
   int number = fields_.failed;
@@ -96,10 +99,15 @@ void line_reader::name_expected(std::initializer_list<part> parts) {
     fmt_line expected;
     expected.a(" => Expected in field ").i(0, fields_.failed + 1).a(": ");
     if (field.row != nullptr) {
-      expected.a(field.row->name).a(", ").a(field.row->meaning.substr(0, field.row->meaning.find(';')));
+      expected.a(field.row->name).a(", ").a(until_semicolon(field.row->meaning));
       expected.a(field.row->letter == 'i' ? " (integer)" : field.row->letter == 'f' ? " (number)" : " (word)");
     } else {
-      expected.a(field.is == pcr_fields::kind::code ? "a code (number)" : "a value (number)");
+      if (field.is == pcr_fields::kind::code) expected.a("code of ");
+      if (model_ != nullptr) {
+        const auto slot = slot_text::describe(*model_, {p.to().family, p.to().owner, p.to().ip, field.k});
+        expected.a(slot.name).a(", ").a(until_semicolon(slot.meaning));
+      }
+      expected.a(" (number)");
     }
     auto& message = state_->mess_findfmt;
     message.add(expected.str());
@@ -184,6 +192,13 @@ std::optional<std::string> line_reader::text(const place& at) {
   state_->mess_findfmt.add(fmt_line{}.a(" => Non FATAL End of file !,  logical unit: ").i(4, source_.unit()).str());
   ends_before(at);
   return std::nullopt;
+}
+
+std::optional<std::string> line_reader::text(const line_form& form, int phase, int pattern) {
+  const place at{form.name, phase, pattern};
+  auto line = text(at);
+  if (line) words(at, form.fields, std::array{std::string_view(*line)});
+  return line;
 }
 
 bool line_reader::ends_before(const place& at) {

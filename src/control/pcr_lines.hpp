@@ -27,10 +27,10 @@ struct place {
 struct record {
   struct entry {
     pcr_fields::kind kind = pcr_fields::kind::plain;
-    pcr_fields::field what;    ///< of a plain field
-    int number = 0;            ///< of the same field several times: 1, 2, ...; 0: it stands once
-    pcr_fields::slot_id slot;  ///< of a value or a code
-    std::string text;          ///< as it stands in the line, blank when it is missing
+    pcr_fields::field what;       ///< of a plain field
+    int number = 0;               ///< of the same field several times: 1, 2, ...; 0: it stands once
+    pcr_fields::slot_place slot;  ///< of a value or a code
+    std::string text;             ///< as it stands in the line, blank when it is missing
   };
   struct line {
     int number = 0;  ///< 1-based line of the file
@@ -39,6 +39,7 @@ struct record {
     std::vector<entry> entries;
   };
   std::vector<line> lines;
+  int last = 0;  ///< last line that was taken
 };
 
 inline constexpr int refused = 100;  ///< ierr_fmt of what the control file may not ask for
@@ -75,11 +76,15 @@ class line_reader {
 
   /// The next text line that is neither blank nor begins with `!`, shifted left. Empty at the end, which is a failure.
   std::optional<std::string> text(const place& at);
+  /// The same for a line whose first field is all of it.
+  std::optional<std::string> text(const line_form& form, int phase = 0, int pattern = 0);
   /// Says what the words of the line taken last are, of a line that is not read by letters. A table that is shorter
   /// than the words repeats its last row.
   void words(const place& at, std::span<const pcr_fields::field> fields, std::span<const std::string_view> words);
   /// From now on every line is kept in `to`, which must outlive the reading. Null: none.
   void keep(record* to) { record_ = to; }
+  /// Messages name the slots of this state, which must outlive the reading.
+  void name_slots_of(const kalvaris_params::state_type& st) { model_ = &st; }
   /// The next line, comment or not; empty at the end, which is no failure.
   std::optional<std::string> any_line();
 
@@ -122,6 +127,7 @@ class line_reader {
   lmix_string_utilities::field_values fields_;
   std::string letters_;  ///< of the line in hand
   record* record_ = nullptr;
+  const kalvaris_params::state_type* model_ = nullptr;
 };
 
 }  // namespace pcr_lines

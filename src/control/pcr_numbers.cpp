@@ -30,11 +30,21 @@ line& line::field(std::size_t width, std::string_view number) {
 line& line::i(std::size_t width, int value) { return field(width, std::to_string(value)); }
 
 line& line::n(std::size_t width, int decimals, float value) {
-  const std::string plain = fixed(decimals, value);
   const float well_resolved = std::pow(10.f, static_cast<float>(5 - decimals));
-  if (std::fabs(value) >= well_resolved || gives_back(plain, value, 0.f)) return field(width, plain);
-  std::string text;
-  lmix_fixed_format::put_pe(text, 0, 7, value);
+  std::string text = fixed(decimals, value);
+  bool exact = gives_back(text, value, 0.f);
+  if (!exact && std::fabs(value) >= well_resolved) {
+    constexpr int digits_of_a_float = 9;
+    for (int more = 1; !exact && more < digits_of_a_float; ++more) {
+      text = fixed(decimals + more, value);
+      exact = gives_back(text, value, 0.f);
+    }
+  }
+  for (int digits = 7; !exact && digits <= 8; ++digits) {
+    text.clear();
+    lmix_fixed_format::put_pe(text, 0, digits, value);
+    exact = gives_back(text, value, 0.f);
+  }
   return field(width, text);
 }
 

@@ -1,5 +1,6 @@
 // pcr_numbers: the fields of a line of the control file as the writer sets them.
-// It owns the line under construction. No field touches the one before it, and no value loses more than 5E-6 of itself.
+// It owns the line under construction. No field touches the one before it; no value loses a bit, no coordinate more
+// than 5E-7.
 #pragma once
 #include <string>
 #include <string_view>
@@ -10,8 +11,8 @@ namespace pcr_numbers {
 class line {
  public:
   line& i(std::size_t width, int value);
-  /// Value: fixed with `decimals` where that loses nothing worth mentioning (0, at least 10^(5 - decimals) in size, or
-  /// given back exactly in single precision), otherwise eight digits and an exponent.
+  /// Value that reads back exactly: fixed with `decimals`, or with as many more as it needs when it is at least
+  /// 10^(5 - decimals) in size, or with an exponent.
   line& n(std::size_t width, int decimals, float value);
   line& a(std::size_t width, int decimals, float value);  ///< fixed always: coordinates
   line& k(std::size_t width, float code);  ///< code: two decimals, up to five where two do not give it back

@@ -5,6 +5,8 @@
 #include <cstdlib>
 #include <numeric>
 
+#include "pcr_layout.hpp"
+
 namespace pcr_profile {
 
 namespace slot = kalvaris_params::slot;
@@ -216,11 +218,11 @@ std::string axes_header(const block& b) {
 }
 
 std::string special_header(const block& b) {
-  return b.pattern().ixunit == abscissa::tof
-             ? "! Special reflections: \n!  h   k   l  nvk  D-HG^2  Code  D-HL  Code  Shift  Code  Del_alpha  Code  "
-               "Del_beta  Code"
-             : "! Special reflections: \n!  h   k   l  nvk  D-HG^2  Code  D-HL  Code  Shift  Code  Del_U  Code  Del_Y  "
-               "Code";
+  constexpr std::array<std::string_view, 3> indices_of_modulation{"m", "m   n", "m   n   p"};
+  const bool modulated = pcr_layout::kind_of(b.phase()) == pcr_layout::jbt::modulated;
+  const std::string_view last = modulated ? indices_of_modulation[special_indices(b.phase()) - 4] : "nvk";
+  return "! Special reflections: \n!  h   k   l  " + std::string(last) + "  D-HG^2  Code  D-HL  Code  Shift  Code  " +
+         (b.pattern().ixunit == abscissa::tof ? "Del_alpha  Code  Del_beta  Code" : "Del_U  Code  Del_Y  Code");
 }
 
 std::string harmonic_header(const block& b) { return term_header(size_harmonics(b.phase().isi), "Size harmonics "); }
@@ -371,6 +373,11 @@ constexpr std::array block_lines{
 }  // namespace
 
 std::span<const line> lines() { return block_lines; }
+
+std::size_t special_indices(const kalvaris_params::phase_type& phase) {
+  const bool modulated = pcr_layout::kind_of(phase) == pcr_layout::jbt::modulated;
+  return 3 + static_cast<std::size_t>(modulated ? std::clamp(std::abs(phase.nvk), 1, 3) : 1);
+}
 
 bool taken_by_coefficients(const block& b, int k) {
   return std::ranges::any_of(block_lines, [&](const line& row) {

@@ -55,6 +55,9 @@ struct line {
 /// All lines that a block can have, in their order.
 [[nodiscard]] std::span<const line> lines();
 
+/// Integers in front of a special reflection: h k l and the propagation vector, or the indices of the modulation.
+[[nodiscard]] std::size_t special_indices(const kalvaris_params::phase_type& phase);
+
 /// Slots that lines of coefficients fill although the scale line or the width line has a field for them: the field is
 /// 0.
 [[nodiscard]] bool taken_by_coefficients(const block& b, int k);

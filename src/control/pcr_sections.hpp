@@ -37,6 +37,7 @@ void store_pairs(const reading& r, const slot_arrays& to, std::span<const int> s
 [[nodiscard]] bool read_resolution_files(reading& r);  ///< forced flags, names of resolution files
 [[nodiscard]] bool check_limits(reading& r);           ///< counts that have a message of their own
 [[nodiscard]] bool read_output_flags(reading& r);
+void read_commands(reading& r, int ip);         ///< VARY and FIX lines, when they stand
 [[nodiscard]] bool read_radiation(reading& r);  ///< radiation, VARY, FIX
 [[nodiscard]] bool read_cycles(reading& r);
 [[nodiscard]] bool read_points_and_regions(reading& r);  ///< background points, excluded regions
@@ -53,6 +54,13 @@ void store_pairs(const reading& r, const slot_arrays& to, std::span<const int> s
 [[nodiscard]] int number_of_operators(const kalvaris_params::phase_type& phase);
 [[nodiscard]] bool read_form_factor(reading& r, int ph, kalvaris_params::atom_type& atom);
 [[nodiscard]] bool read_atoms(reading& r, int ph);
+[[nodiscard]] bool read_atom(reading& r, int ph);    ///< one atom with all its lines
+[[nodiscard]] bool read_bodies(reading& r, int ph);  ///< rigid bodies and the atoms between them
+[[nodiscard]] bool read_harmonics(reading& r, int ph, kalvaris_params::atom_type& atom);  ///< of a modulated atom
+[[nodiscard]] bool read_modes(reading& r, int ph);                                        ///< symmetry modes
+/// The phase of the place has an atom of that label; refused otherwise.
+[[nodiscard]] bool check_atom_label(reading& r, const pcr_lines::place& at, const std::string& label);
+[[nodiscard]] bool read_lists(reading& r, int ip);  ///< what Laue and multi-phase data have for a radiation line
 [[nodiscard]] bool read_profile(reading& r, int ph, int ip);
 [[nodiscard]] bool read_linear_restraints(reading& r);
 [[nodiscard]] bool read_limits(reading& r);  ///< limits of parameters

@@ -30,6 +30,10 @@ void write_head(writing& w, std::string_view date_line);
 void write_flags(writing& w);
 void write_patterns(writing& w);  ///< from the radiation line to the background
 void write_phase(writing& w, int ph);
-void write_end(writing& w);  ///< limits, pattern to plot
+void write_body(writing& w, const kalvaris_params::rigid_body_type& body);  ///< with its atoms
+void write_harmonics(writing& w, const kalvaris_params::atom_type& atom);   ///< of a modulated atom
+void write_modes(writing& w, const kalvaris_params::phase_type& phase);
+void write_lists(writing& w, int ip);  ///< Laue and multi-phase data
+void write_end(writing& w);            ///< limits, pattern to plot
 
 }  // namespace read_pcr_mod

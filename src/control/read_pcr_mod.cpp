@@ -5,6 +5,7 @@
 #include <cstdlib>
 #include <fstream>
 
+#include "pcr_forms.hpp"
 #include "pcr_sections.hpp"
 
 namespace read_pcr_mod {
@@ -66,20 +67,19 @@ std::string name_behind(std::string_view line, int fields) {
 }  // namespace
 
 bool read_linear_restraints(reading& r) {
-  const place at{"linear restraint"};
+  const place at{pcr_forms::linear_restraint.name};
   for (int k = 0; k < r.st.run.nlinc; ++k) {
     const auto text = r.in.text(at);
     if (!text) return false;
     const std::string line = pcr_lines::without_comment(*text);
-    if (!r.in.values_of(at, line, "ffi")) return false;
+    if (!r.in.values_of(at, line, {pcr_forms::linear_fields})) return false;
     kalvaris_params::linear_restraint restraint;
     restraint.val_lin = r.in.f(0), restraint.sval_lin = r.in.f(1), restraint.n = r.in.i(2);
     constexpr int most = 10;
     const int terms = restraint.n < 0 ? -std::max(restraint.n, -most - 1) : restraint.n;
     if (terms < 1 || terms > most) return r.in.refuse(at, "number of terms must lie in 1..10");
-    std::string letters = "ffi";
-    for (int j = 0; j < terms; ++j) letters += "fi";
-    if (!r.in.values_of(at, line, letters)) return false;
+    const pcr_fields::part per_term(pcr_forms::term_fields, terms);
+    if (!r.in.values_of(at, line, {pcr_forms::linear_fields, per_term})) return false;
     for (int j = 0; j < terms; ++j) {
       restraint.coef.push_back(r.in.f(3 + 2 * j));
       restraint.para.push_back(r.in.i(4 + 2 * j));
@@ -98,9 +98,9 @@ bool read_seeds(reading& r, int first_field) {
   return true;
 }
 
-bool read_monte_carlo(reading& r, const place& at) {
+bool read_monte_carlo(reading& r) {
   kalvaris_params::search_type& s = r.st.run.search;
-  if (!r.in.values(at, "iiiiii")) return false;
+  if (!r.in.values(pcr_forms::monte_carlo)) return false;
   s.nconfg = r.in.i(0), s.nsolu = r.in.i(1), s.nselr = r.in.i(2), s.nscalef = r.in.i(3);
   constexpr int most_solutions = 10;
   if (s.nsolu > most_solutions) {
@@ -110,12 +110,12 @@ bool read_monte_carlo(reading& r, const place& at) {
   return read_seeds(r, 4);
 }
 
-bool read_annealing(reading& r, const place& at) {
+bool read_annealing(reading& r) {
   kalvaris_params::search_type& s = r.st.run.search;
-  if (!r.in.values(at, "fffiii")) return false;
+  if (!r.in.values(pcr_forms::annealing)) return false;
   s.t_ini = r.in.f(0), s.anneal = r.in.f(1), s.acceptc = r.in.f(2);
   s.num_temps = r.in.i(3), s.nalgor = r.in.i(4), s.initconfig = r.in.i(5);
-  if (!r.in.values(at, "iiiiii")) return false;
+  if (!r.in.values(pcr_forms::annealing_more)) return false;
   s.nconfg = r.in.i(0), s.num_therm = r.in.i(1), s.nscalef = r.in.i(2), s.weight_sim = r.in.i(3);
   const kalvaris_params::search_type standard;
   constexpr int standard_configurations = 50;
@@ -129,16 +129,15 @@ bool read_annealing(reading& r, const place& at) {
 }  // namespace
 
 bool read_search(reading& r) {
-  const place at{"search parameters"};
   const int engine = std::abs(r.st.run.icryg);
-  return engine == 2 ? read_monte_carlo(r, at) : engine != 3 || read_annealing(r, at);
+  return engine == 2 ? read_monte_carlo(r) : engine != 3 || read_annealing(r);
 }
 
 bool read_limits(reading& r) {
-  const place at{"limits of a parameter"};
+  const place at{pcr_forms::limits.name};
   r.st.run.limits.clear();
   for (int k = 0; k < r.st.run.nrell; ++k) {
-    if (!r.in.values(at, "ifffi")) return false;
+    if (!r.in.values(pcr_forms::limits)) return false;
     parameter_limit limit{r.in.i(0), r.in.f(1), r.in.f(2), r.in.f(3), r.in.i(4), name_behind(r.in.cleaned_line(), 5)};
     constexpr float steps_in_a_box = 20.f;
     if (r.st.run.icryg == 3 && !(limit.step > 0.f)) limit.step = (limit.vlim2 - limit.vlim1) / steps_in_a_box;
@@ -159,26 +158,35 @@ bool read_pattern_to_plot(reading& r) {
     if (!line) return true;
     run.pattern_to_plot = line->find("Pattern to plot") != std::string::npos;
   }
-  const place at{"pattern to plot"};
-  if (!r.in.values(at, "ffi")) return false;
+  const place at{pcr_forms::pattern_to_plot.name};
+  if (!r.in.values(pcr_forms::pattern_to_plot)) return false;
   run.t1_lim = r.in.f(0);
   run.t2_lim = r.in.f(1);
   if (run.n_patt > 1 && r.in.i(2) != 0) run.n_pat_plot = r.in.i(2);
   return r.in.in_range(at, "pattern number", run.n_pat_plot, 1, run.n_patt);
 }
 
-void read_pcr(state_type& st) {
+void read_pcr(state_type& st, pcr_lines::record* keep) {
   lmix_string_utilities::init_findfmt(st.fmt);
   st.fmt.ierr_fmt = 0;
   const auto text = kalvaris_inout::content(st.io, kalvaris_inout::unit::control);
   const std::string_view lines = text ? std::string_view(*text) : std::string_view();
   reading r{st, pcr_lines::line_reader(lines, kalvaris_inout::unit::control, st.fmt), st.io.multi_pattern};
+  r.in.name_slots_of(st);
+  r.in.keep(keep);
   const bool read = read_sections(r);
+  if (keep != nullptr) keep->last = r.in.lines_taken();
   echo_lines(st, lines, r.in.lines_taken());
   if (read) st.fmt.ierr_fmt = 0;
 }
 
 void finish_reading(state_type& st) {
+  const auto modulated = [](const kalvaris_params::phase_type& p) {
+    return pcr_layout::kind_of(p) == pcr_layout::jbt::modulated;
+  };
+  if (std::any_of(st.phase.begin(), st.phase.end(), modulated)) {
+    for (kalvaris_params::pattern_type& p : st.pattern) p.pl_prf = 3;  // the other form has no place for the satellites
+  }
   for (const kalvaris_params::mix_type& mix : st.mixes) {
     if (st.run.n_patt == 1 && mix.irf == 4) st.pattern[0].lst2 = 0;
   }

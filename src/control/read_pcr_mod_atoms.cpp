@@ -59,11 +59,9 @@ bool read_first_line(reading& r, const place& at, const phase_type& phase, atom_
   if (!r.in.values_of(at, pcr_lines::without_comment(line), layout.letters)) return false;
   atom.atext = r.in.word(0);
   atom.ntyp = r.in.word(1);
-  const int first_value = layout.magnetic_pointers ? 4 : 2;
-  if (layout.magnetic_pointers) {
-    atom.imagr = r.in.i(2);
-    atom.ikv = phase.nvk == 0 ? 0 : r.in.i(3);
-  }
+  const int first_value = 2 + layout.pointers;
+  if (layout.pointers > 0) atom.imagr = r.in.i(2);
+  if (layout.pointers > 1) atom.ikv = phase.nvk == 0 ? 0 : r.in.i(3);
   const auto slots = layout.value_slots();
   store_values(r, arrays_of(atom), slots, first_value);
   const int behind = first_value + static_cast<int>(slots.size());
@@ -77,6 +75,7 @@ bool read_first_line(reading& r, const place& at, const phase_type& phase, atom_
       atom.n_t = 1;
       break;
     case atom_kind::common:
+    case atom_kind::modulated:
       atom.n_t = r.in.i(behind);
       atom.sp_pointers = r.in.i(behind + 1);
       break;
@@ -85,8 +84,10 @@ bool read_first_line(reading& r, const place& at, const phase_type& phase, atom_
 }
 
 bool check_atom(reading& r, const place& at, const atom_type& atom, const phase_type& phase) {
-  const bool moments_possible = pcr_layout::atom_kind_of(phase) != atom_kind::nuclear;
-  const bool known = atom.n_t >= -5 && atom.n_t <= 5 && atom.n_t != -1 && atom.n_t != -2;
+  const atom_kind kind = pcr_layout::atom_kind_of(phase);
+  const bool moments_possible = kind != atom_kind::nuclear;
+  const int last = kind == atom_kind::modulated ? 3 : 5;  // harmonics leave no place for a form factor
+  const bool known = atom.n_t >= -last && atom.n_t <= last && atom.n_t != -1 && atom.n_t != -2;
   const bool moment_alone = atom.n_t == 1 || atom.n_t == -3;
   if (!known || (moment_alone && !moments_possible)) {
     return r.in.refuse(at, "this kind of atom is not available (N_t " + std::to_string(atom.n_t) + ")");
@@ -149,6 +150,32 @@ void settle_connectivity(std::string& info) {
   }
 }
 
+/// Another cell for the distances: three lines with a row of the matrix and a component of the origin.
+bool read_distance_cell(reading& r, int ph) {
+  phase_type& phase = r.st.phase[ph];
+  for (std::size_t i = 0; i < 3; ++i) {
+    if (!r.in.values({"cell for the distances", ph + 1}, "ffff")) return false;
+    for (int j = 0; j < 3; ++j) phase.rot_cell[3 * i + static_cast<std::size_t>(j)] = r.in.f(j);
+    phase.t_cell[i] = r.in.f(3);
+  }
+  return true;
+}
+
+bool read_atom_list(reading& r, int ph) {
+  for (int ia = 0; ia < r.st.phase[ph].natom; ++ia) {
+    if (!read_atom(r, ph)) return false;
+  }
+  return true;
+}
+
+}  // namespace
+
+slot_arrays arrays_of(atom_type& atom) { return {atom.xl, atom.a, atom.a_read}; }
+slot_arrays slots_of_atom(reading& r, int ia) {
+  atom_type& atom = r.st.atom[ia];
+  return {atom.xl, atom.a, atom.a_read, kalvaris_params::slot_family::atom, ia, 0};
+}
+
 bool read_atom(reading& r, int ph) {
   const place at{"atom line", ph + 1};
   phase_type& phase = r.st.phase[ph];
@@ -166,6 +193,7 @@ bool read_atom(reading& r, int ph) {
   if (pcr_layout::has_betas(phase, atom) && !read_betas(r, ph, atom)) return false;
   if (!read_form_factor(r, ph, atom)) return false;
   if (pcr_layout::has_last_betas(phase, atom) && !read_betas(r, ph, atom)) return false;
+  if (pcr_layout::atom_kind_of(phase) == atom_kind::modulated && !read_harmonics(r, ph, atom)) return false;
   command_coordinates(phase, atom);
   settle_connectivity(atom.atm_info);
   if (phase.profile_matching()) atom.a.fill(0.f);  // nothing is calculated from these atoms, so nothing is refined
@@ -173,32 +201,17 @@ bool read_atom(reading& r, int ph) {
   return true;
 }
 
-/// Another cell for the distances: three lines with a row of the matrix and a component of the origin.
-bool read_distance_cell(reading& r, int ph) {
-  phase_type& phase = r.st.phase[ph];
-  for (std::size_t i = 0; i < 3; ++i) {
-    if (!r.in.values({"cell for the distances", ph + 1}, "ffff")) return false;
-    for (int j = 0; j < 3; ++j) phase.rot_cell[3 * i + static_cast<std::size_t>(j)] = r.in.f(j);
-    phase.t_cell[i] = r.in.f(3);
-  }
-  return true;
-}
-
-}  // namespace
-
-slot_arrays arrays_of(atom_type& atom) { return {atom.xl, atom.a, atom.a_read}; }
-slot_arrays slots_of_atom(reading& r, int ia) {
-  atom_type& atom = r.st.atom[ia];
-  return {atom.xl, atom.a, atom.a_read, kalvaris_params::slot_family::atom, ia, 0};
-}
-
 bool read_atoms(reading& r, int ph) {
   phase_type& phase = r.st.phase[ph];
   phase.first_atom = static_cast<int>(r.st.atom.size());
-  for (int ia = 0; ia < phase.natom; ++ia) {
-    if (!read_atom(r, ph)) return false;
+  const int kind = pcr_layout::kind_of(phase);
+  if (phase.natom == 0) return true;
+  if (kind == pcr_layout::jbt::modulated) {
+    console_line(r.st.io, lmix_fixed_format::fmt_line{}.a("  Reading ").i(0, phase.natom).a(" superspace atoms").str());
   }
-  return phase.natom == 0 || std::abs(phase.jdist) != 2 || read_distance_cell(r, ph);
+  if (!(kind == pcr_layout::jbt::bodies ? read_bodies(r, ph) : read_atom_list(r, ph))) return false;
+  if (kind == pcr_layout::jbt::modes && !read_modes(r, ph)) return false;
+  return std::abs(phase.jdist) != 2 || read_distance_cell(r, ph);
 }
 
 }  // namespace read_pcr_mod

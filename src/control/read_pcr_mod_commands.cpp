@@ -1,6 +1,7 @@
 #include <algorithm>
 #include <array>
 
+#include "pcr_forms.hpp"
 #include "pcr_sections.hpp"
 
 namespace read_pcr_mod {
@@ -148,18 +149,23 @@ constexpr std::array<key_row, 14> keys{{
 bool read_command_lines(reading& r, int ph) {
   phase_type& phase = r.st.phase[ph];
   if (!pcr_lines::begins_with(r.in.peek(), "COMMANDS")) return true;
-  r.in.take();
+  const place at{pcr_forms::commands.name, ph + 1};
+  r.in.words(at, pcr_forms::commands_fields, std::array<std::string_view, 1>{r.in.take()});
   phase.commands = true;
   constexpr std::size_t most_lines = 100;
   while (true) {
     const auto line = r.in.text({"end of the command lines (END)", ph + 1});
     if (!line) return false;
-    if (pcr_lines::begins_with(u_case(*line), "END")) return true;
+    if (pcr_lines::begins_with(u_case(*line), "END")) {
+      r.in.words(at, pcr_forms::end_fields, std::array<std::string_view, 1>{*line});
+      return true;
+    }
     if (phase.cmd_text.size() == most_lines) return fail_of_phase(r, ph, " Too many command lines for Phase: ");
     phase.cmd_text.push_back(*line);
     const std::string plain = pcr_lines::without_comment(*line);
     std::string_view text = plain;
     const std::string key = u_case(lmix_string_utilities::cutst(text));
+    r.in.words(at, pcr_forms::command_fields, std::array<std::string_view, 2>{key, text});
     const auto row = std::ranges::find(keys, std::string_view(key), &key_row::key);
     if (row != keys.end() && !row->read(r, ph, text)) return false;
   }

@@ -45,12 +45,15 @@ void take_options(reading& r, int k) {
   r.st.run.automatic_read = r.st.run.automatic;
 }
 
+bool check_one_pattern(reading& r, const place& at) {
+  return r.st.run.icryg == 0 || r.st.run.n_patt == 1 ||
+         r.in.refuse(at, "integrated intensities and searches (Cry) take one pattern");
+}
+
 bool check_run_flags(reading& r, const place& at) {
   run_type& run = r.st.run;
   if (!r.in.in_range(at, "mode of the run (Cry)", run.icryg, -4, 4)) return false;
-  if (run.icryg != 0 && run.n_patt > 1) {
-    return r.in.refuse(at, "integrated intensities and searches (Cry) take one pattern");
-  }
+  if (!check_one_pattern(r, at)) return false;
   if (!r.in.in_range(at, "number of phases", run.nphase, 0, kalvaris_params::NPHT)) return false;
   if (!r.in.in_range(at, "number of parameters with limits", run.nrell, 0, r.st.dim.maxparam)) return false;
   run.nphase = std::max(run.nphase, 1);
@@ -63,23 +66,18 @@ struct flag_refusal {
   int low, high;  ///< values inside are taken
   std::string_view reason;
 };
-constexpr std::array<flag_refusal, 8> flag_refusals{{
-    {&pattern_type::jobtyp, -3, 4, "unknown kind of job (Job)"},
+constexpr std::array<flag_refusal, 7> flag_refusals{{
+    {&pattern_type::jobtyp, -4, 4, "unknown kind of job (Job)"},
     {&pattern_type::nori, 0, 3, "unknown model of preferred orientation (Nor)"},
     {&pattern_type::iwgt, 0, 3, "unknown weighting (Iwg)"},
     {&pattern_type::ilor, -2, 6, "unknown geometry (Ilo)"},
-    {&pattern_type::ixunit, 0, 4, "unknown abscissa (Uni)"},
-    {&pattern_type::cry_flag, 0, 1, "unknown kind of data (Int)"},
+    {&pattern_type::cry_flag, 0, 2, "unknown kind of data (Int)"},
     {&pattern_type::icorr, 0, 2, "unknown corrections from a file (Cor)"},
     {&pattern_type::istep, 0, 1000000, "the reduction of the number of points (Ste) is negative"},
 }};
 
 bool check_pattern_flags(reading& r, const place& at, int ip) {
   pattern_type& p = r.st.pattern[ip];
-  constexpr int laue = 10, multi_phase = 2;
-  if (p.ixunit == laue || p.cry_flag == multi_phase) {
-    return r.in.refuse(at, "Laue and multi-phase lists are not available");
-  }
   for (const flag_refusal& row : flag_refusals) {
     const int value = p.*row.field;
     if (value < row.low || value > row.high) return r.in.refuse(at, row.reason);
@@ -88,7 +86,20 @@ bool check_pattern_flags(reading& r, const place& at, int ip) {
     return false;
   }
   if (p.nexcrg < 0) return r.in.refuse(at, "number of excluded regions is negative");
-  p.cry_pat = p.cry_flag != 0 || r.st.run.icryg != 0;
+  if (p.jobtyp == -job::neutrons) return r.in.refuse(at, "unknown kind of job (Job)");
+  const bool laue = p.ixunit == kalvaris_params::abscissa::laue;
+  if (!laue && (p.ixunit < 0 || p.ixunit > kalvaris_params::abscissa::s)) {
+    return r.in.refuse(at, "unknown abscissa (Uni)");
+  }
+  constexpr int multi_phase = 2, two_gaussians = -4, last_shape = 13;
+  if (p.nprof != two_gaussians && (p.nprof < 0 || p.nprof > last_shape)) {
+    return r.in.refuse(at, "unknown peak shape (Npr)");
+  }
+  p.cry_mphas = p.cry_flag == multi_phase;
+  if (p.cry_mphas) r.st.run.icryg = 0;
+  if (laue && !p.cry_mphas && r.st.run.icryg == 0) r.st.run.icryg = 1;
+  if (!check_one_pattern(r, at)) return false;
+  p.cry_pat = p.cry_flag != 0 || r.st.run.icryg != 0 || laue;
   p.disp_ds = p.radiation() == job::neutrons || p.ilor == 3 || p.ilor == -2;
   return true;
 }
@@ -122,6 +133,7 @@ void force_flags(reading& r) {
 /// Text line with the name of a file of a pattern; `words` stand in front of the message at the end of the file.
 bool read_file_name(reading& r, const place& at, std::string& name, std::string_view words) {
   const auto line = r.in.text(at);
+  if (line) r.in.words(at, pcr_forms::file_fields, std::array<std::string_view, 1>{*line});
   if (line) name = pcr_lines::without_comment(*line);
   if (line) return !name.empty() || r.in.refuse(at, "the name is missing");
   return r.in.fail(
@@ -135,7 +147,9 @@ void read_weighting(reading& r, pattern_type& p) {
     const std::string next = r.in.peek();
     const std::string_view word = std::string_view(next).substr(0, 4);
     if (word != "WGHT" && word != "Wght" && word != "wght") return;
-    const std::string text = pcr_lines::without_comment(r.in.take().substr(4));
+    const std::string line = pcr_lines::without_comment(r.in.take());
+    r.in.words({pcr_forms::wght.name}, pcr_forms::wght_fields, lmix_string_utilities::getword(line).dire);
+    const std::string text = line.substr(4);
     lmix_list_input::list_scanner scan(text);
     std::array<float, 6> v{};
     bool read = true;
@@ -209,7 +223,7 @@ bool read_profile_name(reading& r, int ip) {
   pattern_type& p = r.st.pattern[ip];
   if (p.iot == -1) p.fileprof = r.st.io.filenam;
   if (p.iot != -2) return true;
-  return read_file_name(r, {"name of the numerical profile", 0, ip + 1}, p.fileprof,
+  return read_file_name(r, {pcr_forms::profile_file.name, 0, ip + 1}, p.fileprof,
                         " Error reading the name of *.spr file of pattern ");
 }
 
@@ -257,7 +271,7 @@ bool read_resolution_files(reading& r) {
   force_flags(r);
   for (int ip = 0; ip < r.st.run.n_patt; ++ip) {
     if (r.st.pattern[ip].ireso == 0) continue;
-    const place at{"name of the resolution file", 0, ip + 1};
+    const place at{pcr_forms::resolution_file.name, 0, ip + 1};
     std::string& name = r.st.io.fileres[ip];
     if (!read_file_name(r, at, name, " Error reading the name of resolution file of pattern ")) return false;
     std::error_code ec;
@@ -275,7 +289,7 @@ bool read_data_files(reading& r) {
   const auto measured = [](const pattern_type& p) { return p.jobtyp < 2 || p.jobtyp == job::electrons; };
   if (r.st.run.s_format || std::none_of(r.st.pattern.begin(), r.st.pattern.end(), measured)) return true;
   for (int ip = 0; ip < r.st.run.n_patt; ++ip) {
-    const auto line = r.in.text({"name of the data file", 0, ip + 1});
+    const auto line = r.in.text(pcr_forms::data_file, 0, ip + 1);
     if (!line) return false;
     const bool name_of_series = r.st.io.l_sequential && !r.multi_pattern_of_driver && r.st.run.n_patt == 1;
     if (!name_of_series) split_file_name(r, *line, r.st.io.filedat[ip], r.st.io.extdat[ip]);

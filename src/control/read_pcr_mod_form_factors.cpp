@@ -59,7 +59,7 @@ bool read_radial(reading& r, int ph, atom_type& atom) {
 }  // namespace
 
 bool read_form_factor(reading& r, int ph, atom_type& atom) {
-  const pcr_layout::form_factor_lines lines = pcr_layout::form_factor_of(atom);
+  const pcr_layout::form_factor_lines lines = pcr_layout::form_factor_of(r.st.phase[ph], atom);
   if (lines.spherical && !read_spherical(r, ph, atom)) return false;
   const int values = lines.spherical ? atom.sa_ylmp.es3 : lines.values;
   for (int done = 0; done < values; done += lines.per_line) {

@@ -1,9 +1,11 @@
 #include <algorithm>
+#include <array>
 #include <cmath>
 #include <filesystem>
 
 #include "kalvaris_init.hpp"
 #include "lmix_list_input.hpp"
+#include "pcr_forms.hpp"
 #include "pcr_sections.hpp"
 
 namespace read_pcr_mod {
@@ -41,8 +43,10 @@ void read_chi2_comment(reading& r, std::string_view comment) {
 
 /// `NPATT n` and, behind n, a 0 for each pattern that takes no part.
 bool read_npatt(reading& r) {
-  const place at{"NPATT line"};
-  const std::string text = pcr_lines::without_comment(r.in.take().substr(multi_pattern_word.size()));
+  const place at{pcr_forms::npatt.name};
+  const std::string line = pcr_lines::without_comment(r.in.take());
+  r.in.words(at, pcr_forms::npatt_fields, lmix_string_utilities::getword(line).dire);
+  const std::string text = line.substr(multi_pattern_word.size());
   lmix_list_input::list_scanner numbers(text);
   int n_patt = 0;
   if (numbers.read(n_patt) != lmix_list_input::list_status::value) {
@@ -67,8 +71,9 @@ void read_w_pat(reading& r) {
   r.st.run.w_pat_line = pcr_lines::begins_with(u_case(r.in.peek()), word);
   if (!r.st.run.w_pat_line) return;
   std::vector<float> weights(r.st.pattern.size());
-  const std::string line = r.in.take();
-  const std::string text = pcr_lines::without_comment(line.substr(word.size()));
+  const std::string line = pcr_lines::without_comment(r.in.take());
+  r.in.words({pcr_forms::w_pat.name}, pcr_forms::w_pat_fields, lmix_string_utilities::getword(line).dire);
+  const std::string text = line.substr(word.size());
   if (!lmix_list_input::read_list(text, std::span<float>(weights)).full()) {
     std::fill(weights.begin(), weights.end(), 1.f);
   }
@@ -123,6 +128,7 @@ bool read_head(reading& r) {
   const auto title = r.in.first_line();
   if (!title) return r.in.fail({"  Error reading the *.PCR at the first line"}, -2);
   run.title = title->substr(0, title_length);
+  r.in.words({pcr_forms::title.name}, pcr_forms::title_fields, std::array<std::string_view, 1>{run.title});
   warn_of_title(r);
   while (const auto comment = r.in.comment_line()) read_chi2_comment(r, *comment);
 

@@ -36,12 +36,6 @@ void take_command_line(reading& r, std::string_view key, const pcr_fields::line_
   r.in.words({form.name, 0, ip + 1}, form.fields, lmix_string_utilities::getword(to).dire);
 }
 
-void take_commands(reading& r, int ip) {
-  pattern_type& p = r.st.pattern[ip];
-  take_command_line(r, "VARY", pcr_forms::vary, ip, p.vary_command);
-  take_command_line(r, "FIX", pcr_forms::fix, ip, p.fix_command);
-}
-
 /// lambda1, lambda2, ratio, bkpos, wdt, cthm, tmv(1), rlim, rkk, tmv(2). The signs of the ratio and of tmv(1) are
 /// flags.
 bool take_radiation(reading& r, const place& at, pattern_type& p) {
@@ -406,18 +400,25 @@ void store_pairs(const reading& r, const slot_arrays& to, std::span<const int> s
   }
 }
 
+void read_commands(reading& r, int ip) {
+  pattern_type& p = r.st.pattern[ip];
+  take_command_line(r, "VARY", pcr_forms::vary, ip, p.vary_command);
+  take_command_line(r, "FIX", pcr_forms::fix, ip, p.fix_command);
+}
+
 bool read_radiation(reading& r) {
   for (int ip = 0; ip < r.st.run.n_patt; ++ip) {
     const place at{"radiation line", 0, ip + 1};
     pattern_type& p = r.st.pattern[ip];
+    if (pcr_layout::has_lists(p) && !read_lists(r, ip)) return false;
     if (p.cry_pat) continue;
     if (pcr_layout::has_diffractometer(p)) {
       if (!read_short_radiation(r, at, p)) return false;
-      take_commands(r, ip);
+      read_commands(r, ip);
       continue;
     }
     if (!r.in.values(at, {pcr_forms::radiation_fields}) || !take_radiation(r, at, p)) return false;
-    take_commands(r, ip);
+    read_commands(r, ip);
     p.glb[gslot::ratio2] = p.ratio[1];
     // A ratio to nothing has no derivative, so that with one wavelength the word must not ask for a parameter.
     if (!p.single_wave) command(p, "ratio", gslot::ratio2);

@@ -3,6 +3,7 @@
 #include <cstdlib>
 
 #include "kalvaris_init.hpp"
+#include "pcr_forms.hpp"
 #include "pcr_sections.hpp"
 
 namespace read_pcr_mod {
@@ -27,9 +28,8 @@ bool cut_out(std::string& name, std::string_view word) {
 }
 
 bool read_name(reading& r, int ph) {
-  const place at{"name of the phase", ph + 1};
   phase_type& phase = r.st.phase[ph];
-  const auto line = r.in.text(at);
+  const auto line = r.in.text(pcr_forms::phase_name, ph + 1);
   if (!line) return false;
   phase.phsnm = line->substr(0, name_length);
   phase.vary_xyz = cut_out(phase.phsnm, "VARY xyz");
@@ -67,11 +67,16 @@ bool check(reading& r, const place& at, const phase_type& phase, std::span<const
 bool check_phase_flags(reading& r, const place& at, int ph) {
   phase_type& phase = r.st.phase[ph];
   const int kind = std::abs(phase.jbt);
-  constexpr std::array<int, 6> kinds{0, 1, 2, 3, 5, 10};
+  constexpr std::array<int, 9> kinds{0, 1, 2, 3, 4, 5, 6, 7, 10};
   if (std::find(kinds.begin(), kinds.end(), kind) == kinds.end()) {
-    return r.in.refuse(at, fmt_line{}.a("this kind of phase is not available (Jbt ").i(0, phase.jbt).a(")").str());
+    return r.in.refuse(at, fmt_line{}.a("unknown kind of phase (Jbt ").i(0, phase.jbt).a(")").str());
   }
   if (!check(r, at, phase, flag_ranges)) return false;
+  constexpr int most_modulations = 3;
+  if (kind == pcr_layout::jbt::modulated &&
+      !r.in.in_range(at, "number of modulation vectors", std::abs(phase.nvk), 1, most_modulations)) {
+    return false;
+  }
   const int places = kalvaris_params::NATS - static_cast<int>(r.st.atom.size());
   if (!r.in.in_range(at, "number of atoms", phase.natom, 0, places)) return false;
   if (kind == 3) phase.natom = 0;  // fixed relative intensities: such a phase has no atom lines
@@ -102,10 +107,10 @@ bool check_atoms_of_a_structure(reading& r, int ph, int ip) {
 }
 
 bool read_short_flags(reading& r, int ph) {
-  const place at{"flags of the phase", ph + 1};
+  const place at{pcr_forms::phase_short.name, ph + 1};
   phase_type& p = r.st.phase[ph];
   mix_type& mix = r.st.mix(ph, 0);
-  if (!r.in.values(at, "iiifffiiiiifiii")) return false;
+  if (!r.in.values(pcr_forms::phase_short, ph + 1)) return false;
   p.natom = r.in.i(0), p.ndic = r.in.i(1), p.nangc = r.in.i(2);
   mix.pref = {r.in.f(3), r.in.f(4), r.in.f(5)};
   p.jbt = r.in.i(6), mix.irf = r.in.i(7), p.isym = r.in.i(8), p.istr = r.in.i(9), p.ifurt = r.in.i(10);
@@ -115,8 +120,8 @@ bool read_short_flags(reading& r, int ph) {
   if (!check_atoms_of_a_structure(r, ph, 0)) return false;
   if (p.imore == 0) return true;
 
-  const place at_more{"additional flags of the phase", ph + 1};
-  if (!r.in.values(at_more, "iiiiiiffffiiii")) return false;
+  const place at_more{pcr_forms::more_short.name, ph + 1};
+  if (!r.in.values(pcr_forms::more_short, ph + 1)) return false;
   p.jview = r.in.i(0), p.jdist = r.in.i(1), p.jhelix = r.in.i(2), p.jsol = r.in.i(3);
   p.nmagc = r.in.i(4), p.jter = r.in.i(5);
   mix.brinl = r.in.f(6), mix.rmua = r.in.f(7), mix.rmub = r.in.f(8), mix.rmuc = r.in.f(9);
@@ -125,36 +130,37 @@ bool read_short_flags(reading& r, int ph) {
 }
 
 bool read_contribution(reading& r, int ph, int ip) {
-  const place at{"flags of the phase in the pattern", ph + 1, ip + 1};
+  const place at{pcr_forms::contribution_flags.name, ph + 1, ip + 1};
   mix_type& mix = r.st.mix(ph, ip);
-  if (!r.in.values(at, "iiiii")) return false;
+  if (!r.in.values(pcr_forms::contribution_flags, ph + 1, ip + 1)) return false;
   mix.irf = r.in.i(0), mix.npro_read = r.in.i(1), mix.jtyp = r.in.i(2), mix.nref_sp = r.in.i(3);
   mix.ph_shift = r.in.i(4);
   if (!check_mix(r, at, ph, ip) || !check_atoms_of_a_structure(r, ph, ip)) return false;
-  if (!r.in.values({"direction line", ph + 1, ip + 1}, "fffffff")) return false;
+  if (!r.in.values(pcr_forms::direction, ph + 1, ip + 1)) return false;
   mix.pref = {r.in.f(0), r.in.f(1), r.in.f(2)};
   mix.brinl = r.in.f(3), mix.rmua = r.in.f(4), mix.rmub = r.in.f(5), mix.rmuc = r.in.f(6);
   return true;
 }
 
 bool read_long_flags(reading& r, int ph) {
-  const place at{"flags of the phase", ph + 1};
+  const place at{pcr_forms::phase_long.name, ph + 1};
   phase_type& p = r.st.phase[ph];
-  if (!r.in.values(at, "iiiiiiifii")) return false;
+  if (!r.in.values(pcr_forms::phase_long, ph + 1)) return false;
   p.natom = r.in.i(0), p.ndic = r.in.i(1), p.nangc = r.in.i(2), p.jbt = r.in.i(3), p.isym = r.in.i(4);
   p.istr = r.in.i(5), p.ifurt = r.in.i(6);
   p.atz = r.in.f(7);
   p.nvk = r.in.i(8), p.imore = r.in.i(9);
   if (!check_phase_flags(r, at, ph)) return false;
   if (p.imore != 0) {
-    const place at_more{"additional flags of the phase", ph + 1};
-    if (!r.in.values(at_more, "iiiiiii")) return false;
+    const place at_more{pcr_forms::more_long.name, ph + 1};
+    if (!r.in.values(pcr_forms::more_long, ph + 1)) return false;
     p.jview = r.in.i(0), p.jdist = r.in.i(1), p.jhelix = r.in.i(2), p.jsol = r.in.i(3);
     p.nmagc = r.in.i(4), p.jter = r.in.i(5), p.n_domains = r.in.i(6);
     if (!check(r, at_more, p, more_ranges)) return false;
   }
-  const place at_contributions{"contributions of the phase", ph + 1};
-  if (!r.in.values(at_contributions, std::string(static_cast<std::size_t>(r.st.run.n_patt), 'i'))) return false;
+  const place at_contributions{pcr_forms::contributions.name, ph + 1};
+  const pcr_fields::part per_pattern(pcr_forms::contribution_fields, r.st.run.n_patt);
+  if (!r.in.values(at_contributions, {per_pattern})) return false;
   for (int ip = 0; ip < r.st.run.n_patt; ++ip) {
     r.st.mix(ph, ip).jcontr = r.in.i(ip);
     if (!r.in.in_range(at_contributions, "contribution", r.in.i(ip), 0, 1)) return false;
@@ -167,13 +173,15 @@ bool read_long_flags(reading& r, int ph) {
 
 /// FILE_HKL [pattern] name [phase in that file]; any number of such lines.
 bool read_reflection_files(reading& r, int ph) {
-  const place at{"FILE_HKL line", ph + 1};
+  const place at{pcr_forms::hkl_file.name, ph + 1};
   while (pcr_lines::begins_with(r.in.peek(), "FILE_HKL")) {
     const std::string line = pcr_lines::without_comment(r.in.take());
     const auto words = lmix_string_utilities::getword(line).dire;
     std::size_t k = 1;
     int pattern = 1;
     if (words.size() > 2 && lmix_fixed_format::parse_integer(words[1], pattern)) k = 2;
+    using fields = std::span<const pcr_fields::field>;
+    r.in.words(at, k == 2 ? fields(pcr_forms::hkl_fields) : fields(pcr_forms::hkl_fields_short), words);
     if (words.size() <= k) return r.in.refuse(at, "the name of the reflection file is missing");
     if (!r.in.in_range(at, "pattern number", pattern, 1, r.st.run.n_patt)) return false;
     mix_type& mix = r.st.mix(ph, pattern - 1);

@@ -5,6 +5,7 @@
 
 #include "instrumental_resolution.hpp"
 #include "pcr_commands.hpp"
+#include "pcr_forms.hpp"
 #include "pcr_profile.hpp"
 #include "pcr_sections.hpp"
 
@@ -14,6 +15,7 @@ using kalvaris_params::mix_type;
 using kalvaris_params::pattern_type;
 using kalvaris_params::phase_type;
 using lmix_fixed_format::fmt_line;
+using pcr_fields::part;
 using pcr_lines::place;
 using pcr_profile::check;
 using pcr_profile::layout;
@@ -32,6 +34,8 @@ struct profile_reader {
   const pattern_type& pattern = r.st.pattern[ip];
   pcr_profile::block block{r.st, ph, ip};
 
+  slot_arrays slots_of_block = slots_of_phase(r, ph, ip);
+
   [[nodiscard]] place at(std::string_view name) const { return {name, ph + 1, ip + 1}; }
 
   bool read_line(const pcr_profile::line& line);
@@ -39,7 +43,6 @@ struct profile_reader {
   bool read_axes(const pcr_profile::line& line);
   bool read_conditions(const pcr_profile::line& line, std::span<const int> slots);
   bool read_special(const pcr_profile::line& line);
-  bool read_pairs(const place& where, std::span<const int> slots);
   bool read_direction(const place& where);
 
   bool take_model(const pcr_profile::line& line, int value);
@@ -76,6 +79,25 @@ bool profile_reader::take_model_of_phase(std::string_view what, int phase_type::
   return true;
 }
 
+/// What the integer behind the values of a line says.
+std::span<const pcr_fields::field> model_fields(model behind) {
+  switch (behind) {
+    case model::none:
+      break;
+    case model::strain:
+      return pcr_forms::strain_model_fields;
+    case model::size:
+      return pcr_forms::size_model_fields;
+    case model::shift:
+      return pcr_forms::shift_model_fields;
+    case model::scales:
+      return pcr_forms::scales_fields;
+    case model::extinction:
+      return pcr_forms::extinction_fields;
+  }
+  return {};
+}
+
 /// The integer behind the values of a line.
 bool profile_reader::take_model(const pcr_profile::line& line, int value) {
   const place where = at(line.name);
@@ -107,8 +129,8 @@ bool profile_reader::take_model(const pcr_profile::line& line, int value) {
 /// Three words on the first line of a single crystal: scale factors 1 and 2, their number.
 bool profile_reader::take_short_scale_line(const place& where) {
   const std::string line = pcr_lines::without_comment(r.in.take());
-  if (!r.in.values_of(where, line, "ffi")) return false;
-  store_values(r, arrays_of(mix), std::array{int{slot::scale}, int{slot::sc2}});
+  constexpr std::array<int, 2> scales{slot::scale, slot::sc2};
+  if (!r.in.values_of(where, line, {part::values(slots_of_block, scales), pcr_forms::scales_fields})) return false;
   return take_model({.name = where.name, .header = {}, .behind = model::scales}, r.in.i(2));
 }
 
@@ -116,32 +138,23 @@ bool profile_reader::read_coded(const pcr_profile::line& line, std::span<const i
   const place where = at(line.name);
   const std::string name_of_codes = "codes of the " + std::string(line.name);
   for (std::size_t from = 0; from < slots.size(); from += line.per_line) {
-    const auto part = slots.subspan(from, std::min(line.per_line, slots.size() - from));
-    std::string letters(part.size(), 'f');
+    const auto some = slots.subspan(from, std::min(line.per_line, slots.size() - from));
     const bool three_words =
         line.behind == model::scales && lmix_string_utilities::getword(pcr_lines::without_comment(r.in.peek())).iv == 3;
     if (three_words) {
       if (!take_short_scale_line(where)) return false;
     } else {
-      if (!r.in.values(where, line.behind == model::none ? letters : letters + 'i')) return false;
-      store_values(r, arrays_of(mix), part);
-      if (!take_model(line, line.behind == model::none ? 0 : r.in.i(static_cast<int>(part.size())))) return false;
+      if (!r.in.values(where, {part::values(slots_of_block, some), model_fields(line.behind)})) return false;
+      if (!take_model(line, line.behind == model::none ? 0 : r.in.i(static_cast<int>(some.size())))) return false;
     }
     if (line.then == check::cell && !check_cell()) return false;
-    if (!r.in.values(at(name_of_codes), letters)) return false;
-    store_codes(r, arrays_of(mix), part);
+    if (!r.in.values(at(name_of_codes), {part::codes(slots_of_block, some)})) return false;
   }
   return true;
 }
 
-bool profile_reader::read_pairs(const place& where, std::span<const int> slots) {
-  if (!r.in.values(where, std::string(2 * slots.size(), 'f'))) return false;
-  store_pairs(r, arrays_of(mix), slots);
-  return true;
-}
-
 bool profile_reader::read_direction(const place& where) {
-  if (!r.in.values(where, "fff")) return false;
+  if (!r.in.values(where, {pcr_forms::size_direction_fields})) return false;
   mix.psz = {r.in.f(0), r.in.f(1), r.in.f(2)};
   return true;
 }
@@ -157,7 +170,7 @@ void profile_reader::settle_last_fraction() {
 
 bool profile_reader::read_axes(const pcr_profile::line& line) {
   const place where = at(line.name);
-  if (!r.in.values(where, "ii")) return false;
+  if (!r.in.values(where, {pcr_forms::axes_fields})) return false;
   mix.naxes = r.in.i(0);
   mix.norstp = r.in.i(1);
   constexpr int most_axes = 5, standard_steps = 20;
@@ -165,13 +178,9 @@ bool profile_reader::read_axes(const pcr_profile::line& line) {
   if (mix.naxes > most_axes) return r.in.fail({"  Maximum 5 preferred orientation directions"});
   if (mix.naxes < 1) return r.in.refuse(where, "number of axes must lie in 1..5");
   for (int a = 0; a < mix.naxes; ++a) {
-    if (!r.in.values(where, "fffffff")) return false;
+    const std::array of_axis{slot::md1 + 2 * a, slot::fr1 + 2 * a};
+    if (!r.in.values(where, {pcr_forms::axis_fields, part::pairs(slots_of_block, of_axis)})) return false;
     mix.axes.push_back({r.in.f(0), r.in.f(1), r.in.f(2)});
-    for (int k = 0; k < 2; ++k) {
-      const std::array one{slot::md1 + 2 * a + k};
-      store_values(r, arrays_of(mix), one, 3 + 2 * k);
-      store_codes(r, arrays_of(mix), one, 4 + 2 * k);
-    }
   }
   settle_last_fraction();
   return true;
@@ -181,22 +190,24 @@ bool profile_reader::read_conditions(const pcr_profile::line& line, std::span<co
   const place where = at(line.name);
   auto& list = slots.empty() || slots[0] == slot::siz1 ? mix.size_cond : mix.shift_cond;
   for (const int k : slots) {
-    if (!r.in.values(where, "iiiiiff")) return false;
+    const std::array of_condition{k};
+    if (!r.in.values(where, {pcr_forms::condition_fields, part::pairs(slots_of_block, of_condition)})) return false;
     list.push_back({{r.in.i(0), r.in.i(1), r.in.i(2), r.in.i(3), r.in.i(4)}});
-    store_values(r, arrays_of(mix), std::array{k}, 5);
-    store_codes(r, arrays_of(mix), std::array{k}, 6);
   }
   return true;
 }
 
 bool profile_reader::read_special(const pcr_profile::line& line) {
   for (int j = 0; j < mix.nref_sp; ++j) {
-    if (!r.in.values(at(line.name), "iiiiffffffffff")) return false;
-    mix.special.push_back({r.in.i(0), r.in.i(1), r.in.i(2), r.in.i(3)});
+    const std::size_t indices = pcr_profile::special_indices(phase);
+    if (!r.in.values(at(line.name), std::string(indices, 'i') + std::string(2 * slot::per_special, 'f'))) return false;
+    auto& reflection = mix.special.emplace_back();
+    for (std::size_t k = 0; k < indices; ++k) reflection[k] = r.in.i(static_cast<int>(k));
     for (int k = 0; k < slot::per_special; ++k) {
       const std::array one{slot::special + slot::per_special * j + k};
-      store_values(r, arrays_of(mix), one, 4 + 2 * k);
-      store_codes(r, arrays_of(mix), one, 5 + 2 * k);
+      const int field = static_cast<int>(indices) + 2 * k;
+      store_values(r, arrays_of(mix), one, field);
+      store_codes(r, arrays_of(mix), one, field + 1);
     }
   }
   return true;
@@ -274,7 +285,7 @@ bool profile_reader::read_line(const pcr_profile::line& line) {
     case layout::coded:
       return read_coded(line, slots) && run_check(line.then);
     case layout::pairs:
-      return read_pairs(at(line.name), slots);
+      return r.in.values(at(line.name), {part::pairs(slots_of_block, slots)});
     case layout::direction:
       return read_direction(at(line.name));
     case layout::axes:

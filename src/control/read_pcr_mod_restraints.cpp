@@ -1,5 +1,6 @@
 #include <algorithm>
 
+#include "pcr_forms.hpp"
 #include "pcr_sections.hpp"
 
 namespace read_pcr_mod {
@@ -18,10 +19,7 @@ bool is_atom(const reading& r, const place& at, const std::string& label) {
 }
 
 bool check_atoms(reading& r, const place& at, std::span<const std::string> labels) {
-  for (const std::string& label : labels) {
-    if (!is_atom(r, at, label)) return r.in.refuse(at, "atom not found: " + label);
-  }
-  return true;
+  return std::ranges::all_of(labels, [&](const std::string& label) { return check_atom_label(r, at, label); });
 }
 
 /// 0 means the identity, which is the first operator.
@@ -32,7 +30,7 @@ bool take_operator(reading& r, const place& at, int number, int& to) {
 }
 
 bool read_distance(reading& r, const place& at, kalvaris_params::distance_restraint& d) {
-  if (!r.in.values(at, "66ifffff")) return false;
+  if (!r.in.values(at, {pcr_forms::distance_fields})) return false;
   d.catod = {r.in.word(0), r.in.word(1)};
   d.transl = {r.in.f(3), r.in.f(4), r.in.f(5)};
   d.dio = r.in.f(6), d.sdio = r.in.f(7);
@@ -40,7 +38,7 @@ bool read_distance(reading& r, const place& at, kalvaris_params::distance_restra
 }
 
 bool read_angle(reading& r, const place& at, kalvaris_params::angle_restraint& a) {
-  if (!r.in.values(at, "666iiffffffff")) return false;
+  if (!r.in.values(at, {pcr_forms::angle_restraint_fields})) return false;
   a.catoa = {r.in.word(0), r.in.word(1), r.in.word(2)};
   for (int k = 0; k < 6; ++k) a.transla[k] = r.in.f(5 + k);
   a.angl = r.in.f(11), a.scang = r.in.f(12);
@@ -49,7 +47,7 @@ bool read_angle(reading& r, const place& at, kalvaris_params::angle_restraint& a
 }
 
 bool read_moment(reading& r, const place& at, kalvaris_params::moment_restraint& m) {
-  if (!r.in.values(at, "6ff")) return false;
+  if (!r.in.values(at, {pcr_forms::moment_fields})) return false;
   m.cmatom = r.in.word(0);
   m.moment = r.in.f(1), m.sigma = r.in.f(2);
   return check_atoms(r, at, std::span(&m.cmatom, 1));
@@ -57,18 +55,20 @@ bool read_moment(reading& r, const place& at, kalvaris_params::moment_restraint&
 
 bool read_bond_valence(reading& r, int ph) {
   phase_type& phase = r.st.phase[ph];
-  const place at{"line of the bond-valence sums", ph + 1};
-  if (!r.in.values(at, "iif")) return false;
+  const place at{pcr_forms::bvs.name, ph + 1};
+  if (!r.in.values(pcr_forms::bvs, ph + 1)) return false;
   phase.n_cations = r.in.i(0), phase.n_anions = r.in.i(1), phase.tolerance = r.in.f(2);
   using kalvaris_params::N_SPE;
   if (!r.in.in_range(at, "number of cations", phase.n_cations, 0, N_SPE)) return false;
   if (!r.in.in_range(at, "number of anions", phase.n_anions, 0, N_SPE)) return false;
-  const auto text = r.in.text({"names of cations and anions", ph + 1});
+  const place at_names{pcr_forms::bvs_names.name, ph + 1};
+  const auto text = r.in.text(at_names);
   if (!text) return false;
   const std::string line = pcr_lines::without_comment(*text);
   const auto words = lmix_string_utilities::getword(line);
+  r.in.words(at_names, pcr_forms::bvs_name_fields, words.dire);
   const auto n = static_cast<std::size_t>(phase.n_cations + phase.n_anions);
-  if (words.dire.size() < n) return r.in.refuse({"names of cations and anions", ph + 1}, "a name is missing");
+  if (words.dire.size() < n) return r.in.refuse(at_names, "a name is missing");
   phase.bvs_names.assign(words.dire.begin(), words.dire.begin() + static_cast<std::ptrdiff_t>(n));
   return true;
 }
@@ -82,27 +82,32 @@ bool read_list(reading& r, const place& at, int n, std::vector<restraint>& to,
 
 }  // namespace
 
+bool check_atom_label(reading& r, const place& at, const std::string& label) {
+  return is_atom(r, at, label) || r.in.refuse(at, "atom not found: " + label);
+}
+
 bool read_distance_limits(reading& r, int ph) {
   phase_type& phase = r.st.phase[ph];
   if (phase.ndic == 0 && phase.nangc == 0) return true;
-  const place at{"limits of distances and angles", ph + 1};
+  const place at{pcr_forms::distance_limits.name, ph + 1};
   const auto text = r.in.text(at);
   if (!text) return false;
   const std::string line = pcr_lines::without_comment(*text);
   std::string_view rest = line;
-  if (!r.in.values_of(at, line, "ff")) return false;
+  if (!r.in.values_of(at, line, {std::span(pcr_forms::distance_limit_fields).first(2)})) return false;
   phase.dis_max = r.in.f(0), phase.ang_max = r.in.f(1);
   lmix_string_utilities::cutst(rest);
   lmix_string_utilities::cutst(rest);
   phase.bvs = lmix_string_utilities::u_case(lmix_string_utilities::cutst(rest)) == "BVS";
+  if (phase.bvs) r.in.words(at, pcr_forms::distance_limit_fields, lmix_string_utilities::getword(line).dire);
   return !phase.bvs || read_bond_valence(r, ph);
 }
 
 bool read_restraints(reading& r, int ph) {
   phase_type& phase = r.st.phase[ph];
-  return read_list(r, {"distance restraint", ph + 1}, phase.ndic, phase.distances, read_distance) &&
-         read_list(r, {"angle restraint", ph + 1}, phase.nangc, phase.angles, read_angle) &&
-         read_list(r, {"moment restraint", ph + 1}, phase.nmagc, phase.moments, read_moment);
+  return read_list(r, {pcr_forms::distance_restraint.name, ph + 1}, phase.ndic, phase.distances, read_distance) &&
+         read_list(r, {pcr_forms::angle_restraint.name, ph + 1}, phase.nangc, phase.angles, read_angle) &&
+         read_list(r, {pcr_forms::moment_restraint.name, ph + 1}, phase.nmagc, phase.moments, read_moment);
 }
 
 }  // namespace read_pcr_mod

@@ -4,6 +4,7 @@
 #include <cstdlib>
 
 #include "lmix_crystallographic_symmetry.hpp"
+#include "pcr_forms.hpp"
 #include "pcr_sections.hpp"
 
 namespace read_pcr_mod {
@@ -14,6 +15,7 @@ using kalvaris_params::hand_symmetry_type;
 using kalvaris_params::phase_type;
 using kalvaris_params::vector_type;
 using lmix_string_utilities::u_case;
+using pcr_fields::part;
 using pcr_lines::place;
 namespace sym = lmix_crystallographic_symmetry;
 
@@ -91,12 +93,20 @@ std::optional<std::string> behind_word(const std::string& line, std::string_view
   return line.substr(word.size());
 }
 
+/// A key word of four letters and what follows it.
+void describe_text(reading& r, const place& at, std::span<const pcr_fields::field> fields, std::string_view line) {
+  r.in.words(at, fields, std::array{line.substr(0, 4), lmix_string_utilities::trim(line.substr(4))});
+}
+
 bool read_operator(reading& r, int ph, hand_operator_type& op) {
-  const place at{"symmetry operator", ph + 1};
+  const place at{pcr_forms::symmetry_operator.name, ph + 1};
   const auto line = symmetry_line(r, at, op);
   if (!line) return false;
-  if (const auto text = behind_word(*line, "SYMM")) return take_text_matrix(r, at, *text, op.s, op.t);
-  if (!r.in.values_of(at, *line, "ffffffffffff")) return false;
+  if (const auto text = behind_word(*line, "SYMM")) {
+    describe_text(r, at, pcr_forms::operator_text_fields, *line);
+    return take_text_matrix(r, at, *text, op.s, op.t);
+  }
+  if (!r.in.values_of(at, *line, {pcr_forms::operator_fields})) return false;
   op.t = {r.in.f(3), r.in.f(7), r.in.f(11)};
   return take_matrix(r, at, std::array{0, 1, 2, 4, 5, 6, 8, 9, 10}, op.s);
 }
@@ -109,6 +119,7 @@ bool read_matrix(reading& r, int ph, std::string_view name, std::string_view wor
   if (!line) return false;
   hand_matrix_type matrix;
   if (auto text = behind_word(*line, word)) {
+    describe_text(r, at, pcr_forms::matrix_text_fields, *line);
     std::size_t comma = 0;
     for (int k = 0; k < 3 && comma != std::string::npos; ++k) comma = text->find(',', k == 0 ? 0 : comma + 1);
     if (comma != std::string::npos) {
@@ -125,7 +136,7 @@ bool read_matrix(reading& r, int ph, std::string_view name, std::string_view wor
     std::array<float, 3> none{};
     if (!take_text_matrix(r, at, *text, matrix.m, none)) return false;
   } else {
-    if (!r.in.values_of(at, *line, "ffffffffff")) return false;
+    if (!r.in.values_of(at, *line, {pcr_forms::matrix_fields})) return false;
     matrix.ph = r.in.f(9);
     if (!take_matrix(r, at, std::array{0, 1, 2, 3, 4, 5, 6, 7, 8}, matrix.m)) return false;
   }
@@ -136,10 +147,7 @@ bool read_matrix(reading& r, int ph, std::string_view name, std::string_view wor
 bool read_basis_line(reading& r, const place& at, const std::string& text, int n_bas,
                      std::vector<std::vector<float>>& to) {
   const int n = 3 * n_bas;
-  if (!r.in.values_of(at, std::string(lmix_string_utilities::trim(text)),
-                      std::string(static_cast<std::size_t>(n), 'f'))) {
-    return false;
-  }
+  if (!r.in.values_of(at, lmix_string_utilities::trim(text), {part(pcr_forms::basis_fields, n_bas)})) return false;
   std::vector<float>& functions = to.emplace_back();
   for (int k = 0; k < n; ++k) functions.push_back(r.in.f(k));
   return true;
@@ -147,7 +155,7 @@ bool read_basis_line(reading& r, const place& at, const std::string& text, int n
 
 /// BASR with the real parts and, when the next line has them, BASI with the imaginary parts.
 bool read_basis(reading& r, int ph, const hand_symmetry_type& hand, hand_operator_type& op) {
-  const place at{"basis functions (BASR)", ph + 1};
+  const place at{pcr_forms::basis_functions.name, ph + 1};
   const auto line = symmetry_line(r, at, op);
   if (!line) return false;
   const auto real = behind_word(*line, "BASR");
@@ -162,9 +170,9 @@ bool read_basis(reading& r, int ph, const hand_symmetry_type& hand, hand_operato
 }
 
 bool read_header(reading& r, int ph, bool basis) {
-  const place at{"header of the symmetry operators", ph + 1};
+  const place at{pcr_forms::hand_symmetry.name, ph + 1};
   hand_symmetry_type& hand = r.st.phase[ph].by_hand;
-  if (!r.in.values(at, "iiiii")) return false;
+  if (!r.in.values(basis ? pcr_forms::basis_header : pcr_forms::hand_symmetry, ph + 1)) return false;
   hand.nsym = r.in.i(0), hand.cen = r.in.i(1), hand.laue = r.in.i(2);
   if (!r.in.in_range(at, "number of operators", hand.nsym, 1, kalvaris_params::N_EQ)) return false;
   constexpr int monoclinic_unique_c = -2, last_class = 14;
@@ -180,10 +188,10 @@ bool read_header(reading& r, int ph, bool basis) {
 }
 
 bool read_indicators(reading& r, int ph) {
-  const place at{"line of real and imaginary coefficients", ph + 1};
+  const place at{pcr_forms::indicators.name, ph + 1};
   hand_symmetry_type& hand = r.st.phase[ph].by_hand;
   for (int j = 0; j < hand.ireps; ++j) {
-    if (!r.in.values(at, std::string(static_cast<std::size_t>(hand.n_bas), 'i'))) return false;
+    if (!r.in.values(at, {part(pcr_forms::indicator_fields, hand.n_bas)})) return false;
     std::vector<int>& row = hand.icompl.emplace_back();
     for (int k = 0; k < hand.n_bas; ++k) {
       row.push_back(r.in.i(k));
@@ -202,10 +210,10 @@ bool read_hand_symmetry(reading& r, int ph) {
     hand_operator_type& op = hand.op.emplace_back();
     if (!read_operator(r, ph, op)) return false;
     for (int j = 0; j < hand.magmat; ++j) {
-      if (!read_matrix(r, ph, "magnetic matrix", "MSYM", op, op.mag)) return false;
+      if (!read_matrix(r, ph, pcr_forms::magnetic_matrix.name, "MSYM", op, op.mag)) return false;
     }
     for (int j = 0; j < hand.depmat; ++j) {
-      if (!read_matrix(r, ph, "displacement matrix", "DSYM", op, op.dep)) return false;
+      if (!read_matrix(r, ph, pcr_forms::displacement_matrix.name, "DSYM", op, op.dep)) return false;
     }
     for (int j = 0; basis && j < hand.ireps; ++j) {
       if (!read_basis(r, ph, hand, op)) return false;
@@ -230,19 +238,14 @@ int numbers_on(const std::string& line) {
 }
 
 constexpr std::array<int, 3> components{1, 2, 3};
-slot_arrays arrays_of(vector_type& v) { return {v.pvk, v.avk, v.avk_read}; }
 
 bool read_vector(reading& r, const place& at, phase_type& phase, bool codes_below) {
   vector_type& v = phase.vector.emplace_back();
-  if (!r.in.values(at, codes_below ? "fff" : "ffffff")) return false;
-  store_values(r, arrays_of(v), components);
-  if (!codes_below) {
-    store_codes(r, arrays_of(v), components, 3);
-    return true;
-  }
-  if (!r.in.values({"codes of the propagation vectors", at.phase}, "fff")) return false;
-  store_codes(r, arrays_of(v), components);
-  return true;
+  const int number = static_cast<int>(phase.vector.size()) - 1;
+  const slot_arrays to{v.pvk, v.avk, v.avk_read, kalvaris_params::slot_family::vector, at.phase - 1, number};
+  const part values = part::values(to, components), codes = part::codes(to, components);
+  if (!codes_below) return r.in.values(at, {values, codes});
+  return r.in.values(at, {values}) && r.in.values({"codes of the propagation vectors", at.phase}, {codes});
 }
 
 /// A negative number of vectors: their opposites follow, moving with them.
@@ -266,16 +269,18 @@ int number_of_operators(const phase_type& phase) {
 }
 
 bool read_space_group(reading& r, int ph) {
-  const place at{"space group", ph + 1};
+  const place at{pcr_forms::space_group.name, ph + 1};
   phase_type& phase = r.st.phase[ph];
-  const auto line = r.in.text(at);
+  const auto line = r.in.text(pcr_forms::space_group, ph + 1);
   if (!line) return false;
   const std::string symbol(line->substr(0, line->find('<')));
   phase.symb = pcr_lines::adjl_tab(symbol.substr(0, symbol_length));
   if (phase.symb.empty()) return r.in.refuse(at, "the symbol is missing");
   if (phase.isym != 0) phase.nlatti = u_case(phase.symb.substr(0, 1))[0];
-  // The tables of magnetic groups are not built: the lattice alone is known, and nothing is calculated from it.
-  const bool unknown_group = phase.symb.find("Mag;") != std::string::npos || phase.isym == magnetic_group;
+  // The tables of magnetic and of superspace groups are not built: the lattice alone is known, and nothing is
+  // calculated from it.
+  const bool modulated = pcr_layout::kind_of(phase) == pcr_layout::jbt::modulated && phase.isym == 0;
+  const bool unknown_group = modulated || phase.symb.find("Mag;") != std::string::npos || phase.isym == magnetic_group;
   if (unknown_group) return !sym::set_spacegroup("P 1", phase.spgr).err_symm;
   if (!set_group(r, at, phase)) return false;
   return phase.isym == 0 || read_hand_symmetry(r, ph);

@@ -82,7 +82,12 @@ void write_commands(writing& w, const pattern_type& p) {
   }
 }
 
-void write_radiation(writing& w, const pattern_type& p) {
+void write_radiation(writing& w, int ip) {
+  const pattern_type& p = w.st.pattern[ip];
+  if (pcr_layout::has_lists(p)) {
+    write_lists(w, ip);
+    write_commands(w, p);
+  }
   if (p.cry_pat) return;
   line out;
   if (pcr_layout::has_diffractometer(p)) {
@@ -191,10 +196,10 @@ void write_coefficients(writing& w, int ip, const pcr_layout::background_lines& 
   }
 }
 
-/// The detector angle in degrees, or 2 sin(theta) where it is so small that it would be taken for that.
+/// The detector angle in degrees where it gives back its sine and cannot be taken for it, else 2 sin(theta).
 float detector_angle(const pattern_type& p) {
-  const double two_theta = 2.0 * lmix_math_general::asind(0.5 * static_cast<double>(p.glb[gslot::two_sin]));
-  return two_theta > 2.0 ? static_cast<float>(two_theta) : p.glb[gslot::two_sin];
+  const float two_sin = static_cast<float>(2.0 * lmix_math_general::sind(0.5 * static_cast<double>(p.toftet)));
+  return p.toftet > 2.f && two_sin == p.glb[gslot::two_sin] ? p.toftet : p.glb[gslot::two_sin];
 }
 
 void write_tof_zero_line(writing& w, int ip) {
@@ -358,7 +363,7 @@ void write_flags(writing& w) {
 
 void write_patterns(writing& w) {
   const run_type& run = w.st.run;
-  for (const pattern_type& p : w.st.pattern) write_radiation(w, p);
+  for (int ip = 0; ip < run.n_patt; ++ip) write_radiation(w, ip);
   write_cycles(w);
   for (int ip = 0; ip < run.n_patt; ++ip) write_points_and_regions(w, ip);
   for (int ip = 0; ip < run.n_patt; ++ip) write_scattering(w, ip);

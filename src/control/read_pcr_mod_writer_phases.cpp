@@ -199,6 +199,7 @@ struct atom_writer {
     // In profile matching the codes of the atoms act nowhere and are kept for whoever goes back to the structure.
     return phase.profile_matching() ? atom.a_read[k] : w.codes(atom.a[k], atom.lp[k], atom.a_read[k]);
   }
+  void write() const;
   void write_first_lines() const;
   void write_moments() const;
   void write_betas() const;
@@ -211,10 +212,9 @@ void atom_writer::write_first_lines() const {
   line values, codes;
   values.text(6, atom.atext).text(" ").text(4, atom.ntyp).text(" ");
   codes.text(12, "");
-  if (layout_of_line.magnetic_pointers) {
-    values.i(4, atom.imagr).i(4, atom.ikv);
-    codes.text(8, "");
-  }
+  if (layout_of_line.pointers > 0) values.i(4, atom.imagr);
+  if (layout_of_line.pointers > 1) values.i(4, atom.ikv);
+  codes.text(static_cast<std::size_t>(4 * layout_of_line.pointers), "");
   for (const int k : layout_of_line.value_slots()) {
     const bool coordinate = k <= aslot::z || k == aslot::occ;
     const std::size_t width = coordinate ? 11 : 10;
@@ -259,7 +259,7 @@ void atom_writer::write_spherical() const {
 }
 
 void atom_writer::write_form_factor() const {
-  const pcr_layout::form_factor_lines lines = pcr_layout::form_factor_of(atom);
+  const pcr_layout::form_factor_lines lines = pcr_layout::form_factor_of(phase, atom);
   if (lines.spherical) write_spherical();
   const int count = lines.spherical ? atom.sa_ylmp.es3 : lines.values;
   for (int done = 0; done < count; done += lines.per_line) {
@@ -279,6 +279,15 @@ void atom_writer::write_form_factor() const {
   w.text += kinds.str() + scales.str() + coupled.str();
 }
 
+void atom_writer::write() const {
+  write_first_lines();
+  if (pcr_layout::has_moment_line(phase, atom)) write_moments();
+  if (pcr_layout::has_betas(phase, atom)) write_betas();
+  write_form_factor();
+  if (pcr_layout::has_last_betas(phase, atom)) write_betas();
+  if (pcr_layout::atom_kind_of(phase) == pcr_layout::atom_kind::modulated) write_harmonics(w, atom);
+}
+
 void write_atoms(writing& w, int ph) {
   const phase_type& phase = w.st.phase[ph];
   if (phase.natom == 0) return;
@@ -289,14 +298,16 @@ void write_atoms(writing& w, int ph) {
     return pcr_layout::has_betas(phase, atom) || pcr_layout::has_last_betas(phase, atom);
   });
   if (betas) w.text += "!     beta11    beta22    beta33    beta12    beta13    beta23\n";
-  for (const atom_type& atom : atoms) {
-    const atom_writer writer{w, phase, atom};
-    writer.write_first_lines();
-    if (pcr_layout::has_moment_line(phase, atom)) writer.write_moments();
-    if (pcr_layout::has_betas(phase, atom)) writer.write_betas();
-    writer.write_form_factor();
-    if (pcr_layout::has_last_betas(phase, atom)) writer.write_betas();
+  auto body = phase.bodies.begin();
+  for (int ia = phase.first_atom; ia < phase.first_atom + phase.natom;) {
+    if (body != phase.bodies.end() && body->first_atom == ia) {
+      write_body(w, *body);
+      ia += body++->natoms;
+    } else {
+      atom_writer{w, phase, w.st.atom[ia++]}.write();
+    }
   }
+  write_modes(w, phase);
   if (std::abs(phase.jdist) != 2) return;
   w.text += "! Cell for the distances: rows of the matrix, origin\n";
   for (std::size_t i = 0; i < 3; ++i) {
@@ -390,7 +401,7 @@ void profile_writer::write_conditions(std::span<const int> slots) {
 void profile_writer::write_special() {
   for (std::size_t j = 0; j < mix.special.size(); ++j) {
     line out;
-    for (const int n : mix.special[j]) out.i(5, n);
+    for (std::size_t k = 0; k < pcr_profile::special_indices(phase); ++k) out.i(5, mix.special[j][k]);
     for (int k = 0; k < slot::per_special; ++k) {
       const int s = slot::special + slot::per_special * static_cast<int>(j) + k;
       out.n(12, 6, value(s)).k(10, code(s));

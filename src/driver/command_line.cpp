@@ -6,19 +6,23 @@
 #include <new>
 #include <ostream>
 
+#include "control_explained.hpp"
 #include "kv_read_intens.hpp"
 #include "lmix_string_utilities.hpp"
+#include "pcr_explain.hpp"
 #include "run_names.hpp"
 
 namespace command_line {
 
 namespace {
 
-constexpr std::array<option_row, 6> option_rows{{
+constexpr std::array<option_row, 7> option_rows{{
     {"--help", option_id::help, "print this text and end"},
     {"--version", option_id::version, "print the version and end"},
     {"--formats", option_id::formats, "print the layouts of data files that can be read and end"},
     {"--strict", option_id::strict, "end with status 3 when the cycles end abnormally"},
+    {"--explain", option_id::explain,
+     "print the control file with the meaning of each value and end; without CODE all lines"},
     {"--man-page", option_id::man_page, "print the manual page and end"},
     {"--completion", option_id::completion, "print completion rules for bash and end"},
 }};
@@ -48,6 +52,9 @@ void set_option(command& result, option_id id) {
     case option_id::strict:
       result.strict = true;
       break;
+    case option_id::explain:
+      result.explain = true;
+      break;
     case option_id::man_page:
       result.man_page = true;
       break;
@@ -72,6 +79,16 @@ std::string refusal_of_words(const std::vector<std::string>& words) {
 /// The command only prints something about itself.
 bool asks_for_text(const command& asked) {
   return asked.help || asked.version || asked.formats || asked.man_page || asked.completion;
+}
+
+int explain(const command& asked, std::ostream& out) {
+  if (asked.words.empty()) {
+    out << pcr_explain::reference();
+    return status::ended;
+  }
+  kalvaris_params::state_type st;
+  run_names::set_names(st.io, asked.words[0], asked.words.size() > 1 ? asked.words[1] : "");
+  return control_explained::explain(st, out) ? status::ended : status::stopped;
 }
 
 int one_run(const command& asked, const kalvaris_sub::run_stages& stages, std::ostream& out) {
@@ -104,7 +121,8 @@ command parse(std::span<const std::string> arguments) {
     set_option(result, row->id);
   }
   result.words.assign(word, arguments.end());
-  if (!asks_for_text(result)) result.refusal = refusal_of_words(result.words);
+  const bool reference = result.explain && result.words.empty();
+  if (!asks_for_text(result) && !reference) result.refusal = refusal_of_words(result.words);
   return result;
 }
 
@@ -185,7 +203,7 @@ int run(std::span<const std::string> arguments, const kalvaris_sub::run_stages& 
   }
   if (asks_for_text(asked)) return status::ended;
   try {
-    return one_run(asked, stages, out);
+    return asked.explain ? explain(asked, out) : one_run(asked, stages, out);
   } catch (const kalvaris_inout::run_stopped&) {
     return status::stopped;  // its text is on standard error already
   } catch (const std::bad_alloc&) {

@@ -28,19 +28,6 @@ using kalvaris_params::state_type;
 namespace gslot = kalvaris_params::gslot;
 using lmix_fixed_format::fmt_line;
 
-/// Cells and codes: symmetry constraints on the raw codes, then their split, then A..F of 1/d^2 in the cell slots.
-bool prepare_codes(state_type& st) {
-  for (const bool only_numbers : {true, false}) {
-    if (only_numbers && !st.run.automatic) continue;
-    for (int ph = 0; ph < st.run.nphase; ++ph)
-      for (int ip = 0; ip < st.run.n_patt; ++ip)
-        if (st.mix(ph, ip).jcontr != 0 && !kalvaris_codes::cell_const(st, ph, ip, only_numbers)) return false;
-    if (only_numbers) kalvaris_codes::set_symmetryconstraints(st);
-  }
-  kalvaris_codes::mod_codes(st);
-  return st.fmt.ierr_fmt == 0;
-}
-
 void refuse(state_type& st, std::string_view what, std::string_view reason) {
   st.fmt.ierr_fmt = 100;
   st.fmt.mess_findfmt.clear();
@@ -188,6 +175,18 @@ std::optional<float> read_filetemp(state_type& st) {
     if (step++ == st.io.processed) return value;
   }
   return refuse_list(std::to_string(step) + " temperatures, none for step " + std::to_string(st.io.processed + 1));
+}
+
+bool prepare_codes(state_type& st) {
+  for (const bool only_numbers : {true, false}) {
+    if (only_numbers && !st.run.automatic) continue;
+    for (int ph = 0; ph < st.run.nphase; ++ph)
+      for (int ip = 0; ip < st.run.n_patt; ++ip)
+        if (st.mix(ph, ip).jcontr != 0 && !kalvaris_codes::cell_const(st, ph, ip, only_numbers)) return false;
+    if (only_numbers) kalvaris_codes::set_symmetryconstraints(st);
+  }
+  kalvaris_codes::mod_codes(st);
+  return st.fmt.ierr_fmt == 0;
 }
 
 void write_out(state_type& st) {

@@ -16,4 +16,8 @@ void write_out(kalvaris_params::state_type& st);
 /// none.
 [[nodiscard]] std::optional<float> read_filetemp(kalvaris_params::state_type& st);
 
+/// Cells and codes alone, the first step of the stage: symmetry constraints on the raw codes, then their split, then
+/// A..F of 1/d^2 in the cell slots. False with st.fmt set when they are refused.
+[[nodiscard]] bool prepare_codes(kalvaris_params::state_type& st);
+
 }  // namespace kv_setup

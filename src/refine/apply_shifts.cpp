@@ -24,6 +24,9 @@ float relaxation(const state_type& st, const slot_ref& s) {
   switch (s.family) {
     case slot_family::atom:
       return st.run.relax[s.k < aslot::b11 ? 1 : 2];
+    case slot_family::body:
+    case slot_family::mode:
+      return st.run.relax[1];
     case slot_family::phase:
       return st.run.relax[in_cell(s.k) ? 4 : 3];
     case slot_family::domain:

@@ -35,6 +35,9 @@ enum : int {
   N_EQ = 384,     ///< symmetry operators given by hand, propagation vectors
   N_LINC = 50,    ///< linear restraints
   NCONST = 3500,  ///< soft restraints of a kind in a phase
+  NHARM = 5,      ///< harmonics of the modulation of an atom
+  NMODES = 300,   ///< symmetry modes of a kind in a phase
+  N_LISTS = 99,   ///< lists of intensities of a pattern
 };
 
 /// Dimensions of a run, read from "kalvaris.dim".
@@ -155,9 +158,25 @@ enum : int {
   xcross = 7,   ///< where the regimes cross [1/angstrom]
   wcross = 8,   ///< steepness of the crossing [angstrom]
   two_sin = 9,  ///< 2 sin(theta) of the detector
+  // Laue patterns have no background: its slots hold what shapes their intensities
+  flux = 14,      ///< up to 60 Chebychev coefficients of the incident spectrum
+  laue_abs = 74,  ///< absorption: A, B, C, D, or six coefficients of the horizontal and six of the vertical variable
+  effic = 86,     ///< up to 12 coefficients of the efficiency of the detector
   last = NGL,
 };
 }  // namespace gslot
+
+/// Slots of a rigid body.
+namespace bslot {
+enum : int {
+  xc = 1,    ///< its origin: xc, yc, zc [fractions of the cell]
+  phi = 4,   ///< its orientation: phi, theta, chi [deg]
+  t11 = 7,   ///< translation tensor 11, 22, 33, 12, 13, 23 [angstrom^2]
+  l11 = 13,  ///< libration tensor, the same order [deg^2]
+  s11 = 19,  ///< screw tensor, nine components row by row [deg angstrom]
+  last = 27,
+};
+}  // namespace bslot
 
 /// Columns of xl, the parameters of an atom.
 namespace aslot {
@@ -181,6 +200,12 @@ enum : int {
   iz = 11,     ///< imaginary part
   magph = 12,  ///< magnetic phase [2 pi]
   ff = 19,     ///< first parameter of the form-factor lines
+  // modulated atoms: twelve columns per harmonic, in the place of the form factor
+  ucos = 19,  ///< displacement, cosine terms along x, y, z [fractions of the cell]
+  usin = 22,  ///< and its sine terms
+  mcos = 25,  ///< moment, cosine terms [Bohr magnetons]
+  msin = 28,  ///< and its sine terms
+  per_harmonic = 12,
   last = NAT_P,
 };
 }  // namespace aslot
@@ -192,15 +217,15 @@ enum : int { xrays = 0, neutrons = 1, calc_x = 2, calc_n = 3, electrons = 4 };
 
 /// Abscissa of a pattern, ixunit.
 namespace abscissa {
-enum : int { two_theta = 0, tof = 1, energy = 2, q = 3, s = 4 };
+enum : int { two_theta = 0, tof = 1, energy = 2, q = 3, s = 4, laue = 10 };
 }
 
 /// Where a slot lives; the fixed order of walking is glb of each pattern; of each phase par of each pattern,
-/// propagation vectors, magnetic domains, atoms.
-enum class slot_family : std::uint8_t { global, phase, vector, domain, atom };
+/// propagation vectors, magnetic domains, atoms, rigid bodies, symmetry modes.
+enum class slot_family : std::uint8_t { global, phase, vector, domain, atom, body, mode };
 
 /// One refinable slot, by reference into its record. owner: 0-based pattern, phase or atom; k: slot number. ip:
-/// pattern, for vectors and domains of the phase `owner` their 0-based number.
+/// pattern, for vectors, domains, rigid bodies and modes of the phase `owner` their 0-based number.
 struct slot_ref {
   slot_family family;
   int owner, ip, k;
@@ -236,6 +261,58 @@ struct domain_type {
   std::array<int, 3> number{};
   std::array<float, 3> code{}, code_read{};
   bool operator==(const domain_type&) const = default;
+};
+
+/// A group of atoms that moves as one. Its atoms follow each other in the list of the phase.
+struct rigid_body_type {
+  std::string name;
+  int first_atom = 0, natoms = 0;  ///< its atoms; the first is 0-based in the list of all atoms
+  int coordinates = 1;             ///< of its atoms: 1 fractional, 2 Cartesian, 3 spherical, 4 Z-matrix
+  int type_angles = 0;             ///< convention of the angles
+  int type_thermal = 0;            ///< 0 B of the atoms, 1 T, 2 T and L, 3 T, L and S
+  std::array<float, bslot::last + 1> value{};
+  std::array<int, bslot::last + 1> number{};
+  std::array<float, bslot::last + 1> code{}, code_read{};
+  bool operator==(const rigid_body_type&) const = default;
+};
+
+/// What an atom does in a symmetry mode of amplitude one.
+struct mode_component {
+  int number = 0;    ///< in front of the line
+  std::string atom;  ///< label
+  std::array<float, 3> v{};
+  float norm = 0.f;
+  bool operator==(const mode_component&) const = default;
+};
+/// Displacements, moments or occupancies of atoms with a common amplitude (slot 1).
+struct mode_type {
+  char kind = 'V';   ///< V displacements, M moments, O occupancies
+  std::string name;  ///< up to 8 characters
+  std::vector<mode_component> components;
+  std::array<float, 2> value{};
+  std::array<int, 2> number{};
+  std::array<float, 2> code{}, code_read{};
+  bool operator==(const mode_type&) const = default;
+};
+/// The modes of a kind that a phase has, and how large their amplitudes may become.
+struct mode_set_type {
+  char kind = 'V';
+  int count = 0;
+  bool amplitude_constraint = false;  ///< the limit was given
+  float max_amplitude = 2.f;          ///< [angstrom, Bohr magnetons]
+  bool operator==(const mode_set_type&) const = default;
+};
+
+/// Lists of intensities of a pattern: Laue images, or several phases with one wavelength.
+struct intensity_lists_type {
+  int sets = 0;                            ///< lists
+  int inc_spect = 0;                       ///< coefficients of the incident spectrum; -1: histogram in a file
+  int abs_model = 0;                       ///< 0 none, 1 exponential, 2 Chebychev
+  int det_eff = 0;                         ///< coefficients of the efficiency of the detector
+  float smin = 0.f, smax = 0.f, ds = 0.f;  ///< range and step in sin(theta)/lambda [1/angstrom]
+  std::string histogram;                   ///< file of the incident spectrum
+  std::vector<std::string> files;
+  bool operator==(const intensity_lists_type&) const = default;
 };
 
 /// A matrix and a phase (magnetic rotation) or a translation (displacement), as a line of ten numbers holds them.
@@ -316,6 +393,7 @@ struct atom_type {
   std::array<float, 4> radial_scale{};    ///< and their scales, none at or below 1e-7
   std::array<int, 2> coupled_kind{};      ///< and of the coupled atoms
   std::array<std::string, 4> coupled{};   ///< labels of the coupled atoms
+  std::array<float, 3> connected{};       ///< atom of a rigid body: N1, N2, N3, the atoms that its coordinates refer to
   bool operator==(const atom_type&) const = default;
 };
 
@@ -545,6 +623,8 @@ struct pattern_type {
   float toftet = 0.f;                              ///< 2theta of the detector, time of flight and energy [deg]
   float dtt1 = 0.f, dtt2 = 0.f, dtt_1overd = 0.f;  ///< constants of the diffractometer, units as glb
 
+  intensity_lists_type lists;  ///< Laue and multi-phase data
+  bool cry_mphas = false;      ///< integrated intensities of several phases
   resolution_type resolution;  ///< instrument by its resolution file, alive with ireso not 0
   correction_type correction;  ///< intensity correction from a file, alive with icorr not 0
 
@@ -607,6 +687,10 @@ struct phase_type {
   std::vector<angle_restraint> angles;
   std::vector<moment_restraint> moments;
   bool stfac_nref = false;  ///< nothing refined changes its structure factors: those of the first cycle hold
+  // rigid bodies, symmetry modes
+  std::vector<rigid_body_type> bodies;
+  std::vector<mode_set_type> mode_sets;
+  std::vector<mode_type> modes;  ///< set by set
   /// Profile matching in any form: the intensities are not calculated from atoms.
   [[nodiscard]] bool profile_matching() const { return jbt == 2 || jbt == -2 || jbt == 3 || jbt == -3; }
   bool operator==(const phase_type&) const = default;
@@ -635,7 +719,7 @@ struct mix_type {
   std::vector<std::array<float, 3>> axes;   ///< their directions
   std::vector<reflection_condition> size_cond, shift_cond;  ///< lists of the size and shift models
   std::array<float, 3> psz{};                               ///< direction of platelet or needle
-  std::vector<std::array<int, 4>> special;                  ///< special reflections: h, k, l, vector
+  std::vector<std::array<int, 6>> special;  ///< special reflections: h, k, l, then vector, or m, n, p of a modulation
   bool operator==(const mix_type&) const = default;
 };
 
@@ -739,7 +823,7 @@ struct state_type {
     return mixes[static_cast<std::size_t>(ph * run.n_patt + ip)];
   }
   /// Walks every refinable slot in the fixed order: glb of each pattern; then of each phase par of each pattern, its
-  /// propagation vectors, its magnetic domains and its atoms. The callback takes one slot_ref.
+  /// propagation vectors, magnetic domains, atoms, rigid bodies and symmetry modes. The callback takes one slot_ref.
   template <class F>
   void for_each_slot(F&& f);
 };
@@ -770,6 +854,10 @@ void state_type::for_each_slot(F&& f) {
       atom_type& t = atom[static_cast<std::size_t>(ia)];
       block(slot_family::atom, ia, 0, t.xl, t.lp, t.a, t.a_read);
     }
+    number = 0;
+    for (rigid_body_type& b : p.bodies) block(slot_family::body, ph, number++, b.value, b.number, b.code, b.code_read);
+    number = 0;
+    for (mode_type& m : p.modes) block(slot_family::mode, ph, number++, m.value, m.number, m.code, m.code_read);
   }
 }
 

@@ -30,121 +30,6 @@ namespace aslot = kalvaris_params::aslot;
 
 constexpr std::string_view date_line = "01/02/2030  Time: 03:04:05.678";
 
-/// What a state holds beside its slots, as text: every flag and value that has a place in the file.
-std::string flags_of(const state_type& st) {
-  std::ostringstream out;
-  const auto& run = st.run;
-  out << run.title << run.s_format << run.w_pat_line << run.optimize << run.automatic_read << ' ' << run.mcycle << ' '
-      << run.eps << ' ' << run.maxs_read << ' ' << run.pattern_to_plot << run.n_pat_plot << ' ' << run.t1_lim << '\n';
-  for (const float x : run.relax) out << x << ' ';
-  for (const auto& l : run.limits) out << l.number << l.vlim1 << l.vlim2 << l.step << l.condition << l.name;
-  for (const int k : run.output_flags) out << k << ' ';
-  for (const auto& f : pcr_layout::long_run_flags) out << run.*f.of_run << ' ';
-  for (const auto& p : st.pattern) {
-    for (const auto& f : pcr_layout::long_pattern_flags) out << p.*f.of_pattern << ' ';
-    for (const int k : p.output_flags) out << k << ' ';
-    out << p.isbac << p.disp_ds << p.single_wave << p.brefint << p.iuvw << p.iabscor << p.iglmore << p.affpat << '\n';
-    for (const float x : {p.lamda[0], p.lamda[1], p.ratio[1], p.bkpos, p.wdt, p.cthm, p.tmv[0], p.tmv[1], p.rlim, p.rkk,
-                          p.alpsd, p.sent0, p.thmin_read, p.step_read, p.thmax_read, p.w_pat, p.fwindow}) {
-      out << x << ' ';
-    }
-    for (const float x : p.pos) out << x << ' ';
-    for (const auto& e : p.excluded) out << e.alow << ' ' << e.ahigh << ' ';
-    for (const auto& e : p.scattering) {
-      out << e.nam << e.dfp << ' ' << e.dfpp << ' ' << e.ity;
-      for (const auto& list : {std::vector<float>(e.ac.begin(), e.ac.end()), e.star, e.ftab, e.posi, e.scat}) {
-        for (const float x : list) out << ' ' << x;
-      }
-    }
-    out << p.vary_command << p.fix_command << p.win_cyc << ' ' << p.n_bac << p.wght.refine << p.wght.a << p.wght.f
-        << '\n';
-  }
-  for (const auto& p : st.phase) {
-    out << p.phsnm << p.vary_xyz << p.fix_xyz << p.natom << ' ' << p.jbt << ' ' << p.ifurt << ' ' << p.atz << p.imore
-        << p.jter << p.symb << '\n';
-  }
-  for (const auto& m : st.mixes) {
-    out << m.jcontr << m.irf << ' ' << m.npro << m.npro_read << m.jtyp << m.ph_shift << m.pref[0] << m.pref[2]
-        << m.brinl << ' ' << m.rmua << m.file_hkl << m.p_ph << '\n';
-  }
-  for (const auto& a : st.atom) {
-    out << a.atext << '|' << a.ntyp << '|' << a.n_t << a.isap[0] << a.isap[1] << a.sp_pointers << a.atm_info << '\n';
-  }
-  return out.str();
-}
-
-std::vector<std::array<float, 3>> slots_of(state_type& st) {
-  std::vector<std::array<float, 3>> all;
-  st.for_each_slot([&](const slot_ref& s) { all.push_back({s.value, s.code, s.code_read}); });
-  return all;
-}
-
-std::string other_options() {
-  // A second wavelength, shifts of the phase, microabsorption, points, entries of all kinds, remarks, limits.
-  std::string text = with(control_files::zincite, "1   6   0   0   1", "1   6   1  -1   1");
-  text = with(text, "0   0   0   0   0   0   0   0   1\n", "0   0   2   0   0   0   0   1\n");
-  text = with(text, "    0.5000    70.000", "   -0.5000    70.000");
-  text = with(text, "       0\n  0.00000    0.00",
-              "10. 12.\nAl3+ 0.1234567 0 1\n0. 10.\n0.4 5.4321\n-100.\n 0\n  0.00000    0.00");
-  text = with(text, "0.00000     0.00     0\n", "1.54060    41.0     1\n 0.1 11.0 0.2 0.0 0.3 -21.55\n");
-  text = with(text, "0.000   0   7   0\n",
-              "0.500   0   0   1\n0 0 0 0 0 1 0.1 0.2 0 0 0 0 1 0\nFILE_HKL \"my list.hkl\" 3\n");
-  text = with(text, "ZnO wurtzite", "VARY xyz ZnO");
-  return text +
-         "0.01 0.0 -0.02 10.5 0.03 0\n0.001 0.002 0.003\n 31.0 0 0\n1 0 0.5 0.01 1 Zero\n3 -1 1\n! Pattern to plot\n "
-         "20. 100. 1\n";
-}
-
-TEST(WritePcr, WhatIsWrittenReadsBackToTheSameState) {
-  run_directory run;
-  run.put("al2o3_x.dat", "");
-  run.put("al2o3_n.dat", "");
-  const std::string wght =
-      with(control_files::ceria, "0   7   1  -3   0   0   0   0   0", "0   7   1  -3   0   1   0   0   3");
-  const auto background = [](const char* flag, const char* lines) {
-    const std::string text = with(control_files::ceria, "0   7   1  -3", std::string("0   7   1 ") + flag);
-    std::vector<std::string> all = control_files::lines_of(text);
-    all.erase(all.begin() + 8, all.begin() + 12);
-    all.insert(all.begin() + 8, lines);
-    return control_files::join(all);
-  };
-  const std::string six = "1 2 3 4 5 6.54321\n", codes = "11 21 0 0 0 0\n", pair = six + codes;
-  const std::vector<std::string> files{
-      control_files::lab6_free(),
-      control_files::corundum_free(),
-      control_files::ceria,
-      control_files::zincite,
-      other_options(),
-      with(with(wght, "\n   0   0   1", "\nWGHT 0.1 0.2 0 0 0 0.333 refine\n   0   0   1"), "\n      14\n",
-           "\nce 1 2 0\n0.1 58\n1 2 3 4 5 6 7 8 9.87654\n 14\n"),
-      background(" 0", pair.c_str()),
-      background(" 1", "0 0 0 0\n1 2 3 4"),
-      background("-1", (pair + pair + pair).c_str()),
-      background("-2", "1.5 3"),
-      background("-4", (pair + pair).c_str()),
-      background("-4", (pair + pair + six + "Codes 11 0 0 0 0 0").c_str()),
-      background("-5", (pair + pair + pair + pair).c_str()),
-  };
-  for (const std::string& text : files) {
-    SCOPED_TRACE(text.substr(0, 200));
-    state_type& st = run.read(text);
-    ASSERT_EQ(st.fmt.ierr_fmt, 0) << run.message();
-    const std::string flags = flags_of(st), written = write_pcr(st, date_line);
-    const auto slots = slots_of(st);
-    state_type& again = run.read(written);
-    ASSERT_EQ(again.fmt.ierr_fmt, 0) << run.message() << written;
-    EXPECT_EQ(flags_of(again), flags);
-    const auto slots_again = slots_of(again);
-    ASSERT_EQ(slots_again.size(), slots.size());
-    for (std::size_t k = 0; k < slots.size(); ++k) {
-      EXPECT_NEAR(slots_again[k][0], slots[k][0], 5e-6f * std::fabs(slots[k][0])) << k;
-      EXPECT_NEAR(slots_again[k][1], slots[k][1], 1e-4f) << k;
-      EXPECT_NEAR(slots_again[k][2], slots[k][2], 1e-4f) << k;
-    }
-    EXPECT_EQ(write_pcr(again, date_line), written);
-  }
-}
-
 TEST(WritePcr, BlankNameGetsWordsSinceABlankLineWouldBePassedOver) {
   run_directory run;
   EXPECT_EQ(run.read(with(control_files::zincite, "ZnO wurtzite", "VARY xyz")).phase[0].phsnm, "") << run.message();
@@ -338,7 +223,7 @@ TEST(WritePcr, WorseChiSquareSparesTheControlFile) {
 std::string n_12_6(float x) { return pcr_numbers::line{}.n(12, 6, x).str(); }
 TEST(PcrNumbers, FieldsKeepTheirDigitsAndTheirDistance) {
   EXPECT_EQ(n_12_6(0.f), "    0.000000\n");
-  EXPECT_EQ(n_12_6(0.1234567f), "    0.123457\n");
+  EXPECT_EQ(n_12_6(0.1234567f), "   0.1234567\n");
   EXPECT_EQ(n_12_6(0.0025f), "    0.002500\n");
   EXPECT_EQ(n_12_6(0.01234567f), " 1.2345670E-02\n");
   EXPECT_EQ(n_12_6(-123456.78f), " -123456.781250\n");
@@ -352,10 +237,8 @@ TEST(PcrNumbers, FieldsKeepTheirDigitsAndTheirDistance) {
     const float x = std::pow(10.f, exponent(random)) * (k % 2 == 0 ? 1.f : -1.f);
     for (const int decimals : {3, 4, 5, 6}) {
       const std::string text = line{}.n(12, decimals, x).str();
-      const float back = std::stof(text);
-      EXPECT_NEAR(back, x, 5.1e-6f * std::fabs(x)) << text;
-      EXPECT_EQ(line{}.n(12, decimals, std::stof(line{}.n(12, decimals, back).str())).str(),
-                line{}.n(12, decimals, back).str());
+      EXPECT_EQ(std::stof(text), x) << text;
+      EXPECT_LE(text.size(), 22u) << text;
     }
   }
 }
