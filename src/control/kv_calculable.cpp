@@ -31,15 +31,12 @@ constexpr std::array<request<run_type>, 2> run_requests{{
     {[](const run_type& r) { return !r.linear.empty(); }, "linear restraints (Nli) are not available"},
 }};
 
-constexpr std::array<request<pattern_type>, 9> pattern_requests{{
+constexpr std::array<request<pattern_type>, 7> pattern_requests{{
     {[](const pattern_type& p) { return p.nori > 1; }, "preferred orientation of several axes (Nor) is not available"},
     {[](const pattern_type& p) { return p.lists.sets != 0; },
      "Laue and multi-phase lists (Uni 10, Int 2) are not available"},
-    {[](const pattern_type& p) { return p.ireso != 0; }, "resolution files (Res) are not available"},
     {[](const pattern_type& p) { return p.ixunit != 0; },
      "time of flight, energy, Q and s data (Uni) are not available"},
-    {[](const pattern_type& p) { return p.icorr == 1; },
-     "corrections of the reflections from a table (Cor) are not available"},
     {[](const pattern_type& p) { return p.anm != 0; }, "differences of patterns (Anm) are not available"},
     {[](const pattern_type& p) { return p.cry_flag != 0; }, "integrated intensities (Int) are not available"},
     {[](const pattern_type& p) { return p.iot < 0; }, "numerical profiles (Iot -1, -2) are not available"},

@@ -3,6 +3,7 @@
 #include <cstdlib>
 #include <filesystem>
 
+#include "instrumental_resolution.hpp"
 #include "lmix_list_input.hpp"
 #include "pcr_sections.hpp"
 
@@ -313,6 +314,10 @@ bool check_limits(reading& r) {
                         fmt_line{}.a("  Maximum number of excl. regions/pattern: ").i(5, IEXCL).str(),
                         " Too many excluded regions "});
     }
+  }
+  for (int ip = 0; ip < r.st.run.n_patt; ++ip) {
+    if (r.st.pattern[ip].ireso == 0) continue;
+    if (!instrumental_resolution::read_irf(r.st, ip)) return r.in.fail({r.st.io.file_error_mess});
   }
   return true;
 }

@@ -2,6 +2,7 @@
 #include <array>
 #include <cmath>
 
+#include "instrumental_resolution.hpp"
 #include "lmix_math_general.hpp"
 #include "pcr_commands.hpp"
 #include "pcr_forms.hpp"
@@ -51,15 +52,14 @@ void take_command_line(reading& r, std::string_view key, const pcr_fields::line_
 /// flags.
 bool take_radiation(reading& r, const place& at, pattern_type& p) {
   const pcr_lines::line_reader& in = r.in;
-  if (!(in.f(0) > 0.f) || in.f(1) < 0.f) return r.in.refuse(at, "the wavelength is not positive");
-  p.lamda = {in.f(0), in.f(1) > 0.f ? in.f(1) : in.f(0)};
+  instrumental_resolution::merge_radiation(p, {in.f(0), in.f(1), std::fabs(in.f(2)), in.f(5), in.f(8)});
+  if (!(p.lamda[0] > 0.f) || p.lamda[1] < 0.f) return r.in.refuse(at, "the wavelength is not positive");
+  if (p.lamda[1] == 0.f) p.lamda[1] = p.lamda[0];
   p.single_wave = std::fabs(p.lamda[0] - p.lamda[1]) < 1.0e-5f;
   p.iuvw = in.f(2) < 0.f ? 1 : 0;
-  p.ratio = {1.f, std::fabs(in.f(2))};
   p.bkpos = in.f(3);
   constexpr float shortest_base = 3.f;  // FWHM; with less the tails are cut where they still count
   p.wdt = std::max(in.f(4), shortest_base);
-  p.cthm = in.f(5);
   p.tmv = {std::fabs(in.f(6)), in.f(9)};
   if (in.f(6) < 0.f) {
     p.iabscor = 4;
@@ -67,7 +67,6 @@ bool take_radiation(reading& r, const place& at, pattern_type& p) {
     p.iabscor = p.ilor == 2 ? 1 : 2;
   }
   p.rlim = in.f(7);
-  p.rkk = in.f(8);
   if (p.ratio[1] > 0.f && p.ratio[1] < 1.f && !(p.tmv[1] > 1.0e-9f)) p.tmv[1] = p.tmv[0];
   return true;
 }
@@ -84,11 +83,11 @@ bool read_short_radiation(reading& r, const place& at, pattern_type& p) {
 }
 
 void take_range(reading& r, pattern_type& p, int first_field) {
-  p.thmin = p.thmin_read = r.in.f(first_field);
-  p.step = p.step_read = r.in.f(first_field + 1);
-  p.thmax = p.thmax_read = r.in.f(first_field + 2);
-  p.alpsd = r.in.f(first_field + 3);
-  p.sent0 = r.in.f(first_field + 4);
+  p.thmin_read = r.in.f(first_field);
+  p.step_read = r.in.f(first_field + 1);
+  p.thmax_read = r.in.f(first_field + 2);
+  instrumental_resolution::merge_range(
+      p, {p.thmin_read, p.step_read, p.thmax_read, r.in.f(first_field + 3), r.in.f(first_field + 4)});
 }
 
 bool read_background_points(reading& r, int ip) {
@@ -189,15 +188,17 @@ int words_in(std::string_view line) { return lmix_string_utilities::getword(line
 void settle_diffractometer(pattern_type& p) {
   float& two_sin = p.glb[gslot::two_sin];
   p.aglb[gslot::two_sin] = 0.f;
+  const kalvaris_params::resolution_type& file = p.resolution;
+  if (instrumental_resolution::gives_bank_angle(p)) two_sin = file.toftet_i;
   p.toftet = two_sin;
   if (two_sin > 2.f) {
     two_sin = static_cast<float>(2.0 * lmix_math_general::sind(0.5 * static_cast<double>(p.toftet)));
   } else {
     p.toftet = static_cast<float>(2.0 * lmix_math_general::asind(0.5 * static_cast<double>(two_sin)));
   }
-  p.dtt1 = p.glb[gslot::dtt1];
-  p.dtt2 = p.glb[gslot::dtt2];
-  p.dtt_1overd = p.nprof == 10 ? 0.f : p.glb[gslot::dtt_1overd];
+  p.dtt1 = file.dtt1_i + p.glb[gslot::dtt1];
+  p.dtt2 = file.dtt2_i + p.glb[gslot::dtt2];
+  p.dtt_1overd = file.dtt_1overd_i + (p.nprof == 10 ? 0.f : p.glb[gslot::dtt_1overd]);
   constexpr float planck_times_c = 12.398419f;  // keV angstrom
   if (p.ixunit == abscissa::energy && p.ireso == 0 && !(p.dtt1 > 1.0e-6f) && two_sin >= 0.001f) {
     p.dtt1 = planck_times_c / two_sin;

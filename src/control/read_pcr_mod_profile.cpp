@@ -3,6 +3,7 @@
 #include <cmath>
 #include <cstdlib>
 
+#include "instrumental_resolution.hpp"
 #include "pcr_commands.hpp"
 #include "pcr_forms.hpp"
 #include "pcr_profile.hpp"
@@ -243,7 +244,7 @@ bool profile_reader::check_widths() {
   for (const int k : {slot::u, slot::v, slot::w, slot::x, slot::y, slot::gausiz, slot::lorsiz}) {
     sum += std::fabs(mix.par[k]);
   }
-  if (!(sum < 1.0e-6f) || pattern.ireso != 0) return true;
+  if (!(sum < 1.0e-6f) || instrumental_resolution::gives_widths(pattern)) return true;
   return r.in.fail({fmt_line{}
                         .a(" Zero half-width parameters for phase")
                         .i(3, ph + 1)

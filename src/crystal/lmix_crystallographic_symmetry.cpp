@@ -44,16 +44,17 @@ void set_lattice(space_group_type& spg, std::vector<vector3> centring) {
   spg.numlat = static_cast<int>(spg.latt_trans.size());
 }
 
-// Three columns for each number, as in "  I: { 000;  1/2 1/2 1/2 }+".
+// Three columns for each number, whole ones in the middle, as in "  A: { 000;  0  1/2 1/2 }+".
 std::string lattice_text(const space_group_type& spg) {
   std::string out = std::string("  ") + spg.spg_lat + ": { 000";
   for (std::size_t i = 1; i < spg.latt_trans.size(); ++i) {
     out += ";";
     for (const float e : spg.latt_trans[i]) {
       const std::string number = parts::fraction_text(static_cast<double>(e));
-      out += std::string(number.size() < 3 ? 3 - number.size() : 1, ' ') + number;
+      out += number.size() == 1 ? "  " + number + " " : " " + number;
     }
   }
+  if (out.back() == ' ') out.pop_back();
   return out + (spg.numlat > 1 ? " }+" : " }");
 }
 
@@ -164,7 +165,9 @@ namespace {
 // ---- what the tables add -------------------------------------------------------------------------------------------
 
 void add_wyckoff(space_group_type& spg, int row) {
-  for (const auto& w : lmix_symmetry_tables::wyckoff_info(row)) {
+  auto listed = lmix_symmetry_tables::wyckoff_info(row);  // a further setting may be another name of a listed one
+  if (listed.empty()) listed = lmix_symmetry_tables::wyckoff_info(lmix_symmetry_tables::find_hall(setting(row).hall));
+  for (const auto& w : listed) {
     wyck_pos_type& orbit = spg.wyckoff.orbit.emplace_back();
     orbit.letter = w.letter;
     orbit.site = w.site;

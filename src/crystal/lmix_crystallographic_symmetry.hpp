@@ -125,6 +125,8 @@ err_symm_type set_spacegroup(std::string_view spacegen, space_group_type& spaceg
 /// tabulated setting. A symbol whose fields do not tell a group, or not all of it, is refused.
 err_symm_type get_so_from_hms(std::string_view symbol, space_group_type& spg);
 
+/// Line of operator `m` (from 0) in the listing, with its symbol when asked for: " => SYMM(  2): -x,-y,z".
+std::string write_sym(const space_group_type& spg, std::size_t m, bool with_symbol);
 /// Listing of the record; with `full` also of its operators, at most 192 of them.
 std::string write_spacegroup(const space_group_type& spg, bool full);
 /// Listing of the Wyckoff positions with their orbits.
@@ -208,17 +210,22 @@ struct msym_oper_type {
 err_symm_type read_msymm(std::string_view info, msym_oper_type& op, bool ctrl = true);
 /// "u,-v,w,0.5000" as read_msymm reads it.
 std::string get_msymm(const msym_oper_type& op);
-/// "mx,-my,mz".
+/// "mx,-my,mz": components of a moment, and "dx,-dy,dz" of a displacement, after a turn.
 std::string get_magsymb(const matrix3i& rot);
+std::string get_depsymb(const matrix3i& rot);
 
 /// rot v + tr.
 vector3 applyso(const sym_oper_type& op, const vector3& v);
 /// a after b; the translation is reduced to [0,1).
 sym_oper_type sym_prod(const sym_oper_type& a, const sym_oper_type& b);
+/// a after b with the translation as it comes out: products of operators that share a point leave it in place.
+sym_oper_type product_symop(const sym_oper_type& a, const sym_oper_type& b);
 /// Every component brought into [0,1).
 vector3 modulo_lat(const vector3& t);
 /// Same rotation, and translations that differ by whole numbers.
 bool equal_symop(const sym_oper_type& a, const sym_oper_type& b);
+/// The same up to a centring vector.
+bool equiv_symop(const sym_oper_type& a, const sym_oper_type& b, std::span<const vector3> latt_trans);
 int determinant(const matrix3i& rot);
 /// The part of the translation that no choice of origin removes (screw or glide vector): the mean of R^k t over the
 /// powers of R. The translation itself for an operator whose matrix is no crystallographic rotation.
@@ -265,6 +272,23 @@ err_symm_type copy_ns_spg_to_spg(const ns_space_group_type& ns, space_group_type
 /// subgroup stays.
 err_symm_type similar_transf_sg(const setting_matrix& setting, const space_group_type& spg, space_group_type& out);
 
+/// Where a setting stands among those of its group, and what the choice of axes and origin leaves open.
+struct setting_info {
+  int numspg = 0;                            ///< 0: the group is not recognised, all else but the shifts is empty
+  std::string schoenflies;                   ///< such as "D2h^16"
+  std::string reference;                     ///< symbol of the reference setting
+  std::string to_reference, from_reference;  ///< changes of axes as setting_change_conv reads them
+  std::vector<std::array<int, 3>> polar;     ///< directions along which the origin is free
+  std::vector<vector3> shifts;               ///< further origin shifts that change no operator, a generating set
+  bool invertible = false;  ///< an inversion that maps an acentric group on itself; false for a centric group
+  vector3 inversion{};      ///< its centre
+};
+/// Recognised are settings that differ from a tabulated one by their origin, by an exchange of axes or by a base
+/// centred without need, and those whose Hall symbol leads to one of these. Origin shifts and inversions are the
+/// translations and the added centre of the Euclidean normaliser (International Tables for Crystallography Vol. A, part
+/// 15), sought on the grid of 1/24.
+setting_info get_setting_info(const space_group_type& spg);
+
 /// The same set of operators.
 bool spgr_equal(const space_group_type& a, const space_group_type& b);
 /// product[i][j] is the number (from 0) of operator i after operator j.
@@ -308,7 +332,8 @@ int get_multip_pos_crys(const vector3& x, const space_group_type& spg);
 float get_occ_site(const vector3& x, const space_group_type& spg);
 
 /// Operators that leave x where it is, each with the translation (centring and lattice vector included) that brings the
-/// position back on itself: applyso(op, x) = x within the tolerance. The identity comes first.
+/// position back on itself: applyso(op, x) = x within the tolerance. The identity comes first. Products are taken in
+/// too, so that a position at the edge of the tolerance also has a group.
 std::vector<sym_oper_type> get_stabilizerc(const vector3& x, const space_group_type& spg);
 
 /// One component of a quantity at a site: `multiplier` times component `free`, or fixed at 0.
@@ -338,6 +363,15 @@ site_relations beta_relations(std::span<const sym_oper_type> stabilizer);
 /// components in units of length where the axes that a rotation mixes are equally long, as in all conventional
 /// settings.
 site_relations moment_relations(std::span<const sym_oper_type> stabilizer);
+/// An operation that brings a site back on itself, as the Fourier coefficient S of its moment sees it:
+/// S = exp(2 pi i phase) rot S, where `rot` turns moments (determinant and time reversal are in it).
+struct fourier_oper_type {
+  matrix3i rot{{{1, 0, 0}, {0, 1, 0}, {0, 0, 1}}};
+  float phase = 0.f;  ///< [turns]
+};
+/// Real part (components 1 to 3) and imaginary part (4 to 6) of S that all these operations leave as they are. They need
+/// not be a group.
+site_relations fourier_relations(std::span<const fourier_oper_type> stabilizer);
 /// The position at the middle of the images under its stabiliser: exactly on the symmetry element.
 vector3 nearest_special_position(const vector3& x, std::span<const sym_oper_type> stabilizer);
 

@@ -141,7 +141,9 @@ axis_system system_of(std::vector<hm_field>& field, char lattice, bool rhombohed
     const bool complete = n == 1 || n == 3 || (n == 2 && lattice == 'r');
     if (complete) s.of_field = {z, hex_x, hex_diagonal};
   } else if (std::ranges::all_of(field, [](const hm_field& f) { return f.order <= 2; })) {
-    if (n == 1) s.of_field = {field[0].order == 1 ? none : y};
+    // Short monoclinic symbols mean the unique axis b but where the lattice or the glide can only be that of axis c.
+    const direction unique_axis = lattice == 'b' || field[0].plane == 'b' ? z : y;
+    if (n == 1) s.of_field = {field[0].order == 1 ? none : unique_axis};
     if (n == 3) s.of_field = {x, y, z};
   }
   if (!s.of_field.empty()) field.resize(s.of_field.size());

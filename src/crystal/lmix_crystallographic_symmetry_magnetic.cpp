@@ -348,6 +348,12 @@ std::vector<shubnikov_oper_type> get_stabilizerm(const vector3& x, const magneti
     for (std::size_t i = 0; i < 3; ++i) g.op.tr[i] -= std::round(image[i] - x[i]);
     out.push_back(g);
   }
+  const auto product = [](const shubnikov_oper_type& a, const shubnikov_oper_type& b) {
+    return shubnikov_oper_type{product_symop(a.op, b.op), a.time_inv * b.time_inv};
+  };
+  parts::close_site(out, product, [](const shubnikov_oper_type& a, const shubnikov_oper_type& b) {
+    return a.op.rot == b.op.rot && a.time_inv == b.time_inv;
+  });
   return out;
 }
 

@@ -320,4 +320,9 @@ std::string get_magsymb(const matrix3i& rot) {
   return turned_letters(rot, letters);
 }
 
+std::string get_depsymb(const matrix3i& rot) {
+  constexpr std::string_view letters[] = {"dx", "dy", "dz"};
+  return turned_letters(rot, letters);
+}
+
 }  // namespace lmix_crystallographic_symmetry

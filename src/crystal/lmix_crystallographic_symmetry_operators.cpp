@@ -57,6 +57,10 @@ bool equal(const exact_op& a, const exact_op& b) {
   return true;
 }
 
+bool is_new_op(const exact_op& op, std::span<const exact_op> known) {
+  return std::ranges::none_of(known, [&](const exact_op& e) { return equal(e, op); });
+}
+
 exact_op exact(const sym_oper_type& op, double rounding) {
   exact_op out{op.rot, {}};
   for (std::size_t i = 0; i < 3; ++i) out.tr[i] = static_cast<double>(op.tr[i]);
@@ -76,7 +80,7 @@ closed_group close_group(std::span<const exact_op> generators) {
   closed_group g;
   std::vector<exact_op>& element = g.element;
   const auto add_if_new = [&](const exact_op& op) {
-    if (std::ranges::none_of(element, [&](const exact_op& e) { return equal(e, op); })) element.push_back(op);
+    if (is_new_op(op, element)) element.push_back(op);
     return element.size() <= max_order;
   };
   // A whole matrix of finite order has entries of at most a few units on any axes in use.
@@ -370,6 +374,10 @@ sym_oper_type sym_prod(const sym_oper_type& a, const sym_oper_type& b) {
   return parts::rounded(parts::product(parts::exact(a), parts::exact(b)));
 }
 
+sym_oper_type product_symop(const sym_oper_type& a, const sym_oper_type& b) {
+  return {parts::product(a.rot, b.rot), applyso(a, b.tr)};
+}
+
 vector3 modulo_lat(const vector3& t) {
   vector3 out = t;
   for (float& e : out) {
@@ -381,6 +389,10 @@ vector3 modulo_lat(const vector3& t) {
 
 bool equal_symop(const sym_oper_type& a, const sym_oper_type& b) {
   return a.rot == b.rot && lattice_trans({a.tr[0] - b.tr[0], a.tr[1] - b.tr[1], a.tr[2] - b.tr[2]}, 'P');
+}
+
+bool equiv_symop(const sym_oper_type& a, const sym_oper_type& b, std::span<const vector3> latt_trans) {
+  return a.rot == b.rot && lattice_trans({a.tr[0] - b.tr[0], a.tr[1] - b.tr[1], a.tr[2] - b.tr[2]}, latt_trans);
 }
 
 int searchop(const matrix3i& rot, int first, int last) {

@@ -2,6 +2,7 @@
 // It owns nothing: the sources of the module share it, and no other module includes it.
 // Translations are double precision here and become single precision in the record.
 #pragma once
+#include <algorithm>
 #include <optional>
 
 #include "lmix_crystallographic_symmetry.hpp"
@@ -32,8 +33,20 @@ inline constexpr double rounding_of_users = 5.0e-4, rounding_of_records = 2.0e-6
 /// Moves a translation near a multiple of 1/24 onto it and reduces.
 void snap(exact_op& op, double rounding = rounding_of_records);
 bool equal(const exact_op& a, const exact_op& b);
+bool is_new_op(const exact_op& op, std::span<const exact_op> known);
 exact_op exact(const sym_oper_type& op, double rounding = rounding_of_records);
 sym_oper_type rounded(const exact_op& op);
+
+/// Takes the products into a list of operators that share a point; 96 of them at most (m-3m with time reversal).
+template <class Op, class Product, class Same>
+void close_site(std::vector<Op>& site, Product product, Same same) {
+  const std::size_t generators = site.size();
+  for (std::size_t i = 0; i < site.size() && site.size() < 96; ++i)
+    for (std::size_t j = 0; j < generators; ++j) {
+      const Op p = product(site[i], site[j]);
+      if (std::ranges::none_of(site, [&](const Op& known) { return same(known, p); })) site.push_back(p);
+    }
+}
 
 /// Largest order that is accepted: 48 rotations with 24 centring vectors.
 inline constexpr std::size_t max_order = 1152;

@@ -1,6 +1,7 @@
 #include <algorithm>
 #include <bit>
 #include <cmath>
+#include <numbers>
 
 #include "lmix_crystallographic_symmetry_parts.hpp"
 
@@ -180,6 +181,7 @@ std::vector<sym_oper_type> get_stabilizerc(const vector3& x, const space_group_t
     for (std::size_t i = 0; i < 3; ++i) op.tr[i] -= std::round(image[i] - x[i]);
     out.push_back(op);
   }
+  parts::close_site(out, product_symop, [](const auto& a, const auto& b) { return a.rot == b.rot; });
   return out;
 }
 
@@ -202,6 +204,32 @@ site_relations moment_relations(std::span<const shubnikov_oper_type> stabilizer)
     turns.push_back({turn_over ? parts::negated(g.op.rot) : g.op.rot, {}});
   }
   return position_relations(turns);
+}
+
+site_relations fourier_relations(std::span<const fourier_oper_type> stabilizer) {
+  square<6> mean{};
+  for (std::size_t i = 0; i < 6; ++i) mean[i][i] = stabilizer.empty() ? 1.0 : 0.0;
+  for (const fourier_oper_type& g : stabilizer) {
+    const double turn = 2.0 * std::numbers::pi * static_cast<double>(g.phase), n = static_cast<double>(stabilizer.size());
+    for (std::size_t i = 0; i < 3; ++i)
+      for (std::size_t j = 0; j < 3; ++j) {
+        const double m = g.rot[i][j] / n;
+        mean[i][j] += m * std::cos(turn);
+        mean[i][j + 3] -= m * std::sin(turn);
+        mean[i + 3][j] += m * std::sin(turn);
+        mean[i + 3][j + 3] += m * std::cos(turn);
+      }
+  }
+  // Powers of the mean tend to the projector also for a set that is no group: what is not left in place shrinks.
+  constexpr int doublings = 12;
+  for (int k = 0; k < doublings; ++k) {
+    square<6> next{};
+    for (std::size_t i = 0; i < 6; ++i)
+      for (std::size_t j = 0; j < 6; ++j)
+        for (std::size_t l = 0; l < 6; ++l) next[i][j] += mean[i][l] * mean[l][j];
+    mean = next;
+  }
+  return relations_of(mean);
 }
 
 vector3 nearest_special_position(const vector3& x, std::span<const sym_oper_type> stabilizer) {

@@ -34,7 +34,20 @@ std::string asymmetric_unit(const space_group_type& spg) {
   return out;
 }
 
-std::string operator_line(const space_group_type& spg, std::size_t m, bool with_symbol) {
+std::string operators(const space_group_type& spg) {
+  std::string out = "\n => List of S.O. without inversion and lattice centring translations\n\n";
+  const auto reduced = std::min(static_cast<std::size_t>(spg.numops), max_listed);
+  for (std::size_t m = 0; m < reduced; ++m) out += write_sym(spg, m, false);
+  out += "\n => List of all Symmetry Operators and Symmetry Symbols\n\n";
+  const std::size_t all = std::min(spg.symop.size(), max_listed);
+  for (std::size_t m = 0; m < all; ++m) out += write_sym(spg, m, true);
+  if (all < spg.symop.size()) out += "   <= Maximum number of lines exhausted!\n";
+  return out;
+}
+
+}  // namespace
+
+std::string write_sym(const space_group_type& spg, std::size_t m, bool with_symbol) {
   std::array<char, 32> number;
   std::snprintf(number.data(), number.size(), " => SYMM(%3d): ", static_cast<int>(m) + 1);
   std::string out = number.data() + spg.symopsymb[m];
@@ -45,36 +58,23 @@ std::string operator_line(const space_group_type& spg, std::size_t m, bool with_
   return out + "\n";
 }
 
-std::string operators(const space_group_type& spg) {
-  std::string out = "\n => List of S.O. without inversion and lattice centring translations\n\n";
-  const auto reduced = std::min(static_cast<std::size_t>(spg.numops), max_listed);
-  for (std::size_t m = 0; m < reduced; ++m) out += operator_line(spg, m, false);
-  out += "\n => List of all Symmetry Operators and Symmetry Symbols\n\n";
-  const std::size_t all = std::min(spg.symop.size(), max_listed);
-  for (std::size_t m = 0; m < all; ++m) out += operator_line(spg, m, true);
-  if (all < spg.symop.size()) out += "   <= Maximum number of lines exhausted!\n";
-  return out;
-}
-
-}  // namespace
-
 std::string write_spacegroup(const space_group_type& spg, bool full) {
   std::string out = "\n        Information on Space Group: \n        --------------------------- \n\n";
   out += line("Number of Space group:", std::to_string(spg.numspg));
   out += line("Hermann-Mauguin Symbol:", spg.spg_symb);
   out += line("Hall Symbol:", spg.hall);
   if (!spg.ghall.empty()) out += line("Generalized Hall Symbol:", spg.ghall);
-  if (!spg.info.empty()) out += line("Table Setting Choice:", spg.info);
-  out += line("Setting Type:", spg.sg_setting);
   out += line("Crystal System:", spg.crystalsys);
   out += line("Laue Class:", spg.laue);
   out += line("Point Group:", spg.pg);
+  if (!spg.info.empty()) out += line("Table Setting Choice:", spg.info);
+  out += line("Setting Type:", spg.sg_setting);
+  out += line("Lattice Symbol:", std::string(1, spg.spg_lat));
   out += line("Bravais Lattice:", spg.bravais);
-  out += line("Lattice Symbol:", spg.spg_latsy);
-  out += line("Reduced Number of S.O.:", std::to_string(spg.numops));
-  out += line("General multiplicity:", std::to_string(spg.multip));
   out += line("Centrosymmetry:", spg.centre);
   if (spg.centred == centring_code::centric_elsewhere) out += line("Centre at:", triple(spg.centre_coord));
+  out += line("Reduced Number of S.O.:", std::to_string(spg.numops));
+  out += line("General multiplicity:", std::to_string(spg.multip));
   out += line("Generators (exc. -1&L):", std::to_string(spg.num_gen));
   out += asymmetric_unit(spg);
   for (std::size_t i = 1; i < spg.latt_trans.size(); ++i)

@@ -436,6 +436,35 @@ gaussian_fit descend(std::span<const float> s, std::span<const float> f, double 
 
 }  // namespace
 
+gaussian_fit steep(std::span<const float> s, std::span<const float> f, const gaussian_sum& start, int steps) {
+  constexpr double enough = 1e-4, shortest = 1e-14;  // share of the linear gain that is asked for; relative step
+  gaussian_fit fit{start, chis(s, f, start)};
+  const auto moved = [&](const std::array<double, 9>& g, double step) {
+    gaussian_sum m = fit.coef;
+    for (std::size_t i = 0; i < 4; ++i) {
+      m.a[i] -= step * g[i];
+      m.b[i] *= std::exp(-step * g[4 + i]);
+    }
+    m.c -= step * g[8];
+    return m;
+  };
+  for (double step = 1; fit.iterations < steps && !fit.converged; ++fit.iterations, step *= 4) {
+    auto g = grad(s, f, fit.coef);
+    double square = 0;
+    for (std::size_t i = 0; i < 9; ++i) {
+      if (i >= 4 && i < 8) g[i] *= fit.coef.b[i - 4];
+      square += g[i] * g[i];
+    }
+    const auto gains = [&] { return chis(s, f, moved(g, step)) <= fit.chi2 - enough * step * square; };
+    while (!gains() && step * std::sqrt(square) > shortest) step /= 2;
+    fit.converged = !(step * std::sqrt(square) > shortest);
+    if (fit.converged) break;
+    fit.coef = moved(g, step);
+    fit.chi2 = chis(s, f, fit.coef);
+  }
+  return fit;
+}
+
 gaussian_fit coef(std::span<const float> s, std::span<const float> f) {
   gaussian_fit best;
   if (!can_be_fitted(s, f)) return best;

@@ -232,5 +232,10 @@ struct gaussian_fit {
 /// (1973) 413-432), from three starts of which the best end is kept. Samples of any row of `xray_form` to s = 1.5 come
 /// back with an rms deviation below 5e-4 electrons.
 [[nodiscard]] gaussian_fit coef(std::span<const float> s, std::span<const float> f);
+/// Steepest descent from `start` (b not 0, its sign stays) by at most `steps` steps along the gradient by a, ln|b| and
+/// c: it goes down from anywhere, slowly, where the fit wants points enough for all nine numbers. Every step is
+/// shortened until the sum of squares falls (L. Armijo, Pacific J. Math. 16 (1966) 1-3); converged when none does.
+[[nodiscard]] gaussian_fit steep(std::span<const float> s, std::span<const float> f, const gaussian_sum& start,
+                                 int steps);
 
 }  // namespace lmix_scattering_chemical_tables

@@ -140,6 +140,16 @@ int find_number(int number, std::string_view choice) {
   return key == "1" ? row : 0;
 }
 
+const spg_gen_row* get_generators(std::string_view spgr) {
+  const std::string key = symbol_key(spgr);
+  const bool digits = !key.empty() && key.size() < 4 && key.find_first_not_of("0123456789") == std::string::npos;
+  const int row = preferred_row(find_hm(spgr));
+  const int number = digits ? std::stoi(key) : row > 0 ? settings[row - 1].number : 0;
+  if (number < 1 || number > static_cast<int>(std::size(generators))) return nullptr;
+  const spg_gen_row& found = generators[number - 1];
+  return digits || found.row == row ? &found : nullptr;
+}
+
 int find_hall(std::string_view hall) {
   const std::string key = folded(hall);
   for (std::size_t i = 0; i < std::size(settings); ++i)

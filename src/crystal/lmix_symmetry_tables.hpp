@@ -96,6 +96,8 @@ struct row_list {
   int size = 0;
 };
 row_list find_hm(std::string_view symbol);
+/// Generators of a group by its number or a symbol of its standard setting, in any case; null for any other text.
+const spg_gen_row* get_generators(std::string_view spgr);
 /// Row of a number with a setting choice. Without a choice (empty) the first row, or the second origin choice where
 /// there are two. "1" names the first row of a group without choices too. 0: no such row.
 int find_number(int number, std::string_view choice);

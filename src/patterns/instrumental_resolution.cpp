@@ -144,7 +144,14 @@ void merge_range(pattern_type& p, const range_line& line) {
   p.sent0 = larger(p.ireso != 0, 0.f, line.sent0);
 }
 
-bool gives_bank_angle(const pattern_type& p) { return p.ireso == 1 || p.ireso == 5 || p.ireso == 6; }
+bool gives_widths(const pattern_type& p) {
+  constexpr std::array<int, 6> kinds{-1, 1, 2, 3, 4, 8};
+  return std::ranges::find(kinds, p.ireso) != kinds.end();
+}
+
+bool gives_bank_angle(const pattern_type& p) {
+  return (p.ireso == 1 || p.ireso == 5 || p.ireso == 6) && p.resolution.toftet_i > 0.f;
+}
 
 cw_model make_cw_model(const pattern_type& p, int wave) {
   if (p.ireso == 0) return {};

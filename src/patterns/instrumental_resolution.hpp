@@ -43,6 +43,9 @@ struct range_line {
 /// with a resolution file: the line's unless it is negative.
 void merge_range(kalvaris_params::pattern_type& p, const range_line& line);
 
+/// The file gives widths to the peaks of constant wavelength: ireso -1, 1, 2, 3, 4, 8.
+[[nodiscard]] bool gives_widths(const kalvaris_params::pattern_type& p);
+
 /// The angle of the detector bank comes from the resolution file (toftet_i).
 [[nodiscard]] bool gives_bank_angle(const kalvaris_params::pattern_type& p);
 

@@ -201,8 +201,10 @@ bool irf_reader::fail(std::string_view head, std::string_view expected) {
 }
 
 void irf_reader::warn(std::string_view text) {
-  kalvaris_inout::mess_cons(st_.io, " => WARNING: resolution file " + st_.io.namefil + ", line " +
-                                        std::to_string(in_.lines_taken()) + ": " + std::string(text));
+  const std::string line = " => WARNING: resolution file " + st_.io.namefil + ", line " +
+                           std::to_string(in_.lines_taken()) + ": " + std::string(text);
+  kalvaris_inout::mess_cons(st_.io, line);
+  kalvaris_inout::both_listings(st_.io, line);
 }
 
 /// The next line that counts, without remark; at the end of the file line_ is blank.
@@ -357,9 +359,9 @@ bool irf_reader::read_table(std::optional<std::string_view> count_line, const ta
 }
 
 bool irf_reader::read_cw() {
-  constexpr std::array<int, 4> with_coefficients{-1, 1, 2, 3};
   const bool table = p_.ireso == 4 || p_.ireso == 8;
-  const bool coefficients = std::ranges::find(with_coefficients, p_.ireso) != with_coefficients.end();
+  const bool coefficients = gives_widths(p_) && !table;
+  if (!gives_widths(p_)) warn("Res " + std::to_string(p_.ireso) + " adds nothing to the peaks of constant wavelength");
   std::size_t sets = 0;
   while (const auto line = next_line()) {
     if (!begins_with_number(*line)) {

@@ -98,24 +98,30 @@ double corr_int(const correction_type& c, int icorr, double x) {
   return sum;
 }
 
+bool acts_on_reflections(const pattern_type& p) {
+  return p.icorr == table_of_intensities || (p.icorr == polynomial && p.correction.itycorr == multiplies_intensities);
+}
+
 bool corr_prof(state_type& st, int ip) {
   pattern_type& p = st.pattern[static_cast<std::size_t>(ip)];
-  if (p.icorr != polynomial || p.correction.itycorr != divides_profile) return true;
+  if (p.icorr == 0) return true;
+  const bool divides = p.icorr == polynomial && p.correction.itycorr == divides_profile;
   std::vector<float> y = p.y, var = p.var;
   for (std::size_t i = 0; i < y.size(); ++i) {
     const double factor = corr_int(p.correction, p.icorr, double{p.txv[i]});
     if (!(factor > 0) || !std::isfinite(factor)) {
       st.io.file_error = true;
-      st.io.file_error_mess = " => The correction of the profile is not above 0 at " +
+      st.io.file_error_mess = " => The correction of the intensities is not above 0 at " +
                               lmix_fixed_format::fmt_line{}.f(0, 4, double{p.txv[i]}).str();
       return false;
     }
+    if (!divides) continue;
     y[i] = static_cast<float>(double{y[i]} / factor);
     var[i] = static_cast<float>(double{var[i]} / (factor * factor));
   }
   p.y = std::move(y);
   p.var = std::move(var);
-  if (!p.y.empty()) p.yo_max = *std::max_element(p.y.begin(), p.y.end());
+  if (divides && !p.y.empty()) p.yo_max = *std::max_element(p.y.begin(), p.y.end());
   return true;
 }
 

@@ -19,9 +19,12 @@ inline constexpr int NPRC = 150;  ///< rows of a table or coefficients of a poly
 /// otherwise the polynomial, which is 1 when no file was read.
 [[nodiscard]] double corr_int(const kalvaris_params::correction_type& c, int icorr, double x);
 
+/// The correction multiplies integrated intensities: icorr 1, or icorr 2 with itycorr 1.
+[[nodiscard]] bool acts_on_reflections(const kalvaris_params::pattern_type& p);
+
 /// With icorr 2 and itycorr 2 divides the observed intensities of pattern ip by the factor at each point, and their
-/// variances by its square. False with file_error and file_error_mess, the data as they were, where a factor is not
-/// above 0.
+/// variances by its square. False with file_error and file_error_mess, the data as they were, where a factor of either
+/// kind is not above 0 at a point of the pattern.
 [[nodiscard]] bool corr_prof(kalvaris_params::state_type& st, int ip);
 
 }  // namespace intensity_correction

@@ -30,10 +30,9 @@ std::string formats_text();
 /// A file whose next bank belongs to the next pattern (same name, ixunit 1) stays open in st.data_file.
 void readint(kalvaris_params::state_type& st, int ip);
 
-/// The steps between reading and refinement: icorr 2 divides the profile by the polynomial of its
-/// .cor file (one that acts on the reflections stops the run: it is not available), a free abscissa cannot go into
-/// the plot file of constant step (pl_prf 1 becomes -3), unit weights (iwgt 2) are variances of 1, iwgt 3 corrects them
-/// from a table.
+/// The steps between reading and refinement: a correction of the profile divides it (one that is not above 0 stops the
+/// run), a free abscissa cannot go into the plot file of constant step (pl_prf 1 becomes -3), unit weights (iwgt 2) are
+/// variances of 1, iwgt 3 corrects them from a table.
 void prepare_data(kalvaris_params::state_type& st, int ip);
 
 /// Number of blank-separated fields of a line; 1 for a blank line.

@@ -100,7 +100,8 @@ std::vector<float> table_variable(const pattern_type& p, int kind) {
     b = row.b;
   }
   const bool time_of_flight = p.ixunit == 1;
-  const float dtt1 = p.resolution.dtt1_i + p.glb[kalvaris_params::gslot::sycos];  // the slot of cos(theta) is dtt1 there
+  const float dtt1 =
+      p.resolution.dtt1_i + p.glb[kalvaris_params::gslot::sycos];  // the slot of cos(theta) is dtt1 there
   std::vector<float> v(static_cast<std::size_t>(p.npts));
   for (std::size_t i = 0; i < v.size(); ++i) {
     const float x = p.txv[i];

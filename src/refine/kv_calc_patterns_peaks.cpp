@@ -88,7 +88,8 @@ void pattern_calculation::prepare_structure() {
     const auto u = static_cast<std::size_t>(k);
     reflection_key key = kalvaris_params::unpack_irefs(refl.irefs[u]);
     const phase_work& w = phases[static_cast<std::size_t>(key.phase)];
-    if (!w.contributes || st.phase[static_cast<std::size_t>(key.phase)].profile_matching()) continue;
+    const phase_type& phase = st.phase[static_cast<std::size_t>(key.phase)];
+    if (!w.contributes || phase.profile_matching() || (phase.stfac_nref && st.run.icycle_c > 1 && refl.ff[u] > 0.f)) continue;
     const reflection_key either_wave{key.phase, 1, key.h, key.k, key.l};
     const auto [known, fresh] =
         row_of_index.try_emplace(kalvaris_params::pack_irefs(either_wave), static_cast<int>(structure.fsq.size()));

@@ -61,13 +61,16 @@ struct lpabs_model {
   double tmv = 0;         ///< mu R or mu t of the wavelength
   double rmua = 0;        ///< mu t of the phase's layer
   double rmua_above = 0;  ///< sum of mu t of the phases before it
+  int icorr = 0;          ///< 0, or how the correction of the integrated intensities is given
+  const kalvaris_params::correction_type* from_file = nullptr;  ///< of the pattern, with icorr not 0
 };
 [[nodiscard]] lpabs_model make_lpabs_model(const kalvaris_params::state_type& st, int ip, int ph, int wave);
 
 /// Factor at sin^2(theta), sin(theta), cos(theta), 2theta [deg]. Lorentz 1/(2 sin^2(theta) cos(theta)), except for ilor
 /// -1; polarisation for X-rays; absorption of a cylinder (iabscor 2: Rouse, Cooper, York & Chakera 1970; 4: the series
 /// of Lobanov & Alte da Veiga in sin(theta)), of plates in transmission (ilor 2, 4) and of layers (5, 6). 0 where a
-/// flat plate hides the beam (ilor 1, 2theta <= alpsd; ilor 4, alpsd + 2theta >= 180).
+/// flat plate hides the beam (ilor 1, 2theta <= alpsd; ilor 4, alpsd + 2theta >= 180). All this times the correction at
+/// 2theta that the .cor file gives for integrated intensities.
 [[nodiscard]] double lpabs(const lpabs_model& m, double sinth2, double sinth, double costh, double two_theta);
 
 // --- Corrections that depend on refinable parameters

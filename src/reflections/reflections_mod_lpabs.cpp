@@ -2,6 +2,7 @@
 #include <cmath>
 #include <numbers>
 
+#include "intensity_correction.hpp"
 #include "reflections_mod.hpp"
 
 namespace reflections_mod {
@@ -135,6 +136,10 @@ lpabs_model make_lpabs_model(const kalvaris_params::state_type& st, int ip, int 
   m.tmv = pattern.tmv[static_cast<std::size_t>(wave - 1)];
   m.rmua = st.mix(ph, ip).rmua;
   for (int above = 0; above < ph; ++above) m.rmua_above += st.mix(above, ip).rmua;
+  if (intensity_correction::acts_on_reflections(pattern)) {
+    m.icorr = pattern.icorr;
+    m.from_file = &pattern.correction;
+  }
   return m;
 }
 
@@ -143,7 +148,8 @@ lpabs_model make_lpabs_model(const kalvaris_params::state_type& st, int ip, int 
 double lpabs(const lpabs_model& m, double sinth2, double sinth, double costh, double two_theta) {
   const bool layered = xrays(m) && (m.ilor == 5 || m.ilor == 6);
   const double a = layered ? layers(m, sinth) : absorption(m, sinth2, sinth, costh, two_theta);
-  return a * lorentz(m, sinth2, costh, two_theta) * polarisation(m, sinth2, sinth);
+  const double lp = a * lorentz(m, sinth2, costh, two_theta) * polarisation(m, sinth2, sinth);
+  return m.from_file == nullptr ? lp : lp * intensity_correction::corr_int(*m.from_file, m.icorr, two_theta);
 }
 
 }  // namespace reflections_mod

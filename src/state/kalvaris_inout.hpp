@@ -78,6 +78,9 @@ struct inout_type {
   std::map<int, run_file> units;    ///< open files
   std::fstream nothing;             ///< never opened: takes what is written to a unit that is not open
   bool console_is_log = false;      ///< console is the log file of a series: lines keep their leading blanks
+  std::string filetemp;             ///< list of the temperatures of a series, alive with file_temp
+  bool file_temp = false;           ///< filetemp was given
+  int processed = 0;                ///< runs of the series that are done
 };
 
 /// What openfile is asked for. ipat, iph: 1-based numbers, 0 when the name does not use them; iph below -1 with the

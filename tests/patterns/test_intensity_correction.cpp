@@ -116,13 +116,28 @@ TEST(IntensityCorrection, ProfileIsDividedWithItsVariance) {
     EXPECT_NEAR(p.var[0], t.var, 1e-4);
     EXPECT_EQ(p.yo_max, p.y[0] == 100.f ? 150.f : 50.f);
   }
-  cor_run bad(2, "");
-  bad.pattern().correction.itycorr = 2;
-  bad.pattern().correction.corrv = {1.f, -0.05f};
-  bad.pattern().txv = {10.f, 20.f, 30.f}, bad.pattern().y = bad.pattern().var = {100.f, 150.f};
-  EXPECT_FALSE(corr_prof(bad.st, 0));
-  EXPECT_THAT(bad.st.io.file_error_mess, HasSubstr("20"));
-  EXPECT_EQ(bad.pattern().y[0], 100.f);
+  for (const int itycorr : {1, 2}) {
+    cor_run bad(2, "");
+    bad.pattern().correction.itycorr = itycorr;
+    bad.pattern().correction.corrv = {1.f, -0.05f};
+    bad.pattern().txv = {10.f, 20.f, 30.f}, bad.pattern().y = bad.pattern().var = {100.f, 150.f};
+    EXPECT_FALSE(corr_prof(bad.st, 0));
+    EXPECT_THAT(bad.st.io.file_error_mess, HasSubstr("20"));
+    EXPECT_EQ(bad.pattern().y[0], 100.f);
+  }
+}
+
+TEST(IntensityCorrection, FilesCutOrSpoiltAnywhereGiveFiniteFactorsOrAMessage) {
+  const std::string bytes("\0\xff,/*-eE.9 \n!", 13);
+  for (const auto& [icorr, whole] : {std::pair{1, std::string("t\n10 1.5\n20 2.5\n40 0.5\n")},
+                                     std::pair{2, std::string("t\n2 1 3\n1.0 0.5\n-1e-3\n")}}) {
+    for (std::size_t at = 0; at < whole.size(); ++at)
+      for (std::size_t k = 0; k <= bytes.size(); ++k) {
+        cor_run run(icorr, k == bytes.size() ? whole.substr(0, at) : std::string(whole).replace(at, 1, 1, bytes[k]));
+        EXPECT_EQ(read_cor(run.st, 0), !run.st.io.file_error);
+        EXPECT_TRUE(std::isfinite(run.at(15)));
+      }
+  }
 }
 
 }  // namespace

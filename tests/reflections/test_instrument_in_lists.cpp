@@ -68,4 +68,18 @@ TEST(InstrumentInLists, TailsFromAboveTheRangeCountTheWidthOfTheInstrument) {
   EXPECT_NEAR(reflections_mod::make_limits(f.st, 0, 0).last, 120 + 3 * f.pattern().wdt * 0.3054, 0.05);
 }
 
+TEST(InstrumentInLists, TheTableOfCorrectionsMultipliesTheFactorOfTheAngle) {
+  auto plain = cubic(0), corrected = cubic(0);
+  auto& p = corrected.pattern();
+  p.icorr = 1;
+  p.correction.corrp = {20, 60, 120}, p.correction.corrv = {0.5f, 2.f, 1.f};
+  for (auto* f : {&plain, &corrected}) reflections_mod::make_list(f->st, 0);
+  const auto &without = plain.pattern().refl, &with = p.refl;
+  ASSERT_EQ(without.size(), with.size());
+  for (std::size_t k = 0; k < static_cast<std::size_t>(with.size()); ++k) {
+    const double x = double{with.pos[k]}, factor = x < 60 ? 0.5 + 1.5 * (x - 20) / 40 : 2 - (x - 60) / 60;
+    EXPECT_NEAR(with.lp[k] / without.lp[k], factor, 1e-5) << x;
+  }
+}
+
 }  // namespace
