@@ -283,9 +283,10 @@ struct setting_info {
   bool invertible = false;  ///< an inversion that maps an acentric group on itself; false for a centric group
   vector3 inversion{};      ///< its centre
 };
-/// Recognised are the tabulated settings and those whose Hall symbol leads to one. Origin shifts and inversions are the
-/// translations and the added centre of the Euclidean normaliser (International Tables for Crystallography Vol. A,
-/// part 15), sought on the grid of 1/24.
+/// Recognised are settings that differ from a tabulated one by their origin, by an exchange of axes or by a base
+/// centred without need, and those whose Hall symbol leads to one of these. Origin shifts and inversions are the
+/// translations and the added centre of the Euclidean normaliser (International Tables for Crystallography Vol. A, part
+/// 15), sought on the grid of 1/24.
 setting_info get_setting_info(const space_group_type& spg);
 
 /// The same set of operators.
