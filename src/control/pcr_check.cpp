@@ -1,5 +1,6 @@
 #include "pcr_check.hpp"
 
+#include <algorithm>
 #include <array>
 #include <cmath>
 #include <cstdio>
@@ -9,7 +10,6 @@
 
 namespace pcr_check {
 
-using kalvaris_params::slot_family;
 using kalvaris_params::slot_ref;
 
 std::string_view name_of(severity level) {
@@ -40,7 +40,8 @@ void excluded_regions(examination& e, const pattern_type& p, const std::string& 
   }
 }
 
-void background_points(examination& e, const pattern_type& p, const std::string& where) {
+void background_points(examination& e, int ip, const std::string& where) {
+  const pattern_type& p = e.st.pattern[static_cast<std::size_t>(ip)];
   for (std::size_t i = 1; i < p.pos.size(); ++i) {
     if (p.pos[i] > p.pos[i - 1]) continue;
     e.warn(0,
@@ -59,7 +60,7 @@ void ranges(examination& e) {
     if (!p.refining() && !(p.thmax_read > p.thmin_read && p.step_read > 0.f))
       e.error(0, where + "Thmin, Step and Thmax give no points to calculate", "Correct the line of the cycles.");
     excluded_regions(e, p, where);
-    background_points(e, p, where);
+    background_points(e, ip, where);
     if (p.affpat == 0) e.note(0, where + "takes no part in the refinement (NPATT line): its codes are not used");
   }
 }
@@ -119,13 +120,13 @@ constexpr std::array<check_row, 15> checks{{
 
 }  // namespace
 
-examination::examination(state_type& state) : st(state) {
+examination::examination(state_type& state, const line_table& where) : st(state), lines(where) {
   const bool automatic = st.run.automatic;
   bool calculation_only = false;
   for (const pattern_type& p : st.pattern) calculation_only = calculation_only || !p.refining();
   st.for_each_slot([&](const slot_ref& s) {
     if (s.code == 0.f) return;
-    coded_slot c{slot_place::of(s), s.value, kalvaris_codes::split(s.code), false};
+    coded_slot c{kalvaris_codes::place_of(s), s.value, kalvaris_codes::split(s.code), false};
     const bool requested = std::abs(c.code.multiplier) > kalvaris_codes::smallest_multiplier;
     c.refined = !calculation_only &&
                 (automatic ? c.code.number > 0 || requested : c.code.number >= 1 && c.code.number <= st.run.maxs);
@@ -148,10 +149,6 @@ void examination::note(int line, std::string text, std::string advice) {
   found.push_back({severity::note, line, std::move(text), std::move(advice)});
 }
 
-int examination::line_of(const slot_place& s) const {
-  return s.family == slot_family::atom ? st.atom[static_cast<std::size_t>(s.owner)].line_nb : 0;
-}
-
 void examination::each_atom(const std::function<void(const phase_type&, atom_type&, int)>& f) {
   for (const phase_type& phase : st.phase) {
     if (phase.profile_matching()) continue;
@@ -172,8 +169,23 @@ std::string atom_text(const examination& e, const atom_type& atom) {
   return text;
 }
 
-std::vector<finding> look_at(state_type& st) {
-  examination e(st);
+int line_table::of(const slot_place& slot, bool code) const {
+  const auto found =
+      std::ranges::find_if(rows, [&](const row& r) { return r.slot == slot && r.code == code; });
+  return found == rows.end() ? 0 : found->line;
+}
+
+line_table lines_of(const pcr_lines::record& kept) {
+  line_table table;
+  for (const auto& line : kept.lines)
+    for (const auto& entry : line.entries)
+      if (entry.kind != pcr_fields::kind::plain)
+        table.rows.push_back({entry.slot, entry.kind == pcr_fields::kind::code, line.number});
+  return table;
+}
+
+std::vector<finding> look_at(state_type& st, const line_table& lines) {
+  examination e(st, lines);
   for (const check_row& row : checks) row.look(e);
   return std::move(e.found);
 }

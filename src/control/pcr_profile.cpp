@@ -99,13 +99,6 @@ constexpr term_set shift_unique_c{
     102, 102, "D2_200 D2_020 D2_002 D2_110 D4_400 D4_040 D4_004 D4_220 D4_202 D4_022 D4_112 D4_310 D4_130",
     "2/m unique c"};
 
-struct terms_of_model {
-  std::string_view terms, laue;
-  [[nodiscard]] int count() const {
-    return terms.empty() ? 0 : static_cast<int>(std::count(terms.begin(), terms.end(), ' ')) + 1;
-  }
-};
-
 terms_of_model quartic_terms(int ismo) {
   if (ismo == -2) return {quartic_unique_c.terms, quartic_unique_c.laue};
   for (const term_set& row : quartic_sets) {
@@ -120,6 +113,12 @@ terms_of_model harmonic_terms_of_class(int ismo) {
     if (std::abs(ismo) >= row.first_class && std::abs(ismo) <= row.last_class) return {row.terms, row.laue};
   }
   return {};
+}
+
+}  // namespace
+
+int terms_of_model::count() const {
+  return terms.empty() ? 0 : static_cast<int>(std::count(terms.begin(), terms.end(), ' ')) + 1;
 }
 
 terms_of_model size_harmonics(int isi) {
@@ -140,6 +139,8 @@ terms_of_model shift_terms(int ishif) {
 terms_of_model strain_terms(int istr, int ismo) {
   return istr == 4 ? harmonic_terms_of_class(ismo) : quartic_terms(ismo);
 }
+
+namespace {
 
 /// Names of the terms, each over its column, and the class.
 std::string term_header(const terms_of_model& model, std::string_view behind) {

@@ -66,6 +66,16 @@ struct line {
 /// 0.
 [[nodiscard]] bool taken_by_coefficients(const block& b, int k);
 
+/// Coefficients of a model that have lines of their own; none for a model without such lines.
+struct terms_of_model {
+  std::string_view terms;  ///< blank-separated names in the order of the slots
+  std::string_view laue;   ///< Laue class that it serves
+  [[nodiscard]] int count() const;
+};
+[[nodiscard]] terms_of_model strain_terms(int istr, int ismo);
+[[nodiscard]] terms_of_model size_harmonics(int isi);
+[[nodiscard]] terms_of_model shift_terms(int ishif);
+
 // Models are known or unknown; 0 is always known.
 [[nodiscard]] bool known_strain_model(int istr, int ismo);
 [[nodiscard]] bool known_size_model(int isi);

@@ -54,6 +54,7 @@ std::string lattice_text(const space_group_type& spg) {
       out += number.size() == 1 ? "  " + number + " " : " " + number;
     }
   }
+  if (out.back() == ' ') out.pop_back();
   return out + (spg.numlat > 1 ? " }+" : " }");
 }
 
@@ -164,7 +165,9 @@ namespace {
 // ---- what the tables add -------------------------------------------------------------------------------------------
 
 void add_wyckoff(space_group_type& spg, int row) {
-  for (const auto& w : lmix_symmetry_tables::wyckoff_info(row)) {
+  auto listed = lmix_symmetry_tables::wyckoff_info(row);  // a further setting may be another name of a listed one
+  if (listed.empty()) listed = lmix_symmetry_tables::wyckoff_info(lmix_symmetry_tables::find_hall(setting(row).hall));
+  for (const auto& w : listed) {
     wyck_pos_type& orbit = spg.wyckoff.orbit.emplace_back();
     orbit.letter = w.letter;
     orbit.site = w.site;

@@ -14,38 +14,6 @@ namespace {
 
 using parts::affine;
 
-// ---- the way to the table ------------------------------------------------------------------------------------------
-
-/// A tabulated setting, and the given coordinates from those of the setting.
-struct road {
-  int row = 0;  ///< from 1; 0: none found
-  affine change;
-};
-
-int row_of(const parts::closed_group& group) {
-  space_group_type spg;
-  if (group.element.empty() || !parts::fill_record(spg, group)) return 0;
-  parts::add_tabulated_setting(spg);
-  return spg.numspg > 0 ? lmix_symmetry_tables::find_hall(spg.hall) : 0;
-}
-
-road road_to_table(const parts::closed_group& group) {
-  if (const int row = row_of(group)) return {row, {}};
-  const std::string hall = parts::hall_symbol_of(group).symbol;
-  const std::size_t bracket = hall.find('(');
-  if (bracket == std::string::npos) return {};
-  const parts::generator_set plain = parts::get_so_from_hall(hall.substr(0, bracket - 1));
-  if (plain.err) return {};
-  road out{row_of(parts::close_group(plain.generators)), {}};
-  const std::string change = hall.substr(bracket + 1, hall.size() - bracket - 2);
-  if (change.find(',') != std::string::npos) {
-    if (parts::read_affine(change, out.change)) return {};
-  } else if (std::sscanf(change.c_str(), "%lf %lf %lf", &out.change.t[0], &out.change.t[1], &out.change.t[2]) == 3) {
-    for (double& t : out.change.t) t /= 12.0;
-  }
-  return out;
-}
-
 // ---- shifts on the grid --------------------------------------------------------------------------------------------
 
 constexpr int grid = 24;
@@ -166,6 +134,108 @@ std::vector<vector3> generating(std::vector<node> allowed, node_group reached) {
     reached.add_generator(n);
     out.push_back(fraction(n));
   }
+  return out;
+}
+
+// ---- the way to the table ------------------------------------------------------------------------------------------
+
+/// Shift p of the origin, x' = x + p, that makes the operators of a those of b.
+std::optional<node> shift_onto(const group_on_grid& a, const group_on_grid& b) {
+  std::vector<std::array<node, 2>> pair;  // translations of one rotation in both
+  std::vector<matrix3i> rotation;
+  for (const auto& [r, t] : a.op) {
+    const auto same = std::ranges::find_if(b.op, [&](const auto& o) { return o.first == r; });
+    if (same == b.op.end()) return {};
+    rotation.push_back(r);
+    pair.push_back({t, same->second});
+  }
+  const auto shifts = [&](const node& p) {
+    for (std::size_t k = 0; k < pair.size(); ++k) {
+      const matrix3i& r = rotation[k];
+      node d{};
+      for (std::size_t i = 0; i < 3; ++i)
+        d[i] = wrapped(pair[k][0][i] - pair[k][1][i] + p[i] - r[i][0] * p[0] - r[i][1] * p[1] - r[i][2] * p[2]);
+      if (!b.lattice.holds(d)) return false;
+    }
+    return true;
+  };
+  for (int n = 0; n < grid * grid * grid; ++n)
+    if (const node p{n / grid / grid, n / grid % grid, n % grid}; shifts(p)) return p;
+  return {};
+}
+
+/// A tabulated setting, and the given coordinates from those of the setting.
+struct road {
+  int row = 0;  ///< from 1; 0: none found
+  affine change;
+};
+
+/// The setting that differs from a group by its origin only.
+road by_shift(const parts::closed_group& group) {
+  space_group_type spg;
+  if (group.element.empty() || !parts::fill_record(spg, group)) return {};
+  parts::add_tabulated_setting(spg);
+  if (spg.numspg > 0) return {lmix_symmetry_tables::find_hall(spg.hall), {}};
+  const group_on_grid given(spg);
+  if (!given.whole) return {};
+  const auto table = lmix_symmetry_tables::spgr_info();
+  for (std::size_t i = 0; i < table.size(); ++i) {
+    if (table[i].multip != spg.multip || table[i].numlat != spg.numlat ||
+        lmix_symmetry_tables::get_pointgroup_str(table[i].pg) != spg.pg)
+      continue;
+    space_group_type tabulated;
+    const parts::generator_set symbol = parts::get_so_from_hall(table[i].hall);
+    if (symbol.err || !parts::fill_record(tabulated, parts::close_group(symbol.generators)) ||
+        tabulated.spg_lat != spg.spg_lat)
+      continue;
+    const auto p = shift_onto(given, group_on_grid(tabulated));
+    if (!p) continue;
+    road out{static_cast<int>(i) + 1, {}};
+    for (std::size_t k = 0; k < 3; ++k) out.change.t[k] = -static_cast<double>((*p)[k]) / grid;
+    return out;
+  }
+  return {};
+}
+
+/// The same after an exchange of axes, or in the smaller cell of a base that is centred without need (C 4, F 4).
+road by_axes(const parts::closed_group& group) {
+  space_group_type spg;
+  if (group.element.empty() || !parts::fill_record(spg, group)) return {};
+  std::vector<parts::exact_op> op;
+  for (const sym_oper_type& e : spg.symop) op.push_back(parts::exact(e));
+  op.resize(op.size() / spg.latt_trans.size());
+  for (const char* cell : {"x,y,z", "x-y,x+y,z"})
+    for (const char* exchange : {"x,y,z", "y,z,x", "z,x,y"}) {
+      affine first, second;
+      if (parts::read_affine(exchange, first) || parts::read_affine(cell, second)) continue;
+      const affine v = parts::product(second, first);
+      const auto changed = parts::whole_operators(parts::change_axes(op, spg.latt_trans, v));
+      if (!changed) continue;
+      road out = by_shift(parts::close_group(*changed));
+      if (out.row == 0) continue;
+      out.change = parts::product(*parts::inverse(v), out.change);
+      return out;
+    }
+  return {};
+}
+
+/// Axes that no row has: those of the Hall symbol that is found for them.
+road road_to_table(const parts::closed_group& group) {
+  if (const road near = by_axes(group); near.row != 0) return near;
+  const std::string hall = parts::hall_symbol_of(group).symbol;
+  const std::size_t bracket = hall.find('(');
+  if (bracket == std::string::npos) return {};
+  const parts::generator_set plain = parts::get_so_from_hall(hall.substr(0, bracket - 1));
+  if (plain.err) return {};
+  road out = by_axes(parts::close_group(plain.generators));
+  affine change;
+  const std::string text = hall.substr(bracket + 1, hall.size() - bracket - 2);
+  if (text.find(',') != std::string::npos) {
+    if (parts::read_affine(text, change)) return {};
+  } else if (std::sscanf(text.c_str(), "%lf %lf %lf", &change.t[0], &change.t[1], &change.t[2]) == 3) {
+    for (double& t : change.t) t /= 12.0;
+  }
+  out.change = parts::product(change, out.change);
   return out;
 }
 

@@ -4,6 +4,7 @@
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
+#include <filesystem>
 #include <memory>
 #include <system_error>
 #include <utility>
@@ -20,14 +21,23 @@ struct close_file {
   void operator()(std::FILE* file) const { std::fclose(file); }
 };
 
-/// 0 or the system's error number.
+/// Bytes that the file holds by the system's word, 0 for what is no plain file.
+std::size_t size_of(const std::string& path) {
+  std::error_code ec;
+  const auto size = std::filesystem::file_size(path, ec);
+  return ec ? 0 : static_cast<std::size_t>(std::min<std::uintmax_t>(size, largest_file));
+}
+
+/// 0 or the system's error number. The text is given room once where the size is known: one byte more shows that the
+/// file did not grow meanwhile.
 int read_file(const std::string& path, std::vector<char>& text) {
   errno = 0;
   const std::unique_ptr<std::FILE, close_file> file(std::fopen(path.c_str(), "rb"));
   if (!file) return errno != 0 ? errno : EIO;
   std::size_t used = 0;
+  text.resize(size_of(path) + 1);
   while (true) {
-    text.resize(used + std::max(chunk, used));
+    if (used == text.size()) text.resize(used + std::max(chunk, used));
     const std::size_t got = std::fread(text.data() + used, 1, text.size() - used, file.get());
     used += got;
     if (used > largest_file) return EFBIG;

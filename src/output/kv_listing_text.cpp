@@ -1,83 +1,20 @@
 #include "kv_listing_text.hpp"
 
 #include <algorithm>
-#include <array>
 #include <cmath>
 #include <tuple>
 
-#include "kv_background.hpp"
 #include "lmix_string_utilities.hpp"
 
 namespace kv_listing_text {
 
 namespace {
 
-namespace slot = kalvaris_params::slot;
-namespace gslot = kalvaris_params::gslot;
 using apply_shifts::slot_change;
 using kalvaris_params::pattern_type;
 using kalvaris_params::slot_family;
 using kalvaris_params::state_type;
 using lmix_fixed_format::fmt_line;
-
-constexpr std::array profile_table{
-    slot_row{slot::scale, " => Overall scale factor", 8, true},
-    slot_row{slot::bov, " => Overall temperature factor B", 5, true},
-    slot_row{slot::shape1, " => Shape parameter: eta0 or m0", 5, false},
-    slot_row{slot::u, " => Halfwidth parameter U", 6, true},
-    slot_row{slot::v, " => Halfwidth parameter V", 6, true},
-    slot_row{slot::w, " => Halfwidth parameter W", 6, true},
-    slot_row{slot::x, " => X (Lorentzian strain width, or slope of the shape)", 6, true},
-    slot_row{slot::y, " => Y (Lorentzian size width, or slope of the shape)", 6, true},
-    slot_row{slot::gausiz, " => Gaussian size parameter", 6, false},
-    slot_row{slot::lorsiz, " => Lorentzian size parameter", 6, false},
-    slot_row{slot::xi, " => Lorentzian part of the strain, or width slope of eta", 6, false},
-    slot_row{slot::u2, " => Halfwidth parameter U of Lambda2", 6, false},
-    slot_row{slot::v2, " => Halfwidth parameter V of Lambda2", 6, false},
-    slot_row{slot::w2, " => Halfwidth parameter W of Lambda2", 6, false},
-    slot_row{slot::u_r, " => Halfwidth parameter U, right half", 6, false},
-    slot_row{slot::v_r, " => Halfwidth parameter V, right half", 6, false},
-    slot_row{slot::w_r, " => Halfwidth parameter W, right half", 6, false},
-    slot_row{slot::shape1_r, " => Shape parameter eta0, right half", 5, false},
-    slot_row{slot::x_r, " => Slope of eta, right half", 6, false},
-    slot_row{slot::pref1, " => Preferred orientation G1", 5, true},
-    slot_row{slot::pref2, " => Preferred orientation G2", 5, true},
-    slot_row{slot::asy1, " => Asymmetry parameter P1", 5, false},
-    slot_row{slot::asy2, " => Asymmetry parameter P2", 5, false},
-    slot_row{slot::asy3, " => Asymmetry parameter P3", 5, false},
-    slot_row{slot::asy4, " => Asymmetry parameter P4", 5, false},
-    slot_row{slot::s_l, " => Axial divergence S_L", 5, false},
-    slot_row{slot::d_l, " => Axial divergence D_L", 5, false},
-    slot_row{slot::zero_ph, " => Zero shift of the phase", 5, false},
-    slot_row{slot::sycos_ph, " => Displacement of the phase", 5, false},
-    slot_row{slot::sysin_ph, " => Transparency of the phase", 5, false},
-};
-
-constexpr std::array global_table{
-    slot_row{gslot::zero, " => Zero shift", 5, true},
-    slot_row{gslot::sycos, " => SYCOS: displacement, cosine shift", 5, true},
-    slot_row{gslot::sysin, " => SYSIN: transparency, sine shift", 5, true},
-    slot_row{gslot::p0, " => Microabsorption P0", 5, false},
-    slot_row{gslot::cp, " => Microabsorption CP", 5, false},
-    slot_row{gslot::tau, " => Microabsorption Tau", 5, false},
-};
-
-std::string_view background_heading(kv_background::model model) {
-  using kv_background::model::chebychev, kv_background::model::cosine, kv_background::model::file;
-  switch (model) {
-    case chebychev:
-      return " => Chebychev Polynomials Background Parameters ==>";
-    case cosine:
-      return " => Cosine Fourier Background Parameters ==>";
-    case file:
-      return " => Background File Parameters ==>";
-    case kv_background::model::linear_nodes:
-    case kv_background::model::spline_nodes:
-      return " => Background Points ==>";
-    default:
-      return " => Background Polynomial Parameters ==>";
-  }
-}
 
 auto key_of(const slot_change& c) { return std::tuple(static_cast<int>(c.family), c.owner, c.ip, c.k); }
 
@@ -95,23 +32,6 @@ void list(state_type& st, std::string_view lines) {
   kalvaris_inout::out(st.io, kalvaris_inout::unit::listing) << lines << '\n';
 }
 
-std::span<const slot_row> profile_rows() { return profile_table; }
-std::span<const slot_row> global_rows() { return global_table; }
-bool worth_a_line(const slot_row& row, float value, int number) { return row.always || value != 0.f || number != 0; }
-
-std::vector<background_group> background_groups(const pattern_type& pattern) {
-  const bool debye = kv_background::model_of(pattern) == kv_background::model::debye;
-  background_group base{background_heading(kv_background::model_of(pattern)), {}};
-  background_group debye_terms{" => Background Debye-Parameters ==>", {}};
-  background_group user{" => Coefficients of the background profiles ==>", {}};
-  for (const int k : kv_background::slots(pattern))
-    (k >= gslot::user_bk ? user : debye && k >= gslot::debye_amp ? debye_terms : base).slots.push_back(k);
-  std::vector<background_group> groups;
-  for (background_group* g : {&base, &debye_terms, &user})
-    if (!g->slots.empty()) groups.push_back(std::move(*g));
-  return groups;
-}
-
 void put_number(std::string& out, int width, int decimals, double value) {
   std::string fixed;
   lmix_fixed_format::put_f(fixed, width, decimals, value);
@@ -121,6 +41,13 @@ void put_number(std::string& out, int width, int decimals, double value) {
   }
   constexpr int around_mantissa = 8, float_decimals = 5;  // a blank, sign, digit, point, exponent
   lmix_fixed_format::put_pe(out, width, std::clamp(width - around_mantissa, 1, float_decimals), value);
+}
+
+std::string value_line(std::string_view words, int decimals, std::initializer_list<float> values) {
+  constexpr int words_width = 56, number_width = 15;
+  std::string line = fmt_line{}.a(words_width, words).str();
+  for (const float v : values) put_number(line, number_width, decimals, static_cast<double>(v));
+  return line;
 }
 
 std::string quoted(float value, float sigma, int decimals) {

@@ -1,8 +1,8 @@
 // kv_listing_text: pieces of text that the echo of the input, the cycle listing and the summary have in common.
-// It owns the tables that tell how each profile and global parameter is called and printed; it writes no state.
-// Decimals in the tables are the least that a printed value keeps; a value that they would swallow is printed with E.
+// It owns the layout of numbers and rules, and writes no state but the files of the listings.
+// Decimals are the least that a printed value keeps; a value that they would swallow is printed with E.
 #pragma once
-#include <span>
+#include <initializer_list>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -25,29 +25,11 @@ template <class V>
 /// One line, or several with newlines between them, to the listing; a newline is put behind.
 void list(kalvaris_params::state_type& st, std::string_view lines);
 
-/// A slot as a row of a listing.
-struct slot_row {
-  int k = 0;
-  std::string_view words;
-  int decimals = 0;
-  bool always = false;  ///< printed also when it is 0 and fixed
-};
-/// Profile slots of a phase in a pattern, without the cell.
-[[nodiscard]] std::span<const slot_row> profile_rows();
-/// Slots of a pattern before the background. Wavelength and ratio have their own words.
-[[nodiscard]] std::span<const slot_row> global_rows();
-[[nodiscard]] bool worth_a_line(const slot_row& row, float value, int number);
-
-/// Background slots of a pattern in groups, each under its heading.
-struct background_group {
-  std::string_view heading;
-  std::vector<int> slots;
-};
-[[nodiscard]] std::vector<background_group> background_groups(const kalvaris_params::pattern_type& pattern);
-
 /// Appends a number in `width` columns with `decimals` decimals, or with an exponent where these would show fewer than
 /// three digits of it or the field would overflow.
 void put_number(std::string& out, int width, int decimals, double value);
+/// Words and numbers as a line of the listing.
+[[nodiscard]] std::string value_line(std::string_view words, int decimals, std::initializer_list<float> values);
 /// "1.2345(12)" with a standard deviation above 0, else the value with its decimals as in put_number.
 [[nodiscard]] std::string quoted(float value, float sigma, int decimals);
 

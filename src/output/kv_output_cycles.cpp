@@ -5,6 +5,7 @@
 #include <cmath>
 #include <cstdlib>
 
+#include "kv_listed_slots.hpp"
 #include "kv_listing_text.hpp"
 #include "lmix_fixed_format.hpp"
 
@@ -12,8 +13,6 @@ namespace kv_output_cycles {
 
 namespace {
 
-namespace slot = kalvaris_params::slot;
-namespace gslot = kalvaris_params::gslot;
 namespace aslot = kalvaris_params::aslot;
 using kalvaris_params::atom_type;
 using kalvaris_params::mix_type;
@@ -54,7 +53,6 @@ class cycle_listing {
   void profile_block(int ph, int ip);
   void cell_block(const phase_type& phase);
   void pattern_block(int ip);
-  void background_block(const pattern_type& p, int ip);
   void limits();
   void phase_agreement(int ip);
   void slot_line(std::string_view words, int decimals, float value, change_table::moved moved);
@@ -77,11 +75,7 @@ void cycle_listing::heads() {
 }
 
 void cycle_listing::slot_line(std::string_view words, int decimals, float value, change_table::moved moved) {
-  constexpr int words_width = 56, number_width = 15;
-  std::string line = fmt_line{}.a(words_width, words).str();
-  for (const float v : {value, moved.shift, moved.sigma})
-    kv_listing_text::put_number(line, number_width, decimals, static_cast<double>(v));
-  list(st, line);
+  list(st, kv_listing_text::value_line(words, decimals, {value, moved.shift, moved.sigma}));
 }
 
 void cycle_listing::atom_shifts(int ia) {
@@ -173,9 +167,8 @@ void cycle_listing::cell_block(const phase_type& phase) {
 void cycle_listing::profile_block(int ph, int ip) {
   const mix_type& mix = st.mix(ph, ip);
   list(st, fmt_line{}.a("\n ==> PROFILE PARAMETERS FOR PATTERN#").i(3, ip + 1).str());
-  for (const auto& row : kv_listing_text::profile_rows())
-    if (kv_listing_text::worth_a_line(row, at(mix.par, row.k), at(mix.lpar, row.k)))
-      slot_line(row.words, row.decimals, at(mix.par, row.k), changes.of(slot_family::phase, ph, ip, row.k));
+  for (const auto& row : kv_listed_slots::of_phase(st, ph, ip))
+    slot_line(row.words, row.decimals, at(mix.par, row.k), changes.of(slot_family::phase, ph, ip, row.k));
 }
 
 void cycle_listing::phase_block(int ph) {
@@ -205,32 +198,17 @@ void cycle_listing::phase_block(int ph) {
   cell_block(phase);
 }
 
-void cycle_listing::background_block(const pattern_type& p, int ip) {
-  const int nodes = static_cast<int>(p.pos.size());
-  for (const auto& group : kv_listing_text::background_groups(p)) {
-    list(st, group.heading);
-    for (const int k : group.slots) {
-      std::string words = fmt_line{}.x(4).i(4, k - group.slots.front() + 1).str();
-      if (k - gslot::bac < nodes)
-        words += fmt_line{}.a("  at").f(12, 4, static_cast<double>(at(p.pos, k - gslot::bac))).str();
-      constexpr int background_decimals = 4;
-      slot_line(words, background_decimals, at(p.glb, k), changes.of(slot_family::global, ip, ip, k));
-    }
-  }
-}
-
 void cycle_listing::pattern_block(int ip) {
   const pattern_type& p = at(st.pattern, ip);
-  const auto moved = [&](int k) { return changes.of(slot_family::global, ip, ip, k); };
   list(st, kv_listing_text::rule('-'));
   list(st, fmt_line{}.a(" ==> GLOBAL PARAMETERS FOR PATTERN#").i(3, ip + 1).str());
   list(st, kv_listing_text::rule('-'));
-  for (const auto& row : kv_listing_text::global_rows())
-    if (kv_listing_text::worth_a_line(row, at(p.glb, row.k), at(p.lglb, row.k)))
-      slot_line(row.words, row.decimals, at(p.glb, row.k), moved(row.k));
-  if (p.lglb[gslot::lambda] != 0) slot_line(" => Refined wavelength (Lambda1): ", 6, p.lamda[0], moved(gslot::lambda));
-  if (p.lglb[gslot::ratio2] != 0) slot_line(" => Refined ratio(Lamba2/Lambda1): ", 5, p.ratio[1], moved(gslot::ratio2));
-  background_block(p, ip);
+  for (const auto& row : kv_listed_slots::of_pattern(p)) {
+    if (row.k == 0)
+      list(st, row.words);
+    else
+      slot_line(row.words, row.decimals, at(p.glb, row.k), changes.of(slot_family::global, ip, ip, row.k));
+  }
 }
 
 void cycle_listing::limits() {
@@ -283,10 +261,7 @@ void cycle_listing::write() {
     if (intensities_are_current()) phase_agreement(ip);
   }
   const std::string global =
-      fmt_line{}
-          .a(" => Global Chi2 (Bragg contrib.): ")
-          .g(12, 5, static_cast<double>(st.run.t_chi2))
-          .str();
+      fmt_line{}.a(" => Global Chi2 (Bragg contrib.): ").g(12, 5, static_cast<double>(st.run.t_chi2)).str();
   list(st, global);
   kalvaris_inout::console_line(st.io, global);
 }

@@ -5,6 +5,7 @@
 #include <cstdlib>
 #include <string>
 
+#include "kv_listed_slots.hpp"
 #include "kv_listing_text.hpp"
 #include "kv_quantitative.hpp"
 #include "lmix_fixed_format.hpp"
@@ -14,7 +15,6 @@ namespace kv_sumarize {
 namespace {
 
 namespace slot = kalvaris_params::slot;
-namespace gslot = kalvaris_params::gslot;
 namespace aslot = kalvaris_params::aslot;
 using kalvaris_params::agreement_set;
 using kalvaris_params::atom_type;
@@ -87,9 +87,8 @@ void result_writer::atoms(const phase_type& p) {
 void result_writer::profile(int ph, int ip) {
   const mix_type& mix = st.mix(ph, ip);
   sum(st, fmt_line{}.a("\n ==> Profile parameters for pattern#").i(3, ip + 1).str());
-  for (const auto& row : kv_listing_text::profile_rows())
-    if (kv_listing_text::worth_a_line(row, at(mix.par, row.k), at(mix.lpar, row.k)))
-      slot_line(row.words, at(mix.par, row.k), changes.of(slot_family::phase, ph, ip, row.k).sigma, row.decimals);
+  for (const auto& row : kv_listed_slots::of_phase(st, ph, ip))
+    slot_line(row.words, at(mix.par, row.k), changes.of(slot_family::phase, ph, ip, row.k).sigma, row.decimals);
   sum(st, fmt_line{}
               .a(" => Bragg R-factor: ")
               .g(10, 3, static_cast<double>(mix.r_bragg))
@@ -165,19 +164,14 @@ void result_writer::agreement(int ip) {
 
 void result_writer::pattern(int ip) {
   const pattern_type& p = at(st.pattern, ip);
-  const auto sigma = [&](int k) { return changes.of(slot_family::global, ip, ip, k).sigma; };
   sum(st, "\n" + kv_listing_text::rule('-'));
   sum(st, fmt_line{}.a(" ==> GLOBAL PARAMETERS FOR PATTERN#").i(3, ip + 1).str());
   sum(st, kv_listing_text::rule('-'));
-  for (const auto& row : kv_listing_text::global_rows())
-    if (kv_listing_text::worth_a_line(row, at(p.glb, row.k), at(p.lglb, row.k)))
-      slot_line(row.words, at(p.glb, row.k), sigma(row.k), row.decimals);
-  if (p.lglb[gslot::lambda] != 0) slot_line(" => Refined wavelength (Lambda1): ", p.lamda[0], sigma(gslot::lambda), 6);
-  if (p.lglb[gslot::ratio2] != 0) slot_line(" => Refined ratio(Lamba2/Lambda1): ", p.ratio[1], sigma(gslot::ratio2), 5);
-  for (const auto& group : kv_listing_text::background_groups(p)) {
-    sum(st, group.heading);
-    for (const int k : group.slots)
-      slot_line(fmt_line{}.x(4).i(4, k - group.slots.front() + 1).str(), at(p.glb, k), sigma(k), 4);
+  for (const auto& row : kv_listed_slots::of_pattern(p)) {
+    if (row.k == 0)
+      sum(st, row.words);
+    else
+      slot_line(row.words, at(p.glb, row.k), changes.of(slot_family::global, ip, ip, row.k).sigma, row.decimals);
   }
   if (p.refining()) agreement(ip);
   mass_fractions(ip);

@@ -167,6 +167,21 @@ void tell_fitting_layouts(reading& r) {
   }
 }
 
+/// Numbers behind the last point that the header announced: perhaps the header is none, and another layout fits.
+void note_rest(reading& r) {
+  if (r.in_banks || r.noted(notice::unread_rest).cases > 0) return;
+  const layout* const row = find_layout(r.p.instr, r.extension);
+  if (row == nullptr || row->opens_itself || !row->told.extensions.empty()) return;
+  const auto rest = r.file.peek_value();
+  float value = 0.f;
+  if (!rest || !lmix_list_input::read_values(*rest, value).full()) return;
+  r.note(notice::unread_rest, "numbers stand behind the last point, which are not read: \"" +
+                                  std::string(rest->substr(0, 20)) + "\" and so on");
+  const auto here = r.file.save();
+  tell_fitting_layouts(r);
+  r.file.restore(here);
+}
+
 // --- The end of a call ---------------------------------------------------------------------------------------------
 
 template <class T>
@@ -205,6 +220,13 @@ void finish(reading& r) {
       << r.result_values << '\n';
 }
 
+void tell(state_type& st, const std::vector<std::string>& lines) {
+  for (const std::string& line : lines) {
+    kalvaris_inout::console_line(st.io, line);
+    kalvaris_inout::both_listings(st.io, line);
+  }
+}
+
 void tell_notices(reading& r) {
   for (const reading::noticed& entry : r.notices) {
     if (entry.cases == 0) continue;
@@ -213,13 +235,11 @@ void tell_notices(reading& r) {
     kalvaris_inout::mess_cons(r.st.io, text);
     kalvaris_inout::both_listings(r.st.io, text);
   }
+  tell(r.st, r.detail);
 }
 
 void stop(state_type& st, const std::vector<std::string>& detail, const std::string& text) {
-  for (const std::string& line : detail) {
-    kalvaris_inout::console_line(st.io, line);
-    kalvaris_inout::both_listings(st.io, line);
-  }
+  tell(st, detail);
   kalvaris_inout::both_listings(st.io, text);
   kalvaris_inout::stop_cond(st.io, text, true);
 }
@@ -264,10 +284,12 @@ bool take_file(reading& r, int ip) {
   return true;
 }
 
+/// Keeps the file for the next pattern, or lets go of its text: a large one need not be held beside the points.
 void leave_file(reading& r, int ip) {
   kalvaris_params::data_file_type& kept = r.st.data_file;
   if (!next_goes_on(r.st, static_cast<std::size_t>(ip))) {
     kept = {};
+    r.file = {};
     return;
   }
   kept.keep_open = true;
@@ -309,9 +331,10 @@ void readint(state_type& st, int ip) {
     if (r.stop_text != too_many) tell_fitting_layouts(r);
     return stop(st, r.detail, r.stop_text);
   }
+  note_rest(r);
+  leave_file(r, ip);
   finish(r);
   tell_notices(r);
-  leave_file(r, ip);
 }
 
 void prepare_data(state_type& st, int ip) {

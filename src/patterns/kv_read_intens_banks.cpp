@@ -84,6 +84,7 @@ bool keep_point(reading& r, const xy_point& read, float fac_y) {
     var = fac_y;
   }
   if (y < negligible) {
+    note_raised(r, r.x.size(), read.x, y, negligible);
     y = negligible;
     var = fac_y;
   }
@@ -189,7 +190,7 @@ bool time_of_flight_banks(reading& r) {
   p.cnorm = mean_ratio(p.var, p.y);
   detectors_of_points(p);
   check_variances(r, sums.sigma2);
-  p.txv = r.x;
+  p.txv = std::move(r.x);
   return check_step(r, r.file.lines_taken(), p.step);
 }
 

@@ -47,7 +47,7 @@ bool detector_pairs(reading& r) {
   std::vector<float> pairs(2 * static_cast<std::size_t>(p.npts));
   if (!whole_block(r, read_columns(r.file, "(10(i2,f6.0))", pairs), pairs.size(), 2)) return false;
   split_pairs(p, pairs);
-  counts_over_detectors(p, 1.f);
+  counts_over_detectors(r, 1.f);
   constant_grid(p);
   return true;
 }
@@ -149,7 +149,7 @@ bool two_axes(reading& r) {
   std::array<float, 1> run{};
   if (!header_columns(r, "(i10)", run, "the run number behind the data")) return false;
   r.inum = static_cast<int>(run[0]);
-  counts_over_detectors(p, 1.f);
+  counts_over_detectors(r, 1.f);
   constant_grid(p);
   return check_count(r, p.npts);
 }
@@ -198,7 +198,10 @@ bool alternating_lines(reading& r) {
   constant_grid(p);
   p.var.resize(p.y.size());
   for (std::size_t i = 0; i < p.y.size(); ++i) {
-    if (i > 0 && p.y[i] < negligible) p.y[i] = p.y[i - 1];
+    if (i > 0 && p.y[i] < negligible) {
+      note_raised(r, i, p.txv[i], p.y[i], p.y[i - 1]);
+      p.y[i] = p.y[i - 1];
+    }
     p.var[i] = sigma[i] * sigma[i];
     if (sigma[i] < negligible) p.var[i] = 0.f;
     raise_zero_variance(r, i, p.txv[i]);
@@ -248,7 +251,7 @@ bool two_monitors(reading& r) {
   p.npts = static_cast<int>(pairs.size() / 2);
   if (!check_count(r, p.npts)) return false;
   split_pairs(p, pairs);
-  counts_over_detectors(p, p.cnorm);
+  counts_over_detectors(r, p.cnorm);
   p.thmax = static_cast<float>(p.npts - 1) * p.step + p.thmin;
   constant_grid(p);
   return true;
@@ -287,7 +290,7 @@ bool five_triplets(reading& r) {
   p.thmax = r.x.back();
   p.cnorm = mean_ratio(p.var, p.y);
   note_uneven_step(r);
-  p.txv = r.x;
+  p.txv = std::move(r.x);
   return check_step(r, r.file.lines_taken(), p.step);
 }
 

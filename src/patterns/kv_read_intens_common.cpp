@@ -281,10 +281,21 @@ void note_uneven_step(reading& r) {
   }
 }
 
-void counts_over_detectors(pattern_type& p, float factor) {
+void note_raised(reading& r, std::size_t i, float x, float y, float used) {
+  r.note(notice::raised, [&] {
+    return "intensity not above 0:" + point_text(i, x) + ", y = " + number_text(y) + ", " + number_text(used) +
+           " is used";
+  });
+}
+
+void counts_over_detectors(reading& r, float factor) {
+  pattern_type& p = r.p;
   p.var.resize(p.y.size());
   for (std::size_t i = 0; i < p.y.size(); ++i) {
-    if (!(p.y[i] > negligible)) p.y[i] = 1.f;
+    if (!(p.y[i] > negligible)) {
+      note_raised(r, i, static_cast<float>(i) * p.step + p.thmin, p.y[i], 1.f);
+      p.y[i] = 1.f;
+    }
     p.iww[i] = std::max(p.iww[i], 1);
     p.var[i] = p.y[i] * factor / static_cast<float>(p.iww[i]);
   }

@@ -54,7 +54,10 @@ bool keep_point(reading& r, const block_head& head, float count, float raw_monit
   if (!std::isfinite(y) || !std::isfinite(var))
     return r.fail(check_instr, place(r, r.file.lines_taken()) + ": count " + number_text(count) + " and monitor " +
                                    number_text(raw_monitor) + " cannot be normalised");
-  if (std::abs(y) < least) y = 1.f;
+  if (std::abs(y) < least) {
+    note_raised(r, p.y.size(), static_cast<float>(p.y.size()) * p.step + p.thmin, y, 1.f);
+    y = 1.f;
+  }
   p.y.push_back(y);
   p.var.push_back(var);
   return true;

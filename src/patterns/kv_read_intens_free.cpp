@@ -152,7 +152,10 @@ bool variance_of_sigmas(reading& r) {
   p.var.resize(p.y.size());
   if (!read_reals(r, p.var, "standard deviation")) return false;
   for (std::size_t i = 0; i < p.y.size(); ++i) {
-    p.y[i] = std::max(p.y[i], least_intensity);
+    if (p.y[i] < least_intensity) {
+      note_raised(r, i, static_cast<float>(i) * p.step + p.thmin, p.y[i], least_intensity);
+      p.y[i] = least_intensity;
+    }
     p.var[i] *= p.var[i];
     if (!(p.var[i] < least_variance)) continue;
     p.var[i] = 1.f;

@@ -17,6 +17,11 @@ struct bank_line {
   std::string datyp = "STD";
 };
 
+/// How the points of the types FXYE and FXY, which this layout does not have, can be read.
+constexpr std::string_view as_layout_10 =
+    "; lines of x, y and sigma are read with instr = 10 behind a heading of six lines, the first XYDATA, the second "
+    "INTER 0.01 1.0 0 0.0 where x is in hundredths of a degree";
+
 bool find_bank_line(reading& r, std::string_view& line) {
   constexpr int most_lines = 7;
   const bool going_on = r.st.data_file.keep_open;
@@ -28,9 +33,15 @@ bool find_bank_line(reading& r, std::string_view& line) {
     line = *next;
     if (line.starts_with("BANK")) return true;
   }
-  return r.fail(" => Error in the input GSAS-file: BANK not found!",
-                place(r, r.file.lines_taken()) + ": a line that begins with BANK expected among the first " +
-                    std::to_string(most_lines));
+  std::string where = place(r, r.file.lines_taken()) + ": a line that begins with BANK expected among the first " +
+                      std::to_string(most_lines);
+  while (const auto further = r.file.next()) {
+    if (!further->starts_with("BANK")) continue;
+    where += "; it stands in line " + std::to_string(r.file.lines_taken());
+    where += further->find("FXY") == std::string_view::npos ? ", shorten the heading in front of it" : as_layout_10;
+    break;
+  }
+  return r.fail(" => Error in the input GSAS-file: BANK not found!", std::move(where));
 }
 
 /// Numbers of the BANK line; blanks separate its words.
@@ -131,7 +142,7 @@ bool standard_data(reading& r, const bank_line& bank) {
     p.y[i] = pairs ? values[2 * i + 1] : values[i];
     if (pairs) p.iww[i] = static_cast<int>(values[2 * i]);
   }
-  counts_over_detectors(p, 1.f);
+  counts_over_detectors(r, 1.f);
   finish_grid(p);
   return true;
 }
@@ -206,7 +217,7 @@ bool triplets_of_ralf(reading& r, const bank_line& bank) {
   square_sigmas(r, r.x);
   p.cnorm = mean_ratio(p.var, p.y) * static_cast<float>(p.npts) / static_cast<float>(read);
   cut_range(p, r.x);
-  p.txv = r.x;
+  p.txv = std::move(r.x);
   return true;
 }
 
@@ -242,8 +253,9 @@ bool read_gsas(reading& r) {
   }
   if (of_type != nullptr)
     return r.fail(of_type->refusal, place(r, line_number) + ": binning " + bank.bintyp + " of " + bank.datyp + " data");
-  return r.fail(check_instr,
-                place(r, line_number) + ": type of data \"" + bank.datyp + "\" found, STD, ESD or ALT expected");
+  std::string words = place(r, line_number) + ": type of data \"" + bank.datyp + "\" found, STD, ESD or ALT expected";
+  if (bank.datyp.starts_with("FXY")) words += as_layout_10;
+  return r.fail(check_instr, std::move(words));
 }
 
 }  // namespace kv_read_intens

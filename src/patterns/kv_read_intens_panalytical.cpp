@@ -177,7 +177,7 @@ bool finish_free(reading& r, const scan_range& header) {
   p.thmax = r.x.back();
   note_uneven_step(r);
   variance_of_counts(r);
-  p.txv = r.x;
+  p.txv = std::move(r.x);
   return check_step(r, r.file.lines_taken(), p.step);
 }
 

@@ -40,6 +40,7 @@ constexpr std::string_view interrupted = " Program interrupted";
 /// What is worth a line of warning although the reading goes on.
 enum class notice : std::size_t {
   zero_variance,  ///< a variance of 0 stood in the data
+  raised,         ///< an intensity that is not above 0, and what stands for it
   uneven_step,    ///< the step is not constant, or not the one announced
   out_of_order,   ///< points not in the order of their abscissae
   short_data,     ///< fewer points than announced
@@ -150,7 +151,9 @@ bool order_points(reading& r, std::string_view stop_text);
 /// Notice when steps of 2theta depart from the median by more than a tenth of it.
 void note_uneven_step(reading& r);
 /// Counts read with their detectors: below one count 1, below one detector 1, var = factor y/iww.
-void counts_over_detectors(pattern_type& p, float factor);
+void counts_over_detectors(reading& r, float factor);
+/// Notice of an intensity that is not above 0 and of the one that stands for it.
+void note_raised(reading& r, std::size_t i, float x, float y, float used);
 /// Variance equal to the intensity, 1 where that is not above 1e-5.
 void variance_of_counts(reading& r);
 /// Mean of var/max(y, 0.001).

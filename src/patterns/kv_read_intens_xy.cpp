@@ -120,6 +120,7 @@ bool keep_point(reading& r, const xy_heading& heading, const xy_point& read, xy_
     var = 1.f;
   }
   if (y < negligible) {
+    note_raised(r, r.x.size(), x, y, negligible);
     y = negligible;
     var = 1.f;
   }
@@ -208,7 +209,7 @@ bool xy_sigma(reading& r) {
   if (heading.flag != interpolation::none) return interpolate(r, heading);
   p.step = (p.thmax - p.thmin) / static_cast<float>(p.npts - 1);
   note_uneven_step(r);
-  p.txv = r.x;
+  p.txv = std::move(r.x);
   return check_step(r, r.file.lines_taken(), p.step);
 }
 

@@ -167,7 +167,7 @@ void name_parameters(state_type& st) {
     if (s.number < 1 || s.number > st.run.maxs) return;
     const auto n = static_cast<std::size_t>(s.number);
     if (s.code != 0.f && moving[n].empty()) st.parm.valx[n] = s.value;
-    (s.code != 0.f ? moving : standing)[n].push_back(slot_place::of(s));
+    (s.code != 0.f ? moving : standing)[n].push_back(place_of(s));
   });
   for (std::size_t n = 1; n < size; ++n)
     st.parm.nampar[n] = get_nampar(st, moving[n].empty() ? standing[n] : moving[n]);
@@ -234,10 +234,10 @@ std::vector<float> get_n_codes(state_type& st) {
 void check_structure_codes(state_type& st) {
   for (phase_type& phase : st.phase) phase.stfac_nref = true;
   st.for_each_slot([&](const slot_ref& s) {
-    if (s.number < 1 || s.number > st.run.maxs) return;
-    const bool cell = s.family == slot_family::phase && s.k >= slot::cell_a && s.k <= slot::cell_f;
-    if (!cell && s.family != slot_family::atom) return;
-    const int ph = cell ? s.owner : st.atom[static_cast<std::size_t>(s.owner)].phase;
+    if (s.number < 1 || s.number > st.run.maxs || s.family == slot_family::global) return;
+    const bool in_profile = s.family == slot_family::phase && (s.k < slot::cell_a || s.k > slot::cell_f);
+    if (in_profile) return;
+    const int ph = s.family == slot_family::atom ? st.atom[static_cast<std::size_t>(s.owner)].phase : s.owner;
     st.phase[static_cast<std::size_t>(ph)].stfac_nref = false;
   });
 }

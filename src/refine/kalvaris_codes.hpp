@@ -54,8 +54,8 @@ void restore_codes(kalvaris_params::state_type& st);
 /// All raw code words in the order of the slots.
 [[nodiscard]] std::vector<float> get_n_codes(kalvaris_params::state_type& st);
 
-/// Sets stfac_nref of the phases whose structure factors no refined slot changes: none of their atoms, nor the cell
-/// through the form factors. Called once the numbers are settled.
+/// Sets stfac_nref of the phases whose structure factors no refined slot changes: none of their atoms, vectors, bodies
+/// and modes, nor the cell through the form factors. Called once the numbers are settled.
 void check_structure_codes(kalvaris_params::state_type& st);
 
 /// Keeps the real and the imaginary part of the moments of helical phases perpendicular, by values that follow from the
@@ -109,6 +109,9 @@ void set_symmetryconstraints(kalvaris_params::state_type& st);
 // ---- names ----------------------------------------------------------------------------------------------------------
 
 using slot_text::slot_place;
+[[nodiscard]] inline slot_place place_of(const kalvaris_params::slot_ref& s) {
+  return {s.family, s.owner, s.ip, s.k};
+}
 
 /// Name of a slot as a person reads it, such as Scale_ph1_pat1, Cell_A_ph1_pat1, Zero_pat1, X_O1_ph1; an atom that
 /// shares its label with others of the phase counts among them: X_O(2)_ph1.

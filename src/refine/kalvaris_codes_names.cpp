@@ -1,6 +1,9 @@
 #include "kalvaris_codes.hpp"
 
 #include <algorithm>
+#include <string>
+#include <vector>
+
 namespace kalvaris_codes {
 
 namespace {

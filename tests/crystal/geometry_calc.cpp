@@ -248,30 +248,32 @@ TEST(Deviations, SymmetryOfTheSiteAndOfTheCellCounts) {
 }
 
 // Valences of ions in simple structures, cells from the literature at room temperature. A sum within 12 % of the charge
-// is what the method reaches in unstrained crystals.
+// is what the method reaches in unstrained crystals, within 5 % for small ions of high charge.
 TEST(BondValence, SumsAreTheChargesInSimpleStructures) {
   struct row {
     const char *group, *cation, *anion;
     int charge, anion_charge;
-    double a, x_anion, sum;
+    double a, x_anion;
   };
-  for (const row& r :
-       {row{"F m -3 m", "Mg", "O", 2, -2, 4.2112, 0.5, 1.967}, row{"F m -3 m", "Ni", "O", 2, -2, 4.177, 0.5, 1.85},
-        row{"F m -3 m", "Ca", "F", 2, -1, 5.4631, 0.25, 1.94}}) {
+  for (const row& r : {row{"F m -3 m", "Mg", "O", 2, -2, 4.2112, 0.5}, row{"F m -3 m", "Ca", "O", 2, -2, 4.8105, 0.5},
+                       row{"F m -3 m", "Mn", "O", 2, -2, 4.4457, 0.5}, row{"F m -3 m", "Co", "O", 2, -2, 4.2615, 0.5},
+                       row{"F m -3 m", "Ni", "O", 2, -2, 4.177, 0.5}, row{"F m -3 m", "Cd", "O", 2, -2, 4.6953, 0.5},
+                       row{"F m -3 m", "Na", "F", 1, -1, 4.634, 0.5}, row{"F m -3 m", "Ca", "F", 2, -1, 5.4631, 0.25},
+                       row{"P m -3 m", "Ti", "O", 4, -2, 3.905, 0}, row{"P m -3 m", "Sn", "O", 4, -2, 4.116, 0},
+                       row{"P m -3 m", "Hf", "O", 4, -2, 4.171, 0}, row{"P m -3 m", "V", "O", 4, -2, 3.842, 0},
+                       row{"P m -3 m", "Ta", "O", 5, -2, 3.9885, 0}}) {
     const float a = float(r.a);
-    const auto s = structure(cell_of({a, a, a}, {90, 90, 90}), r.group,
-                             {atom("M", r.cation, r.charge, {0, 0, 0}),
-                              atom("X", r.anion, r.anion_charge, {r.x_anion, r.x_anion, r.x_anion})});
+    const auto s =
+        structure(cell_of({a, a, a}, {90, 90, 90}), r.group,
+                  {atom("M", r.cation, r.charge, {0, 0, 0}),
+                   atom("X", r.anion, r.anion_charge, {r.x_anion == 0 ? 0.5 : r.x_anion, r.x_anion, r.x_anion})});
     const auto m = bond_valence_sum(s, 0, 3.0), x = bond_valence_sum(s, 1, 3.0);
-    EXPECT_NEAR(m.sum.value, r.sum, 0.01) << r.cation;  // by hand: n exp((R0 - d)/0.37)
-    EXPECT_NEAR(m.sum.value, r.charge, 0.12 * r.charge) << r.cation;
-    EXPECT_NEAR(x.sum.value * r.charge, -m.sum.value * r.anion_charge, 1e-6);  // neutral formula
+    EXPECT_EQ(m.n_bonds, r.x_anion == 0.25 ? 8 : 6);
+    EXPECT_NEAR(m.sum.value, r.charge, (r.charge < 4 ? 0.12 : 0.05) * r.charge) << r.cation;
+    if (r.x_anion > 0) {  // with the anion alone beside it the formula is neutral
+      EXPECT_NEAR(x.sum.value * r.charge, -m.sum.value * r.anion_charge, 1e-6);
+    }
   }
-  const auto sto = structure(
-      cell_of({3.905f, 3.905f, 3.905f}, {90, 90, 90}), "P m -3 m",
-      {atom("Sr", "Sr", 2, {0.5, 0.5, 0.5}), atom("Ti", "Ti", 4, {0, 0, 0}), atom("O", "O", -2, {0.5, 0, 0})});
-  EXPECT_NEAR(bond_valence_sum(sto, 0, 3.0).sum.value, 12 * std::exp((2.118 - 3.905 * std::sqrt(0.5)) / 0.37), 1e-5);
-  EXPECT_NEAR(bond_valence_sum(sto, 1, 3.0).sum.value, 6 * std::exp((1.815 - 3.905 / 2) / 0.37), 1e-5);
   const auto al = bond_valence_sum(corundum(), 0, 2.5);
   EXPECT_EQ(al.n_bonds, 6);
   EXPECT_NEAR(al.sum.value, 3, 0.1);

@@ -3,11 +3,10 @@
 #include <algorithm>
 
 #include "lmix_crystallographic_symmetry_parts.hpp"
-#include "lmix_symmetry_tables.hpp"
+#include "symmetry_samples.hpp"
 
 namespace {
-using namespace lmix_crystallographic_symmetry;
-namespace tables = lmix_symmetry_tables;
+using namespace symmetry_samples;
 
 parts::closed_group group_of_hall(const std::string& hall) {
   const parts::generator_set set = parts::get_so_from_hall(hall);
@@ -19,12 +18,6 @@ bool same_group(const parts::closed_group& a, const parts::closed_group& b) {
   return a.element.size() == b.element.size() && std::ranges::all_of(a.element, [&](const auto& e) {
            return std::ranges::any_of(b.element, [&](const auto& f) { return parts::equal(e, f); });
          });
-}
-
-space_group_type group_of(std::string_view symbol) {
-  space_group_type spg;
-  EXPECT_FALSE(set_spacegroup(symbol, spg)) << symbol;
-  return spg;
 }
 
 TEST(HallSymbol, IsFoundFromTheOperatorsOfEverySettingWithoutTheTable) {

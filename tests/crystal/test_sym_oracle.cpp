@@ -7,13 +7,11 @@
 #include <cstdlib>
 #include <fstream>
 
-#include "lmix_crystallographic_symmetry.hpp"
-#include "lmix_symmetry_tables.hpp"
+#include "symmetry_samples.hpp"
 
 // Comparison with two independent libraries, Debian's packages python3-gemmi and python3-spglib.
 namespace {
-using namespace lmix_crystallographic_symmetry;
-namespace tables = lmix_symmetry_tables;
+using namespace symmetry_samples;
 
 struct verdict {
   int status = 0;
@@ -79,7 +77,7 @@ TEST(SymmetryOracle, SymbolsReadByTheirLetters) {
   for (const auto& s : tables::spgr_info()) {
     const bool nickname = s.hm.find("(a)") != std::string_view::npos || s.hm.ends_with("a)") || s.hm.ends_with("2a") ||
                           s.hm.ends_with("3a");
-    if (!nickname) rows.push_back({std::string(s.hm) + (s.ext.empty() ? "" : ":" + std::string(s.ext)), s.number});
+    if (!nickname) rows.push_back({symbol_of(s), s.number});
   }
   std::string lines;
   for (const row& t : rows) {

@@ -2,18 +2,10 @@
 
 #include <algorithm>
 
-#include "lmix_crystallographic_symmetry.hpp"
-#include "lmix_symmetry_tables.hpp"
+#include "symmetry_samples.hpp"
 
 namespace {
-using namespace lmix_crystallographic_symmetry;
-namespace tables = lmix_symmetry_tables;
-
-space_group_type group_of(std::string_view symbol, std::string_view mode = {}) {
-  space_group_type spg;
-  EXPECT_FALSE(set_spacegroup(symbol, spg, {}, mode)) << symbol;
-  return spg;
-}
+using namespace symmetry_samples;
 
 // Textbook changes of axes; the rows beyond the table come out as the parser builds them from their symbols.
 TEST(SettingChange, LeadsToTheSettingThatIsMeant) {
@@ -94,25 +86,56 @@ TEST(SettingChange, CellsThatTheRotationsLeaveHaveRealMatrices) {
   EXPECT_TRUE(spgr_equal(out, conventional));
 }
 
-// Orbits do not feel the axes: the multiplicity per lattice point of a position stays what it was.
-TEST(SettingChange, SitesKeepTheirSymmetry) {
-  for (const char* symbol : {"F d -3 m", "R -3 c", "I 41/a m d", "P 63/m m c", "C m c a"}) {
-    SCOPED_TRACE(symbol);
-    const space_group_type spg = group_of(symbol);
-    space_group_type changed;
-    ASSERT_FALSE(setting_change_conv("a+b+c,b+c,c;1/10,0.237,0.4", spg, changed));
-    const auto& table = spg.wyckoff.orbit;
-    for (const auto& w : table) {
-      sym_oper_type position;
-      ASSERT_FALSE(read_xsym(w.str_orig, 0, position, false));
-      const vector3 x = applyso(position, {0.1237f, 0.2183f, 0.3391f});
-      const vector3 shifted{x[0] - 0.1f, x[1] - 0.237f, x[2] - 0.4f};
-      // (a,b,c)P with a' = a+b+c, b' = b+c, c' = c: x' = x, y' = y - x, z' = z - y.
-      const vector3 y{shifted[0], shifted[1] - shifted[0], shifted[2] - shifted[1]};
-      EXPECT_EQ(get_multip_pos_crys(y, changed), get_multip_pos_crys(x, spg)) << w.letter;
-      EXPECT_EQ(get_stabilizerc(y, changed).size(), get_stabilizerc(x, spg).size());
-    }
+// The way to the reference setting is right, and the origin shifts and inversions change no operator. Their number is
+// that of the normaliser: International Tables Vol. A, part 15.
+TEST(SettingInfo, EverySettingKnowsItsReferenceAndItsNormaliser) {
+  const auto shifted = [](const space_group_type& spg, const vector3& by) {
+    setting_matrix to;
+    for (std::size_t i = 0; i < 3; ++i) to.origin[i] = static_cast<double>(by[i]);
+    space_group_type out;
+    EXPECT_FALSE(setting_change_conv(get_trasfm_symbol(to), spg, out));
+    return out;
+  };
+  for (const auto& s : tables::spgr_info()) {
+    SCOPED_TRACE(s.hall);
+    const space_group_type spg = group_of(s.hall, "HAL");
+    const setting_info info = get_setting_info(spg);
+    EXPECT_EQ(info.numspg, s.number);
+    EXPECT_EQ(info.schoenflies, s.schoenflies);
+    space_group_type reference, back;
+    ASSERT_FALSE(setting_change_conv(info.to_reference, spg, reference)) << info.to_reference;
+    EXPECT_TRUE(spgr_equal(reference, group_of(info.reference)));
+    ASSERT_FALSE(setting_change_conv(info.from_reference, reference, back)) << info.from_reference;
+    EXPECT_TRUE(spgr_equal(back, spg));
+    for (const vector3& shift : info.shifts) EXPECT_TRUE(spgr_equal(shifted(spg, shift), spg));
+    for (const auto& u : info.polar)
+      EXPECT_TRUE(spgr_equal(shifted(spg, {0.37f * u[0], 0.37f * u[1], 0.37f * u[2]}), spg));
+    // Eleven pairs of groups are mirror images of each other: these alone have no inversion.
+    constexpr int chiral[] = {76,  78,  91,  95,  92,  96,  144, 145, 151, 153, 152,
+                              154, 169, 170, 171, 172, 178, 179, 180, 181, 212, 213};
+    EXPECT_EQ(info.invertible, spg.centred == centring_code::acentric && !std::ranges::count(chiral, s.number));
+    if (!info.invertible) continue;
+    space_group_type inverted = shifted(spg, info.inversion);  // about the centre: t becomes -t
+    for (auto& op : inverted.symop) op.tr = modulo_lat({-op.tr[0], -op.tr[1], -op.tr[2]});
+    EXPECT_TRUE(spgr_equal(inverted, shifted(spg, info.inversion)));
   }
+  struct row {
+    const char* symbol;
+    std::size_t polar, shifts;
+  };
+  for (const row& t : {row{"P 1", 3, 0}, row{"P -1", 0, 3}, row{"P 1 m 1", 2, 1}, row{"P n m a", 0, 3},
+                       row{"P 41", 1, 1}, row{"P 3", 1, 1}, row{"P 63", 1, 0}, row{"F -4 3 m", 0, 1},
+                       row{"F d -3 m", 0, 1}, row{"I a -3 d", 0, 0}, row{"P 4/m m m", 0, 2}}) {
+    EXPECT_EQ(get_setting_info(group_of(t.symbol)).polar.size(), t.polar) << t.symbol;
+    EXPECT_EQ(get_setting_info(group_of(t.symbol)).shifts.size(), t.shifts) << t.symbol;
+  }
+  EXPECT_EQ(get_setting_info(group_of("F -4 3 m")).shifts[0], (vector3{0.25f, 0.25f, 0.25f}));
+  space_group_type changed, reference;  // a setting of no table, about an odd origin
+  ASSERT_FALSE(setting_change_conv("a+b,-a+b,c;1/10,0.237,-1/8", group_of("I 41/a m d"), changed));
+  const setting_info far = get_setting_info(changed);
+  EXPECT_EQ(far.numspg, 141);
+  ASSERT_FALSE(setting_change_conv(far.to_reference, changed, reference)) << far.to_reference;
+  EXPECT_TRUE(spgr_equal(reference, group_of(far.reference)));
 }
 
 TEST(MultiplicationTable, IsALatinSquareOverTheOperators) {

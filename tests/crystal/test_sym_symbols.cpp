@@ -1,11 +1,9 @@
 #include <gtest/gtest.h>
 
-#include "lmix_crystallographic_symmetry.hpp"
-#include "lmix_symmetry_tables.hpp"
+#include "symmetry_samples.hpp"
 
 namespace {
-using namespace lmix_crystallographic_symmetry;
-namespace tables = lmix_symmetry_tables;
+using namespace symmetry_samples;
 
 TEST(SpaceGroupSymbol, IsReadAsUsersWriteIt) {
   struct row {
@@ -13,40 +11,30 @@ TEST(SpaceGroupSymbol, IsReadAsUsersWriteIt) {
     const char* symbol;
     const char* hall;
   };
-  for (const row t : {
-           row{"P n m a", "P n m a", "-P 2ac 2n"},
-           row{"Pnma", "P n m a", "-P 2ac 2n"},
-           row{"  PNMA ", "P n m a", "-P 2ac 2n"},
-           row{"p  n m  a", "P n m a", "-P 2ac 2n"},
-           row{"62", "P n m a", "-P 2ac 2n"},
-           row{"P 63 m c", "P 63 m c", "P 6c -2c"},
-           row{"P63mc", "P 63 m c", "P 6c -2c"},
-           row{"P6_3mc", "P 63 m c", "P 6c -2c"},
-           row{"R -3 c", "R -3 c", "-R 3 2\"c"},
-           row{"R-3c:H", "R -3 c", "-R 3 2\"c"},
-           row{"R -3 c:R", "R -3 c:R", "-P 3* 2n"},
-           row{"167:r", "R -3 c:R", "-P 3* 2n"},
-           row{"F d -3 m", "F d -3 m", "-F 4vw 2vw 3"},
-           row{"Fd3m", "F d -3 m", "-F 4vw 2vw 3"},
-           row{"227", "F d -3 m", "-F 4vw 2vw 3"},
-           row{"227:2", "F d -3 m", "-F 4vw 2vw 3"},
-           row{"227:1", "F d -3 m:1", "F 4d 2 3 -1d"},
-           row{"F d -3 m : 1", "F d -3 m:1", "F 4d 2 3 -1d"},
-           row{"I a -3", "I a -3", "-I 2b 2c 3"},
-           row{"I a 3", "I a -3", "-I 2b 2c 3"},
-           row{"C 2/c", "C 1 2/c 1", "-C 2yc"},
-           row{"C 1 2/C 1", "C 1 2/c 1", "-C 2yc"},
-           row{"P 21/c", "P 1 21/c 1", "-P 2ybc"},
-           row{"P21/n", "P 1 21/n 1", "-P 2yn"},
-           row{"15:c1", "A 1 1 2/a", "-A 2a"},
-           row{"C m c e", "C m c a", "-C 2ac 2"},
-           row{"P 21 3", "P 21 3", "P 2ac 2ab 3"},
-           row{"P 4/n:1", "P 4/n:1", "P 4ab -1ab"},
-           row{"1", "P 1", "P 1"},
-           row{"-P 2ac 2n", "P n m a", "-P 2ac 2n"},
-           row{"P 31 2 (0 0 4)", "P 31 1 2", "P 31 2 (0 0 4)"},
-           row{"-f 4vw 2vw 3", "F d -3 m", "-F 4vw 2vw 3"},
-       }) {
+  for (const row t : {row{"P n m a", "P n m a", "-P 2ac 2n"},
+                      row{"Pnma", "P n m a", "-P 2ac 2n"},
+                      row{"  PNMA ", "P n m a", "-P 2ac 2n"},
+                      row{"62", "P n m a", "-P 2ac 2n"},
+                      row{"P 63 m c", "P 63 m c", "P 6c -2c"},
+                      row{"P6_3mc", "P 63 m c", "P 6c -2c"},
+                      row{"R -3 c", "R -3 c", "-R 3 2\"c"},
+                      row{"R-3c:H", "R -3 c", "-R 3 2\"c"},
+                      row{"R -3 c:R", "R -3 c:R", "-P 3* 2n"},
+                      row{"167:r", "R -3 c:R", "-P 3* 2n"},
+                      row{"Fd3m", "F d -3 m", "-F 4vw 2vw 3"},
+                      row{"227", "F d -3 m", "-F 4vw 2vw 3"},
+                      row{"227:2", "F d -3 m", "-F 4vw 2vw 3"},
+                      row{"227:1", "F d -3 m:1", "F 4d 2 3 -1d"},
+                      row{"F d -3 m : 1", "F d -3 m:1", "F 4d 2 3 -1d"},
+                      row{"I a 3", "I a -3", "-I 2b 2c 3"},
+                      row{"C 2/c", "C 1 2/c 1", "-C 2yc"},
+                      row{"P21/n", "P 1 21/n 1", "-P 2yn"},
+                      row{"15:c1", "A 1 1 2/a", "-A 2a"},
+                      row{"C m c e", "C m c a", "-C 2ac 2"},
+                      row{"P 4/n:1", "P 4/n:1", "P 4ab -1ab"},
+                      row{"-P 2ac 2n", "P n m a", "-P 2ac 2n"},
+                      row{"P 31 2 (0 0 4)", "P 31 1 2", "P 31 2 (0 0 4)"},
+                      row{"-f 4vw 2vw 3", "F d -3 m", "-F 4vw 2vw 3"}}) {
     SCOPED_TRACE(t.text);
     space_group_type spg;
     const err_symm_type err = set_spacegroup(t.text, spg);
@@ -85,33 +73,31 @@ TEST(SpaceGroupSymbol, UnknownTextIsRefusedAndLeavesAnEmptyRecord) {
     const char* mode;
     const char* words;
   };
-  for (const row t : {
-           row{"", "", "Error in the provided symbol/number of the space group"},
-           row{"0", "", " Number of Space Group out of limits"},
-           row{"231", "", "[1,230]"},
-           row{"99999999999999999999", "", " Number of Space Group out of limits"},
-           row{"62:3", "", "Error in the provided symbol/number of the space group"},
-           row{"P n m a:R", "", "no setting choice 'R'"},
-           row{"P n m a:", "", "no setting choice"},
-           row{":1", "", " Wrong space-group symbol: "},
-           row{"P n m z", "", " Wrong space-group symbol: P n m z"},
-           row{"P n m z", "HMS", " Wrong space-group symbol: P n m z"},
-           row{"P n m z", "ITC", " => the HM symbol or the number is incorrect "},
-           row{"Q 2", "HAL", " Wrong space-group symbol: "},
-           row{"P", "HAL", " Wrong space-group symbol: "},
-           row{"P 5", "HAL", " Wrong space-group symbol: "},
-           row{"P 2 (0 0", "HAL", " Wrong space-group symbol: "},
-           row{"P 2 (0 0 x)", "HAL", " Wrong space-group symbol: "},
-           row{"P 22", "HAL", " not allowed Screw axis: "},
-           row{"P -31", "HAL", " not allowed Screw axis: "},
-           row{"P 4*", "HAL", " Axes rotation wrong"},
-           row{"P 2xy", "HAL", " Axes rotation wrong"},
-           row{"P 2 4", "HAL", " Axes rotation wrong"},
-           row{"P 6 4x", "HAL", " Wrong space-group symbol: "},  // no finite group
-           row{"P 1", "XYZ", " Space Group Not Defined... Blank Option"},
-           row{"P 1", "GEN", " Generators should be provided in GEN calling Set_SpaceGroup"},
-           row{"P 1", "FIX", " Generators should be provided if FIX option is Used"},
-       }) {
+  for (const row t : {row{"", "", "Error in the provided symbol/number of the space group"},
+                      row{"0", "", " Number of Space Group out of limits"},
+                      row{"231", "", "[1,230]"},
+                      row{"99999999999999999999", "", " Number of Space Group out of limits"},
+                      row{"62:3", "", "Error in the provided symbol/number of the space group"},
+                      row{"P n m a:R", "", "no setting choice 'R'"},
+                      row{"P n m a:", "", "no setting choice"},
+                      row{":1", "", " Wrong space-group symbol: "},
+                      row{"P n m z", "", " Wrong space-group symbol: P n m z"},
+                      row{"P n m z", "HMS", " Wrong space-group symbol: P n m z"},
+                      row{"P n m z", "ITC", " => the HM symbol or the number is incorrect "},
+                      row{"Q 2", "HAL", " Wrong space-group symbol: "},
+                      row{"P", "HAL", " Wrong space-group symbol: "},
+                      row{"P 5", "HAL", " Wrong space-group symbol: "},
+                      row{"P 2 (0 0", "HAL", " Wrong space-group symbol: "},
+                      row{"P 2 (0 0 x)", "HAL", " Wrong space-group symbol: "},
+                      row{"P 22", "HAL", " not allowed Screw axis: "},
+                      row{"P -31", "HAL", " not allowed Screw axis: "},
+                      row{"P 4*", "HAL", " Axes rotation wrong"},
+                      row{"P 2xy", "HAL", " Axes rotation wrong"},
+                      row{"P 2 4", "HAL", " Axes rotation wrong"},
+                      row{"P 6 4x", "HAL", " Wrong space-group symbol: "},  // no finite group
+                      row{"P 1", "XYZ", " Space Group Not Defined... Blank Option"},
+                      row{"P 1", "GEN", " Generators should be provided in GEN calling Set_SpaceGroup"},
+                      row{"P 1", "FIX", " Generators should be provided if FIX option is Used"}}) {
     SCOPED_TRACE(std::string(t.text) + "|" + t.mode);
     space_group_type spg;
     spg.multip = 7;
@@ -201,6 +187,17 @@ TEST(Operators, HaveTheirSymbolsOfInternationalTables) {
   }
 }
 
+TEST(Operators, ProductsAndLikeness) {
+  const sym_oper_type screw{{{{-1, 0, 0}, {0, -1, 0}, {0, 0, 1}}}, {0.5f, 0.f, 0.5f}};
+  EXPECT_EQ(product_symop(screw, screw), (sym_oper_type{sym_oper_type{}.rot, {0.f, 0.f, 1.f}}));
+  EXPECT_EQ(sym_prod(screw, screw), sym_oper_type{});
+  sym_oper_type centred = screw;
+  centred.tr = {0.f, -0.5f, 1.5f};
+  EXPECT_FALSE(equal_symop(screw, centred));
+  EXPECT_TRUE(equiv_symop(screw, centred, latsym('C')));
+  EXPECT_FALSE(equiv_symop(screw, centred, latsym('I')));
+}
+
 TEST(Lattice, CentringVectorsAreToldByTheirLetter) {
   struct row {
     vector3 v;
@@ -226,6 +223,9 @@ TEST(Tables, OlderSpellingsFoldOnThePresentOnes) {
   EXPECT_EQ(tables::get_pointgroup_num("-3m1"), tables::get_pointgroup_num("-3m"));
   EXPECT_EQ(tables::get_laue_class(0), "-1");
   EXPECT_EQ(tables::get_laue_class(231), "-1");
+  for (const char* text : {"19", "P 21 21 21", "p212121"})
+    EXPECT_EQ(tables::get_generators(text), &tables::spg_gen()[18]) << text;
+  for (const char* text : {"", "0", "231", "P b n m", "Q"}) EXPECT_EQ(tables::get_generators(text), nullptr) << text;
 }
 
 }  // namespace

@@ -2,7 +2,6 @@
 
 #include "kv_final_calc_out.hpp"
 #include "kv_output_cycles.hpp"
-#include "kv_running_output.hpp"
 #include "kv_sumarize.hpp"
 #include "output_state.hpp"
 
@@ -15,7 +14,6 @@ using testing::HasSubstr;
 using testing::Not;
 
 class CycleListing : public Output {};
-class Echo : public Output {};
 class Summary : public Output {};
 class FinalStage : public Output {};
 
@@ -144,54 +142,6 @@ TEST_F(CycleListing, ReflectionsCarryObservedAndCalculatedF2PerReflection) {
   open(st);
   kv_output_cycles::write_reflections(st, 0);
   EXPECT_THAT(line_with(listing(st), "     1   1   -1"), testing::EndsWith("       100.000       100.000"));
-}
-
-TEST_F(Echo, TellsConditionsRangeParametersAndCodes) {
-  kp::state_type st = small_state();
-  refine_three(st);
-  st.run.mat = 1;
-  st.pattern[0].istep = 2;
-  st.pattern[0].nexcrg = 1;
-  st.pattern[0].lglb[kp::gslot::zero] = 4, st.pattern[0].aglb[kp::gslot::zero] = 0.5f;
-  open(st);
-  kv_running_output::echo_conditions(st);
-  kv_running_output::echo_data(st, 0);
-  kv_running_output::echo_phases(st);
-  const std::string text = listing(st);
-  std::size_t from = 0;
-  for (const char* words : {" ==> CONDITIONS OF THIS RUN FOR PATTERN No.:  1",
-                            " => Refinement, neutron data",
-                            " => Number of phases:   1",
-                            " => Number of excluded regions:   1",
-                            " => Conventional weights: w=1.0/Variance(yobs)",
-                            " => Background refined by polynomial function",
-                            " ==> INPUT/OUTPUT OPTIONS:",
-                            " => Output Correlation Matrix",
-                            " => Wavelengths:   1.500000  1.500000",
-                            "      From   21.5000 to   22.0000",
-                            " => Number of cycles:     5",
-                            " => The number of data points has been reduced by a factor of    2",
-                            " ==> Angular range, step and number of points:",
-                            "  No. of points:     21",
-                            " => Phase No.  1  Phase 1",
-                            "Hermann-Mauguin Symbol: P m -3 m",
-                            "Direct Cell Volume =    125.0000",
-                            " => Atom parameters and codes ==>",
-                            "\n  Al1 ",
-                            "21.00",
-                            " => Overall scale factor",
-                            " => Global parameters and codes ==>",
-                            " => Zero shift",
-                            " => Background Polynomial Parameters ==>",
-                            " => Number of Least-Squares parameters varied:     3"}) {
-    const std::size_t found = text.find(words, from);
-    ASSERT_NE(found, std::string::npos) << words;
-    from = found;
-  }
-  EXPECT_THAT(line_with(text, " => Overall scale factor"), testing::EndsWith("2.00000000          11.00"));
-  EXPECT_THAT(line_with(text, " => Zero shift"), testing::EndsWith("0.12500          40.50"));
-  EXPECT_EQ(text.find("Analysis of refinement"), std::string::npos);
-  EXPECT_EQ(text.find("PATTERN number"), std::string::npos);  // only with several
 }
 
 TEST_F(Summary, QuotesValuesWithTheirStandardDeviations) {

@@ -627,7 +627,7 @@ TEST(DataFormats, FailuresSayWhatStoodWhere) {
            row{"bank in line 8",
                {12, "1\n2\n3\n4\n5\n6\n7\nBANK 1 2 1 CONST 1 1 0 0 STD\n"},
                " => Error in the input GSAS-file: BANK not found!",
-               "first 7"},
+               "first 7; it stands in line 8, shorten the heading"},
            row{"STD",
                {12, "BANK 1 12 3 RALF 1 1 0 0 STD\n"},
                " => Only BINTYP=CONST is allowed for standard data",
@@ -731,6 +731,10 @@ TEST(DataFormats, WhatIsNotAsItShouldBeGetsOneLineWithTheFirstPlace) {
   for (const row& t : {
            row{{0, "1 1 4\n5 0 0 8\n"}, "no counts, so no variance: point 2, x = 2.00000, 1 is used (the first of 2)"},
            row{{10, head + "1 5 1\n2 5 0\n3 5 1\n"}, "variance 0: point 2, x = 2.00000, line 8"},
+           row{{10, head + "1 5 1\n2 -5 1\n3 0 1\n"},
+               "intensity not above 0: point 2, x = 2.00000, y = -5.00000, 0.100000E-04 is used (the first of 2)"},
+           row{{1, "1 1 3\n 1     5 1     0 1     7\n"},
+               "intensity not above 0: point 2, x = 2.00000, y = 0.00000, 1.0"},
            row{{10, head + twelve + "14 5 1\n"}, "step is not constant: point 13, x = 14.0000, step 2.00000"},
            row{{10, head + twelve + "11.5 5 1\n"}, "points out of order, sorted by x: point 13, x = 11.5000 after 12"},
            row{{10, head + twelve + "12 5 1\n"}, "two points at one abscissa: point 13"},
@@ -751,6 +755,9 @@ TEST(DataFormats, WhatIsNotAsItShouldBeGetsOneLineWithTheFirstPlace) {
            row{{13, file_udf(12).substr(0, 140) + "\n", ".udf"}, "fewer points than announced"},
            row{{13, file_jcp(10), ".jcp"}, "fewer points than announced: 6 of 10"},
            row{{14, "t\nBANK 1\n1 5 1\n2 5 1\n3 x 1\n"}, "the bank ends at line 5"},
+           row{{0, "1 1 4\n5 6 7 8\n9 10\n"}, "numbers stand behind the last point, which are not read: \"9 10\""},
+           row{{8, file_8(22) + "       1\n"}, "numbers stand behind the last point"},
+           row{{4, file_10(12)}, "The whole file can be read with instr = 10"},
        }) {
     SCOPED_TRACE(std::to_string(t.file.instr) + ": " + t.told);
     data_run run(t.file.instr, t.file.content, t.file.extension);

@@ -251,33 +251,6 @@ TEST(ReadintThinning, KeepsEveryNthPointFromTheFirst) {
   EXPECT_EQ(none.read().stopped, " Error on Intensity file, check your instr parameter!");
 }
 
-/// A file that is cut anywhere, or in which any byte is spoilt, ends well or with a text, and leaves sound points.
-TEST(ReadintHostile, CutAndSpoiltFilesNeverBreakTheState) {
-  const std::string layout_0 = "title\n10.0 0.5 12 TSAMP 4\n1 22 3.5 2*4\n";
-  const std::string layout_10 = "XYDATA\nINTER 1 1 2 0.25\nTEMP 4\na\nb\nc\n1 2 3\n1.5 2.5 1\n2. 4 .5\n";
-  const std::string bytes = std::string("\0\xff,/*-eE.9 \n", 12);
-  for (const auto& [instr, whole] : {std::pair{0, layout_0}, std::pair{10, layout_10}}) {
-    std::vector<std::string> contents;
-    for (std::size_t n = 0; n <= whole.size(); ++n) contents.push_back(whole.substr(0, n));
-    for (std::size_t n = 0; n < whole.size(); ++n)
-      for (const char c : bytes) contents.push_back(std::string(whole).replace(n, 1, 1, c));
-    data_run run(instr, "");
-    for (const std::string& content : contents) {
-      run.write("d.dat", content);
-      run.stopped.clear();
-      run.read();
-      if (!run.stopped.empty()) continue;
-      const pattern_type& p = run.pattern();
-      ASSERT_GE(p.npts, 2) << content;
-      ASSERT_EQ(p.txv.size(), static_cast<std::size_t>(p.npts) + 1) << content;
-      for (std::size_t i = 0; i < p.y.size(); ++i) {
-        ASSERT_TRUE(std::isfinite(p.y[i]) && std::isfinite(p.txv[i])) << content;
-        ASSERT_GT(p.var[i], 0.f) << content;
-      }
-    }
-  }
-}
-
 TEST(PrepareData, UnitWeightsAndPlotOfFreeAbscissae) {
   data_run run(10, comments() + "1 10 3\n2 20 3\n");
   run.pattern().iwgt = 2;

@@ -109,6 +109,32 @@ TEST(ResolutionFile, LeavesTheSampleToTheParameters) {
   }
 }
 
+TEST(ResolutionFile, EachPatternHasItsOwn) {
+  const std::string code = "corundum_joint", data = code + "_x.dat";
+  const directory where(code);
+  const auto plain = where.run_and_keep(code, data);
+  ASSERT_TRUE(plain.reached_end) << plain.console;
+  where.put("x.irf", "X-rays\n0.003 0 0.001\n0 0.01 0\n");
+  where.put("n.irf", "neutrons\nNEUC\n0.1 -0.1 0.1\n0 0 0\n");
+  std::string changed = program_run::with(where.get(code + ".pcr"), "!Mat Nxt", "x.irf\nn.irf\n!Mat Nxt");
+  constexpr std::size_t long_res_word = 8, second_block = 14;
+  const char* const widths = "!       U  ";
+  struct share_in_file {
+    std::size_t below, word;
+    const char* start;
+  };
+  for (const std::size_t below : {1u, 2u}) changed = with_word(changed, "!Job Npr Nba", below, long_res_word, "1");
+  for (const share_in_file& t : {share_in_file{1, 0, "0.006"}, share_in_file{1, 2, "0.004"},
+                                 share_in_file{1, 4, "0.025"}, share_in_file{second_block, 0, "0.1"},
+                                 share_in_file{second_block, 1, "-0.23"}, share_in_file{second_block, 2, "0.2"}})
+    changed = with_word(changed, widths, t.below, t.word, t.start);
+  where.put("irf.pcr", changed);
+  const auto run = where.run_and_keep("irf", data);
+  ASSERT_TRUE(run.reached_end) << run.console;
+  expect_same_sample(*plain.state, *run.state,
+                     {{15, 0.003}, {16, 0.001}, {17, 0.01}, {22, 0.1}, {23, -0.1}, {24, 0.1}});
+}
+
 TEST(ResolutionFile, FaultsStopTheRunWithTheirPlace) {
   struct row {
     const char* content;

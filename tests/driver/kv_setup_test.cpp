@@ -1,0 +1,116 @@
+// The set-up stage: what it refuses before anything is calculated, and the temperatures of a series.
+#include "kv_setup.hpp"
+
+#include <gmock/gmock.h>
+
+#include <filesystem>
+#include <fstream>
+#include <functional>
+#include <sstream>
+
+namespace {
+
+using kalvaris_params::state_type;
+using testing::HasSubstr;
+
+/// A pattern that is calculated on 1001 points, one phase without atoms.
+state_type calculated_pattern(std::ostream& console) {
+  state_type st;
+  st.pattern.resize(1);
+  st.phase.resize(1);
+  st.mixes.resize(1);
+  auto& p = st.pattern[0];
+  p.thmin = 10.f, p.step = 0.1f, p.thmax = 110.f;
+  st.phase[0].jbt = 2;
+  EXPECT_FALSE(lmix_crystal_metrics::set_crystal_cell({4.f, 4.f, 4.f}, {90.f, 90.f, 90.f}, st.phase[0].cellp).err_crys);
+  EXPECT_FALSE(set_spacegroup("P m -3 m", st.phase[0].spgr).err_symm);
+  auto& mix = st.mixes[0];
+  mix.npro = 5;
+  for (int i = 0; i < 6; ++i) mix.par[static_cast<std::size_t>(kalvaris_params::slot::cell_a + i)] = i < 3 ? 4.f : 90.f;
+  mix.par[kalvaris_params::slot::w] = 0.01f;
+  st.io.console = &console;
+  return st;
+}
+
+/// The words of the stop or the refusal, and the console.
+std::string words_of_set_up(state_type& st, const std::ostringstream& console) {
+  std::string words;
+  try {
+    kv_setup::write_out(st);
+  } catch (const kalvaris_inout::run_stopped& stop) {
+    words = "stopped:" + stop.text + '\n';
+  }
+  for (int i = 0; i < st.fmt.mess_findfmt.nlines; ++i)
+    words += st.fmt.mess_findfmt.txt[static_cast<std::size_t>(i)] + '\n';
+  return words + console.str();
+}
+
+TEST(SetUp, RefusesWhatCannotBeCalculated) {
+  const auto filter = [](float window) {
+    return [=](state_type& st) { st.pattern[0].nbckgd = 2, st.pattern[0].isbac = -1, st.pattern[0].fwindow = window; };
+  };
+  struct row {
+    std::function<void(state_type&)> change;
+    std::vector<const char*> words;
+    bool goes_on = false;
+  };
+  for (const row& t : {
+           row{[](state_type&) {}, {}, true},
+           row{[](state_type& st) { st.pattern[0].jobtyp = 7; }, {" Invalid JOBTYP 7\n"}},
+           row{[](state_type& st) { st.run.icryg = 2; }, {"stopped:Montecarlo search for 0 parameters???\n"}},
+           row{[](state_type& st) { st.run.icryg = -3; }, {"stopped:Simulated Annealing for 0 parameters???\n"}},
+           row{[](state_type& st) { st.run.icryg = 3, st.run.limits.resize(1); }, {"searches (Cry) are not available"}},
+           row{[](state_type& st) { st.pattern[0].step = 0.f; }, {"Error in the range of pattern: 1\n"}},
+           row{[](state_type& st) { st.pattern[0].thmax = 10.01f; }, {"must give at least 2 points\n"}},
+           row{[](state_type& st) { st.dim.maxpoint = 1001; }, {}, true},
+           row{[](state_type& st) { st.dim.maxpoint = 1000; }, {"stopped: Too many data points NPTS>MaxPOINT!\n"}},
+           row{[](state_type& st) { st.pattern[0].step = 1e-30f; }, {"stopped: Too many data points NPTS>MaxPOINT!\n"}},
+           row{filter(166.f), {}, true},
+           row{filter(165.f),
+               {"=> The provided Window for Fourier filtering is too small! It should be larger than NPTS/6 !\n",
+                "=> The provided Window has been changed to     166.00\n"},
+               true},
+           row{filter(2.1e6f),
+               {"Too many data points for Fourier filtering, NPTS=     1001\n", "FWINDOW=    2100000.0\n",
+                "Power of 2 higher than 2*(NPTS+FWINDOW)-> M(2^k)=        8388608\n",
+                "M(2^k) should be less than  4194304\n",
+                "stopped: You should diminish your maximum 2Theta/TOF/En !\n"}},
+       }) {
+    std::ostringstream console;
+    state_type st = calculated_pattern(console);
+    t.change(st);
+    const std::string words = words_of_set_up(st, console);
+    SCOPED_TRACE(words);
+    for (const char* w : t.words) EXPECT_THAT(words, HasSubstr(w));
+    EXPECT_EQ(words.find("stopped:") == words.npos && st.fmt.ierr_fmt == 0, t.goes_on);
+    EXPECT_EQ(st.pattern[0].refl.size() > 0, t.goes_on);
+  }
+}
+
+TEST(SetUp, TemperatureOfAStepStandsInTheListOfTheSeries) {
+  struct row {
+    const char* list;
+    int processed;
+    float temperature;  ///< 0: refused
+    const char* reason = "";
+  };
+  const auto file = std::filesystem::temp_directory_path() / "kv_setup_temperatures.txt";
+  for (const row& t :
+       {row{"10.5\n20\n30 K\n", 0, 10.5f}, row{"10.5\n20\n30 K\n", 2, 30.f},
+        row{"! furnace\n\n# C\n1.0D2\r\n4\n", 0, 100.f}, row{"10\n20\n", 2, 0.f, "2 temperatures, none for step 3"},
+        row{"10\nwarm\n", 1, 0.f, "line 2 holds no temperature"}, row{"", 0, 0.f, "none for step 1"},
+        row{"nan\n", 0, 0.f, "line 1 holds no temperature"}, row{nullptr, 0, 0.f, "No such file"}}) {
+    SCOPED_TRACE(t.list != nullptr ? t.list : "no file");
+    std::filesystem::remove(file);
+    if (t.list != nullptr) std::ofstream(file) << t.list;
+    state_type st;
+    st.io.filetemp = file.string(), st.io.file_temp = true, st.io.processed = t.processed;
+    const auto value = kv_setup::read_filetemp(st);
+    EXPECT_EQ(value.value_or(0.f), t.temperature);
+    EXPECT_EQ(st.io.file_error, t.temperature == 0.f);
+    EXPECT_THAT(st.io.file_error_mess, HasSubstr(t.reason));
+  }
+  std::filesystem::remove(file);
+}
+
+}  // namespace
