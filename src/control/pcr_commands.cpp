@@ -30,6 +30,17 @@ std::vector<std::string> split(std::string_view line) {
 
 }  // namespace
 
+bool is_parameter_word(std::string_view word) {
+  using lmix_string_utilities::u_case;
+  const std::string upper = u_case(word);
+  const auto same = [&](std::string_view known) { return u_case(known) == upper; };
+  const auto counted = [&](std::string_view known) {
+    int number = 0;
+    return upper.starts_with(u_case(known)) && lmix_fixed_format::parse_integer(upper.substr(known.size()), number);
+  };
+  return std::ranges::any_of(parameter_words, same) || std::ranges::any_of(counted_words, counted);
+}
+
 word_line::word_line(std::string_view line) {
   bool in_list = false;
   int lists = 0;

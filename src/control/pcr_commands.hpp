@@ -1,6 +1,7 @@
 // pcr_commands: the words of the VARY and FIX lines of a pattern, which free or fix parameters by name.
 // It owns the split words; the lines themselves belong to the pattern. The reader of the control file applies them.
 #pragma once
+#include <array>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -9,6 +10,15 @@ namespace pcr_commands {
 
 /// Codes below this size count as absent when VARY asks for a parameter.
 inline constexpr float absent_code = 0.001f;
+
+/// All words that name parameters, as they are usually written.
+inline constexpr std::array<std::string_view, 26> parameter_words{
+    "ratio", "backgd",        "zero",   "sycos",   "sysin",   "dtt1",  "dtt2",  "dtt_1overd", "Zt",
+    "dtt1t", "dtt2t",         "xcross", "width",   "P0",      "Cp",    "Tau",   "Microabs",   "add_back",
+    "back",  "Scale_Factors", "Bover",  "Ustrain", "Xstrain", "Gsize", "Ysize", "CELL:"};
+/// Beginnings of words that end with a number of coefficients.
+inline constexpr std::array<std::string_view, 3> counted_words{"flux_", "abs_", "eff_"};
+[[nodiscard]] bool is_parameter_word(std::string_view word);
 
 /// Words of one line, whole words between blanks or commas, any case. "Phase No.:" and the numbers behind it restrict
 /// the words before it (since the last such list) to these phases; when the line has one list only, all its words.

@@ -33,6 +33,18 @@ void command(pattern_type& p, std::string_view word, int k) { commands_of(p).app
 void take_command_line(reading& r, std::string_view key, const pcr_fields::line_form& form, int ip, std::string& to) {
   if (!pcr_lines::begins_with(r.in.peek(), key)) return;
   to = r.in.take();
+  const std::vector<std::string> words = pcr_commands::word_line(to).words();
+  for (std::size_t k = 1; k < words.size(); ++k) {
+    if (pcr_commands::is_parameter_word(words[k])) continue;
+    kalvaris_inout::console_line(r.st.io, fmt_line{}
+                                              .a(" Warning! Unknown word on the ")
+                                              .a(key)
+                                              .a(" line of pattern ")
+                                              .i(0, ip + 1)
+                                              .a(": ")
+                                              .a(words[k])
+                                              .str());
+  }
   r.in.words({form.name, 0, ip + 1}, form.fields, lmix_string_utilities::getword(to).dire);
 }
 

@@ -91,7 +91,7 @@ void echo_options(state_type& st, const pattern_type& p) {
     const int value = row.run_flag != nullptr ? st.run.*row.run_flag : p.*row.pattern_flag;
     if (row.value == 0 ? value != 0 : value == row.value) list(st, row.words);
   }
-  list(st, fmt_line{}.a(" => Layout of the data file (Ins): ").i(3, p.instr).str());
+  if (p.refining()) list_words(st, words_of(flag::layout, p.instr));
 }
 
 // ---- model of a pattern ---------------------------------------------------------------------------------------------
@@ -100,7 +100,7 @@ void echo_options(state_type& st, const pattern_type& p) {
 void echo_search(state_type& st) {
   const auto& search = st.run.search;
   const int kind = std::abs(st.run.icryg);
-  const std::string_view words = words_of(flag::search, st.run.icryg);
+  const std::string words = words_of(flag::search, st.run.icryg);
   if (kind != 2 && kind != 3) return list_words(st, words);
   list(st, fmt_line{}.a(words).i(0, static_cast<long long>(st.run.limits.size())).a(" parameters").str());
   list(st, fmt_line{}.a("    Configurations: ").i(8, search.nconfg).str());
@@ -159,19 +159,18 @@ void echo_profile(state_type& st, int ip) {
   const pattern_type& p = at(st.pattern, ip);
   if (asymmetry_in_use(st, ip)) list(st, " => Asymmetry correction as in J.Appl.Cryst. 26,128(1993)");
   echo_background(st, p);
-  list_words(st, words_of(p.ixunit == abscissa::tof ? flag::shape_tof : flag::shape, p.nprof));
+  list_words(st, words_of(flag::shape, p.nprof));
   if (p.ireso != 0 && static_cast<std::size_t>(ip) < st.io.fileres.size())
     list(st, fmt_line{}.a(" => Resolution file: " + at(st.io.fileres, ip) + ", of type ").i(2, p.ireso).str());
   if (p.istep > 1) list(st, fmt_line{}.a(" => Points are joined by ").i(3, p.istep).str());
-  list(st, st.run.iasg == 1 ? " => Reflections are assigned to the points in every cycle"
-                            : " => Reflections are assigned to the points in the first cycle");
+  list_words(st, words_of(flag::assignment, st.run.iasg));
 }
 
 void echo_model(state_type& st, int ip) {
   const pattern_type& p = at(st.pattern, ip);
   list(st, fmt_line{}.a("\n ==> CONDITIONS OF THIS RUN FOR PATTERN No.:").i(3, ip + 1).a("\n").str());
-  const std::string_view job = words_of(flag::job, p.jobtyp);
-  list(st, job.empty() ? fmt_line{}.a(" Invalid JOBTYP ").i(4, p.jobtyp).str() : std::string(job));
+  const std::string job = words_of(flag::job, p.jobtyp);
+  list(st, job.empty() ? fmt_line{}.a(" Invalid JOBTYP ").i(4, p.jobtyp).str() : job);
   list_words(st, words_of(flag::abscissa, p.ixunit));
   if (p.refining() && static_cast<std::size_t>(ip) < st.io.filedat.size() &&
       static_cast<std::size_t>(ip) < st.io.extdat.size())
@@ -270,7 +269,7 @@ void echo_limits(state_type& st) {
     fmt_line line;
     line.x(24).i(10, row.number);
     for (const float v : {row.vlim1, row.vlim2, row.step}) line.f(14, 5, d(v));
-    list(st, line.a("   ").a(words_of(flag::limit, row.condition)).str());
+    list(st, line.a(words_of(flag::limit, row.condition)).str());
   }
   if (!st.run.linear.empty())
     list(st, "\n => Linear restraints:     value         sigma   sum of coefficient times P(number)");
@@ -340,6 +339,7 @@ void echo_points(state_type& st, int ip) {
   for (const auto& region : p.excluded)
     list(st, fmt_line{}.a("      From").f(10, 4, d(region.alow)).a(" to").f(10, 4, d(region.ahigh)).str());
   echo_supplied_tables(st, p);
+  list(st, "");
 }
 
 void echo_reading(state_type& st, int ip) {

@@ -63,8 +63,8 @@ void comsize(state_type& st, const phase_type& phase, const mix_type& mix) {
     list_conditions(st, mix.size_cond, " +/- ");
     return;
   }
-  list(st, std::string(words_of(flag::size, by_form ? quadratic_form : phase.isi)) +
-               terms_text(pcr_profile::size_harmonics(phase.isi)));
+  list(st,
+       words_of(flag::size, by_form ? quadratic_form : phase.isi) + terms_text(pcr_profile::size_harmonics(phase.isi)));
   if (std::abs(phase.isi) == 1) list(st, "    direction:" + direction_text(mix.psz));
 }
 
@@ -73,8 +73,8 @@ void comstra(state_type& st, const phase_type& phase) {
   list(st, words_of(flag::strain_kind, phase.istr));
   const bool of_terms = phase.istr == 1 || phase.istr == 3 || phase.istr == 4;
   if (of_terms) return list(st, "   " + terms_text(pcr_profile::strain_terms(phase.istr, phase.ismo)));
-  const std::string_view words = words_of(flag::strain, phase.ismo);
-  list(st, words.empty() ? fmt_line{}.a("    model number ").i(3, phase.ismo).str() : std::string(words));
+  const std::string words = words_of(flag::strain, phase.ismo);
+  list(st, words.empty() ? fmt_line{}.a("    model number ").i(3, phase.ismo).str() : words);
 }
 
 void comshif(state_type& st, const phase_type& phase, const mix_type& mix) {
@@ -112,7 +112,7 @@ void echo_special(state_type& st, const mix_type& mix) {
 void comments5(state_type& st, const pattern_type& p, const mix_type& mix) {
   list(st, fmt_line{}.a(" => Peak shape of the phase: ").i(4, mix.npro).str());
   const bool tof = p.ixunit == abscissa::tof;
-  const std::string_view formula = words_of(tof ? flag::shape_formula_tof : flag::shape_formula, mix.npro);
+  const std::string formula = words_of(tof ? flag::shape_formula_tof : flag::shape_formula, mix.npro);
   if (!formula.empty()) list(st, formula);
 }
 
@@ -124,7 +124,7 @@ void echo_models(state_type& st, int ph, int ip) {
   const mix_type& mix = st.mix(ph, ip);
   list(st, fmt_line{}.a("\n => Models of this phase for pattern#").i(3, ip + 1).a(" ==>").str());
   if (p.cry_pat) {
-    list(st, " => Extinction: " + std::string(words_of(flag::extinction, mix.iextinc)));
+    list(st, words_of(flag::extinction, mix.iextinc));
     return;
   }
   comments5(st, p, mix);

@@ -89,7 +89,7 @@ void comments4(state_type& st, int ph) {
       list(st, fmt_line{}.a(" => The phase does not contribute to pattern#").i(3, ip + 1).str());
       continue;
     }
-    std::string words(words_of(flag::reflections, mix.irf));
+    std::string words = words_of(flag::reflections, mix.irf);
     if (!mix.file_hkl.empty()) words += ": " + mix.file_hkl;
     list(st, words);
   }
@@ -137,8 +137,8 @@ void atom_row(state_type& st, const atom_type& atom, fmt_line values, std::span<
   list(st, values.str() + '\n' + codes.str());
 }
 
-void echo_form_factor(state_type& st, const atom_type& atom) {
-  const auto form = pcr_layout::form_factor_of(atom);
+void echo_form_factor(state_type& st, const phase_type& phase, const atom_type& atom) {
+  const auto form = pcr_layout::form_factor_of(phase, atom);
   const int values = form.spherical ? atom.sa_ylmp.es3 : form.values;
   for (int first = 0; first < values; first += form.per_line) {
     std::vector<int> slots;
@@ -150,13 +150,13 @@ void echo_form_factor(state_type& st, const atom_type& atom) {
 void echo_atom(state_type& st, const phase_type& phase, const atom_type& atom) {
   const auto& line = pcr_layout::atom_line_of(phase);
   atom_row(st, atom, fmt_line{}.x(2).a(6, atom.atext).x(1).a(6, atom.ntyp), line.value_slots(), 5);
-  if (line.magnetic_pointers)
+  if (line.pointers > 1)
     list(st, fmt_line{}.a("     matrices:").i(3, atom.imagr).a("   vector:").i(3, atom.ikv).str());
   if (pcr_layout::has_moment_line(phase, atom))
     atom_row(st, atom, fmt_line{}.a(15, "     moment:"), pcr_layout::moment_slots_of(phase), 5);
   if (pcr_layout::has_betas(phase, atom) || pcr_layout::has_last_betas(phase, atom))
     atom_row(st, atom, fmt_line{}.a(15, "     betas:"), pcr_layout::beta_slots, 6);
-  echo_form_factor(st, atom);
+  echo_form_factor(st, phase, atom);
   if (atom.isap[0] != 0 || atom.isap[1] != 0)
     list(st, fmt_line{}.a("     operators from").i(4, atom.isap[0]).a(" to").i(4, atom.isap[1]).str());
 }

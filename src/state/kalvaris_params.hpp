@@ -686,11 +686,11 @@ struct phase_type {
   std::vector<distance_restraint> distances;
   std::vector<angle_restraint> angles;
   std::vector<moment_restraint> moments;
-  bool stfac_nref = false;  ///< nothing refined changes its structure factors: those of the first cycle hold
   // rigid bodies, symmetry modes
   std::vector<rigid_body_type> bodies;
   std::vector<mode_set_type> mode_sets;
   std::vector<mode_type> modes;  ///< set by set
+  bool stfac_nref = false;  ///< nothing refined changes its structure factors: those of the first cycle hold
   /// Profile matching in any form: the intensities are not calculated from atoms.
   [[nodiscard]] bool profile_matching() const { return jbt == 2 || jbt == -2 || jbt == 3 || jbt == -3; }
   bool operator==(const phase_type&) const = default;

@@ -15,6 +15,7 @@ using kalvaris_params::state_type;
 namespace slot = kalvaris_params::slot;
 namespace gslot = kalvaris_params::gslot;
 namespace aslot = kalvaris_params::aslot;
+namespace bslot = kalvaris_params::bslot;
 namespace abscissa = kalvaris_params::abscissa;
 
 /// Peak shapes as bits, so that a row can hold several.
@@ -70,6 +71,12 @@ constexpr std::array pattern_rows{
     one(gslot::cp, "Cp", "microabsorption, amplitude"),
     one(gslot::tau, "Tau", "microabsorption, decay"),
     one(gslot::ratio2, "Ratio", "intensity of the second wavelength to the first"),
+};
+/// Laue patterns have no background: its slots hold what shapes their intensities.
+constexpr std::array laue_rows{
+    row{gslot::flux, gslot::laue_abs - 1, "Flux_", "incident spectrum: Chebychev coefficient", {}, 1},
+    row{gslot::laue_abs, gslot::effic - 1, "Abs_", "absorption: coefficient", {}, 1},
+    row{gslot::effic, gslot::effic + 11, "Eff_", "efficiency of the detector: Chebychev coefficient", {}, 1},
 };
 constexpr std::array file_background_rows{
     one(gslot::bfile_a, "Bck_0", "factor of the background file"),
@@ -220,6 +227,21 @@ constexpr std::array moment_rows{
     one(aslot::iz, "Iz", "imaginary part of the moment along c", magneton),
     one(aslot::magph, "MagPh", "magnetic phase", "2 pi"),
 };
+constexpr std::array harmonic_parts{
+    row{aslot::ucos, aslot::ucos + 2, "Ucos_", "displacement, cosine term", "cell edges", 1},
+    row{aslot::usin, aslot::usin + 2, "Usin_", "displacement, sine term", "cell edges", 1},
+    row{aslot::mcos, aslot::mcos + 2, "Mcos_", "moment, cosine term", magneton, 1},
+    row{aslot::msin, aslot::msin + 2, "Msin_", "moment, sine term", magneton, 1},
+};
+constexpr std::array body_rows{
+    row{bslot::xc, bslot::xc + 2, "Origin_", "origin of the rigid body along x, y, z", "cell edges", 1},
+    one(bslot::phi, "Phi", "orientation of the rigid body, phi", "degrees"),
+    one(bslot::phi + 1, "Theta", "orientation of the rigid body, theta", "degrees"),
+    one(bslot::phi + 2, "Chi", "orientation of the rigid body, chi", "degrees"),
+    row{bslot::t11, bslot::t11 + 5, "T_", "translation tensor 11 22 33 12 13 23", "angstrom^2", 1},
+    row{bslot::l11, bslot::l11 + 5, "L_", "libration tensor 11 22 33 12 13 23", "degrees^2", 1},
+    row{bslot::s11, bslot::last, "S_", "screw tensor, row by row", "degrees angstrom", 1},
+};
 constexpr std::array spherical_moment_rows{
     one(aslot::rx, "Rx", "real part of the moment, size", magneton),
     one(aslot::ry, "Ry", "real part of the moment, phi", "degrees"),
@@ -262,6 +284,7 @@ text without_degrees(text t, int ixunit) {
 }
 
 text background(const pattern_type& p, int k) {
+  if (p.ixunit == abscissa::laue) return text_of(find({laue_rows}, k), "Bck_", k - gslot::bac);
   const int n = k - gslot::bac;
   const std::string name = "Bck_" + std::to_string(n);
   if (p.isbac > 0 && p.nbckgd == 1) return text_of(find({file_background_rows}, k), "Bck_", k);
@@ -308,6 +331,24 @@ text of_phase(const state_type& st, int ph, int ip, int k) {
   return without_degrees(text_of(find({models, kind, phase_rows}, k, npro), "Par_", k), p.ixunit);
 }
 
+/// A column of a modulated atom: the harmonic stands behind the component.
+text harmonic(int k) {
+  const int past = k - aslot::ff;
+  text t = text_of(find({harmonic_parts}, aslot::ff + past % aslot::per_harmonic), "A_", k);
+  t.name += "_" + std::to_string(past / aslot::per_harmonic + 1);
+  return t;
+}
+
+text of_mode(const state_type& st, const slot_place& place) {
+  text t{"Mode_" + std::to_string(place.ip + 1), "amplitude of the symmetry mode", {}};
+  const auto ph = static_cast<std::size_t>(place.owner), n = static_cast<std::size_t>(place.ip);
+  if (ph < st.phase.size() && n < st.phase[ph].modes.size()) {
+    const char kind = st.phase[ph].modes[n].kind;
+    t.unit = kind == 'V' ? std::string_view("angstrom") : kind == 'M' ? magneton : std::string_view();
+  }
+  return t;
+}
+
 text of_atom(const state_type& st, int ia, int k) {
   std::span<const row> moments = moment_rows;
   const auto ph = ia < static_cast<int>(st.atom.size())
@@ -316,6 +357,8 @@ text of_atom(const state_type& st, int ia, int k) {
   if (ph < st.phase.size()) {
     if (st.phase[ph].jbt < 0) moments = spherical_moment_rows;
     if (st.phase[ph].isym == -2) moments = basis_rows;
+    constexpr int modulated = 7;
+    if (k >= aslot::ff && (st.phase[ph].jbt == modulated || st.phase[ph].jbt == -modulated)) return harmonic(k);
   }
   return text_of(find({atom_rows, moments, moment_rows}, k), "A_", k);
 }
@@ -336,10 +379,13 @@ text describe(const state_type& st, const slot_place& place) {
     case slot_family::domain:
       if (place.k == 1) return {"Dom_" + std::to_string(place.ip + 1), "population of the magnetic domain", {}};
       return {"Chi_" + std::to_string(place.ip + 1), "chirality of the magnetic domain", {}};
-    case slot_family::body:
-      return {"Body_" + std::to_string(place.ip + 1) + "_" + std::to_string(place.k), "rigid body", {}};
+    case slot_family::body: {
+      text t = text_of(find({body_rows}, place.k), "Body_", place.k);
+      t.name = "Body_" + std::to_string(place.ip + 1) + "_" + t.name;
+      return t;
+    }
     case slot_family::mode:
-      return {"Mode_" + std::to_string(place.ip + 1), "amplitude of the mode", {}};
+      return of_mode(st, place);
     case slot_family::atom:
       break;
   }

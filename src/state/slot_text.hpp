@@ -13,6 +13,7 @@ namespace slot_text {
 struct slot_place {
   kalvaris_params::slot_family family = kalvaris_params::slot_family::global;
   int owner = 0, ip = 0, k = 0;
+  static slot_place of(const kalvaris_params::slot_ref& s) { return {s.family, s.owner, s.ip, s.k}; }
   bool operator==(const slot_place&) const = default;
 };
 

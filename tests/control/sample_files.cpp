@@ -349,4 +349,11 @@ std::vector<file_row> all_files() {
   return rows;
 }
 
+std::string sample(std::string_view name) {
+  for (file_row& row : all_files()) {
+    if (row.name == name) return std::move(row.text);
+  }
+  throw std::invalid_argument("no such file: " + std::string(name));
+}
+
 }  // namespace control_files

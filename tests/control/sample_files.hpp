@@ -1,6 +1,7 @@
 // Control files that together hold every line and model of the format, composed of the complete ones and changes.
 #pragma once
 #include <string>
+#include <string_view>
 #include <vector>
 
 namespace control_files {
@@ -12,5 +13,7 @@ struct file_row {
 };
 
 std::vector<file_row> all_files();
+/// The text of one of them.
+std::string sample(std::string_view name);
 
 }  // namespace control_files

@@ -20,7 +20,7 @@ state_type calculated_pattern(std::ostream& console) {
   st.phase.resize(1);
   st.mixes.resize(1);
   auto& p = st.pattern[0];
-  p.thmin_read = 10.f, p.step_read = 0.1f, p.thmax_read = 110.f;
+  p.thmin = 10.f, p.step = 0.1f, p.thmax = 110.f;
   st.phase[0].jbt = 2;
   EXPECT_FALSE(lmix_crystal_metrics::set_crystal_cell({4.f, 4.f, 4.f}, {90.f, 90.f, 90.f}, st.phase[0].cellp).err_crys);
   EXPECT_FALSE(set_spacegroup("P m -3 m", st.phase[0].spgr).err_symm);
@@ -60,12 +60,11 @@ TEST(SetUp, RefusesWhatCannotBeCalculated) {
            row{[](state_type& st) { st.run.icryg = 2; }, {"stopped:Montecarlo search for 0 parameters???\n"}},
            row{[](state_type& st) { st.run.icryg = -3; }, {"stopped:Simulated Annealing for 0 parameters???\n"}},
            row{[](state_type& st) { st.run.icryg = 3, st.run.limits.resize(1); }, {"searches (Cry) are not available"}},
-           row{[](state_type& st) { st.pattern[0].step_read = 0.f; }, {"Error in the range of pattern: 1\n"}},
-           row{[](state_type& st) { st.pattern[0].thmax_read = 10.01f; }, {"must give at least 2 points\n"}},
+           row{[](state_type& st) { st.pattern[0].step = 0.f; }, {"Error in the range of pattern: 1\n"}},
+           row{[](state_type& st) { st.pattern[0].thmax = 10.01f; }, {"must give at least 2 points\n"}},
            row{[](state_type& st) { st.dim.maxpoint = 1001; }, {}, true},
            row{[](state_type& st) { st.dim.maxpoint = 1000; }, {"stopped: Too many data points NPTS>MaxPOINT!\n"}},
-           row{[](state_type& st) { st.pattern[0].step_read = 1e-30f; },
-               {"stopped: Too many data points NPTS>MaxPOINT!\n"}},
+           row{[](state_type& st) { st.pattern[0].step = 1e-30f; }, {"stopped: Too many data points NPTS>MaxPOINT!\n"}},
            row{filter(166.f), {}, true},
            row{filter(165.f),
                {"=> The provided Window for Fourier filtering is too small! It should be larger than NPTS/6 !\n",
@@ -73,7 +72,7 @@ TEST(SetUp, RefusesWhatCannotBeCalculated) {
                true},
            row{filter(2.1e6f),
                {"Too many data points for Fourier filtering, NPTS=     1001\n", "FWINDOW=    2100000.0\n",
-                "Power of 2 higher than 2*(NPTS+FWINDOW)-> M(2^k)=       8388608\n",
+                "Power of 2 higher than 2*(NPTS+FWINDOW)-> M(2^k)=        8388608\n",
                 "M(2^k) should be less than  4194304\n",
                 "stopped: You should diminish your maximum 2Theta/TOF/En !\n"}},
        }) {
