@@ -170,8 +170,7 @@ std::string atom_text(const examination& e, const atom_type& atom) {
 }
 
 int line_table::of(const slot_place& slot, bool code) const {
-  const auto found =
-      std::ranges::find_if(rows, [&](const row& r) { return r.slot == slot && r.code == code; });
+  const auto found = std::ranges::find_if(rows, [&](const row& r) { return r.slot == slot && r.code == code; });
   return found == rows.end() ? 0 : found->line;
 }
 

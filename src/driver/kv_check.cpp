@@ -90,7 +90,8 @@ class trial {
     std::string text;
     const auto all = lines();
     for (const std::string& line : all) {
-      const bool names_a_place = line.find("line:") != std::string::npos || line.find("can be read with") != std::string::npos;
+      const bool names_a_place =
+          line.find("line:") != std::string::npos || line.find("can be read with") != std::string::npos;
       if (names_a_place) text += (text.empty() ? "" : ". ") + without_arrow(line);
     }
     return text;
@@ -188,8 +189,9 @@ void read_data(examination& e) {
     e.add_warnings(t);
     if (!read) {
       const std::string detail = t.detail();
-      e.add(severity::error, 0, "data of pattern " + std::to_string(ip + 1) + ": " +
-                                    (detail.empty() ? t.reason() : detail + " (" + t.reason() + ")"));
+      e.add(severity::error, 0,
+            "data of pattern " + std::to_string(ip + 1) + ": " +
+                (detail.empty() ? t.reason() : detail + " (" + t.reason() + ")"));
     }
     st.data_file = {};
   }
@@ -250,7 +252,8 @@ void reflections_outside_tables(examination& e) {
     e.add(severity::warning, 0,
           "pattern " + std::to_string(ip + 1) + ": " + std::to_string(below) + " reflections lie below and " +
               std::to_string(above) + " above the table of the resolution file " +
-              (static_cast<std::size_t>(ip) < e.st.io.fileres.size() ? e.st.io.fileres[static_cast<std::size_t>(ip)] : "") +
+              (static_cast<std::size_t>(ip) < e.st.io.fileres.size() ? e.st.io.fileres[static_cast<std::size_t>(ip)]
+                                                                     : "") +
               " (" + pcr_check::text_of(first) + " to " + pcr_check::text_of(last) + ")",
           "Add rows to the table: its end row stands for what lies outside.");
   }
