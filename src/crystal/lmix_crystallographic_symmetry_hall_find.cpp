@@ -264,7 +264,7 @@ placed_symbol place(const named_group& g, const chosen_fields& fields, const exa
     std::vector<exact_op> op = fields.op;
     for (std::size_t first = 0; first < op.size(); ++first) {
       if (with_lattice_vectors(g, op, 0, lies_well)) return found;
-      std::ranges::rotate(op, op.begin() + 1);
+      std::rotate(op.begin(), op.begin() + 1, op.end());
     }
     return {};
   }

@@ -66,8 +66,8 @@ std::span<const spg_gen_row> spg_gen() { return generators; }
 std::span<const point_operation_row> point_operations() { return point_ops; }
 
 std::span<const wyckoff_row> wyckoff_info(int row) {
-  const auto range = std::ranges::equal_range(wyckoff_rows, row, {}, &wyckoff_row::row);
-  return {range.begin(), range.end()};
+  const auto first = std::ranges::lower_bound(wyckoff_rows, row, {}, &wyckoff_row::row);
+  return {first, std::ranges::upper_bound(wyckoff_rows, row, {}, &wyckoff_row::row)};
 }
 
 int get_laue_num(std::string_view laue) {

@@ -488,7 +488,7 @@ std::string run_directory::get(const std::string& name) const {
   return {std::istreambuf_iterator<char>(in), {}};
 }
 
-kalvaris_params::state_type& run_directory::read(std::string_view text) {
+kalvaris_params::state_type& run_directory::read(std::string_view text, pcr_lines::record* keep) {
   put("code.pcr", text);
   console.str("");
   state = std::make_unique<kalvaris_params::state_type>();
@@ -499,7 +499,7 @@ kalvaris_params::state_type& run_directory::read(std::string_view text) {
   io.extdat = {".dat"};
   io.console = &console;
   kalvaris_inout::openfile(io, {.key = 1});
-  read_pcr_mod::read_pcr(*state);
+  read_pcr_mod::read_pcr(*state, keep);
   kalvaris_inout::close_all(io);
   return *state;
 }

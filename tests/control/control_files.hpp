@@ -45,7 +45,7 @@ struct run_directory {
   void put_named_files() const;  ///< the data and resolution files that the control files name
   [[nodiscard]] std::string get(const std::string& name) const;
   /// Reads the text as code.pcr into a state of its own.
-  kalvaris_params::state_type& read(std::string_view text);
+  kalvaris_params::state_type& read(std::string_view text, pcr_lines::record* keep = nullptr);
   [[nodiscard]] std::string message() const;  ///< the lines of mess_findfmt, joined
 
   std::filesystem::path path;
