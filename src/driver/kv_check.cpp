@@ -81,6 +81,8 @@ class trial {
       std::size_t at = upper.find("WARNING");
       if (at == std::string::npos && upper.find("NOT FOUND") == std::string::npos) continue;
       at = at == std::string::npos ? 0 : line.find_first_not_of(" :!,", at + 7);
+      // the check of the numbers names these codes
+      if (line.find("Codes above the number of refined") != std::string::npos) continue;
       if (at != std::string::npos) found.push_back(without_arrow(line.substr(at)));
     }
     return found;
@@ -187,7 +189,10 @@ void read_data(examination& e) {
     trial t(st);
     const bool read = t.run([&] { kv_read_intens::readint(st, ip); });
     e.add_warnings(t);
-    if (!read) {
+    if (!read && t.reason().find("Error opening file CODEFIL") != std::string::npos) {
+      e.add(severity::error, 0, "no data file: neither " + name + " nor " + name + ".dat or the like is there",
+            "Name the data file as the second word of the command.");
+    } else if (!read) {
       const std::string detail = t.detail();
       e.add(severity::error, 0,
             "data of pattern " + std::to_string(ip + 1) + ": " +
