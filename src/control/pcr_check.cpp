@@ -149,6 +149,12 @@ void examination::note(int line, std::string text, std::string advice) {
   found.push_back({severity::note, line, std::move(text), std::move(advice)});
 }
 
+int examination::known_line(const slot_place& s, bool code) const {
+  const int line = lines.of(s, code);
+  const bool of_atom = s.family == kalvaris_params::slot_family::atom;
+  return line == 0 && of_atom ? st.atom[static_cast<std::size_t>(s.owner)].line_nb : line;
+}
+
 void examination::each_atom(const std::function<void(const phase_type&, atom_type&, int)>& f) {
   for (const phase_type& phase : st.phase) {
     if (phase.profile_matching()) continue;
@@ -170,8 +176,7 @@ std::string atom_text(const examination& e, const atom_type& atom) {
 }
 
 int line_table::of(const slot_place& slot, bool code) const {
-  const auto found =
-      std::ranges::find_if(rows, [&](const row& r) { return r.slot == slot && r.code == code; });
+  const auto found = std::ranges::find_if(rows, [&](const row& r) { return r.slot == slot && r.code == code; });
   return found == rows.end() ? 0 : found->line;
 }
 

@@ -291,7 +291,7 @@ void occupancies(examination& e) {
       if (close(s.filled, factor)) continue;
       const int line = s.atoms.front()->line_nb;
       const std::string text = where + "the site of " + labels_of(s) + " at " + vector_text(s.x) + " is filled to " +
-                               text_of(100.0 * s.filled / factor) + " %";
+                               text_of(std::round(1000.0 * s.filled / factor) / 10.0) + " %";
       const std::string advice = "A full site has the occupancy " + text_of(factor * static_cast<double>(s.full)) +
                                  " (" + std::to_string(sym::get_multip_pos_crys(s.x, phase.spgr)) + "/" +
                                  std::to_string(phase.spgr.multip) + ").";

@@ -278,7 +278,8 @@ void degenerate_sets(examination& e) {
     bool betas = true;
     for (int k = aslot::b11; k <= aslot::b33; ++k) betas = betas && is_refined(e, {slot_family::atom, ia, 0, k});
     if (betas && is_refined(e, {slot_family::atom, ia, 0, aslot::biso}))
-      e.warn(e.line_of_code({slot_family::atom, ia, 0, aslot::biso}), atom_text(e, atom) + ": B and the betas are refined together: they cannot be told apart",
+      e.warn(e.line_of_code({slot_family::atom, ia, 0, aslot::biso}),
+             atom_text(e, atom) + ": B and the betas are refined together: they cannot be told apart",
              "Fix Biso of an atom with betas.");
   });
 }

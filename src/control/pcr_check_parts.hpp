@@ -36,8 +36,10 @@ struct examination {
 
   [[nodiscard]] std::string name(const slot_place& s) const { return kalvaris_codes::slot_name(st, s); }
   /// Line of the control file that the value or the code of a slot stands on, 0 when it is not known.
-  [[nodiscard]] int line_of(const slot_place& s) const { return lines.of(s, false); }
-  [[nodiscard]] int line_of_code(const slot_place& s) const { return lines.of(s, true); }
+  [[nodiscard]] int line_of(const slot_place& s) const { return known_line(s, false); }
+  [[nodiscard]] int line_of_code(const slot_place& s) const { return known_line(s, true); }
+  /// The line of the slot, else that of its atom.
+  [[nodiscard]] int known_line(const slot_place& s, bool code) const;
   /// Calls f with every phase whose atoms are calculated from, and each of its atoms.
   void each_atom(const std::function<void(const phase_type&, atom_type&, int)>& f);
 };

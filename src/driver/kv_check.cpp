@@ -81,6 +81,8 @@ class trial {
       std::size_t at = upper.find("WARNING");
       if (at == std::string::npos && upper.find("NOT FOUND") == std::string::npos) continue;
       at = at == std::string::npos ? 0 : line.find_first_not_of(" :!,", at + 7);
+      // the check of the numbers names these codes
+      if (line.find("Codes above the number of refined") != std::string::npos) continue;
       if (at != std::string::npos) found.push_back(without_arrow(line.substr(at)));
     }
     return found;
@@ -90,7 +92,8 @@ class trial {
     std::string text;
     const auto all = lines();
     for (const std::string& line : all) {
-      const bool names_a_place = line.find("line:") != std::string::npos || line.find("can be read with") != std::string::npos;
+      const bool names_a_place =
+          line.find("line:") != std::string::npos || line.find("can be read with") != std::string::npos;
       if (names_a_place) text += (text.empty() ? "" : ". ") + without_arrow(line);
     }
     return text;
@@ -186,10 +189,14 @@ void read_data(examination& e) {
     trial t(st);
     const bool read = t.run([&] { kv_read_intens::readint(st, ip); });
     e.add_warnings(t);
-    if (!read) {
+    if (!read && t.reason().find("Error opening file CODEFIL") != std::string::npos) {
+      e.add(severity::error, 0, "no data file: neither " + name + " nor " + name + ".dat or the like is there",
+            "Name the data file as the second word of the command.");
+    } else if (!read) {
       const std::string detail = t.detail();
-      e.add(severity::error, 0, "data of pattern " + std::to_string(ip + 1) + ": " +
-                                    (detail.empty() ? t.reason() : detail + " (" + t.reason() + ")"));
+      e.add(severity::error, 0,
+            "data of pattern " + std::to_string(ip + 1) + ": " +
+                (detail.empty() ? t.reason() : detail + " (" + t.reason() + ")"));
     }
     st.data_file = {};
   }
@@ -250,7 +257,8 @@ void reflections_outside_tables(examination& e) {
     e.add(severity::warning, 0,
           "pattern " + std::to_string(ip + 1) + ": " + std::to_string(below) + " reflections lie below and " +
               std::to_string(above) + " above the table of the resolution file " +
-              (static_cast<std::size_t>(ip) < e.st.io.fileres.size() ? e.st.io.fileres[static_cast<std::size_t>(ip)] : "") +
+              (static_cast<std::size_t>(ip) < e.st.io.fileres.size() ? e.st.io.fileres[static_cast<std::size_t>(ip)]
+                                                                     : "") +
               " (" + pcr_check::text_of(first) + " to " + pcr_check::text_of(last) + ")",
           "Add rows to the table: its end row stands for what lies outside.");
   }
