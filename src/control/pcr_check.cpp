@@ -1,5 +1,6 @@
 #include "pcr_check.hpp"
 
+#include <algorithm>
 #include <array>
 #include <cmath>
 #include <cstdio>
@@ -9,7 +10,6 @@
 
 namespace pcr_check {
 
-using kalvaris_params::slot_family;
 using kalvaris_params::slot_ref;
 
 std::string_view name_of(severity level) {
@@ -40,7 +40,8 @@ void excluded_regions(examination& e, const pattern_type& p, const std::string& 
   }
 }
 
-void background_points(examination& e, const pattern_type& p, const std::string& where) {
+void background_points(examination& e, int ip, const std::string& where) {
+  const pattern_type& p = e.st.pattern[static_cast<std::size_t>(ip)];
   for (std::size_t i = 1; i < p.pos.size(); ++i) {
     if (p.pos[i] > p.pos[i - 1]) continue;
     e.warn(0,
@@ -59,7 +60,7 @@ void ranges(examination& e) {
     if (!p.refining() && !(p.thmax_read > p.thmin_read && p.step_read > 0.f))
       e.error(0, where + "Thmin, Step and Thmax give no points to calculate", "Correct the line of the cycles.");
     excluded_regions(e, p, where);
-    background_points(e, p, where);
+    background_points(e, ip, where);
     if (p.affpat == 0) e.note(0, where + "takes no part in the refinement (NPATT line): its codes are not used");
   }
 }
@@ -119,7 +120,7 @@ constexpr std::array<check_row, 15> checks{{
 
 }  // namespace
 
-examination::examination(state_type& state) : st(state) {
+examination::examination(state_type& state, const line_table& where) : st(state), lines(where) {
   const bool automatic = st.run.automatic;
   bool calculation_only = false;
   for (const pattern_type& p : st.pattern) calculation_only = calculation_only || !p.refining();
@@ -148,8 +149,10 @@ void examination::note(int line, std::string text, std::string advice) {
   found.push_back({severity::note, line, std::move(text), std::move(advice)});
 }
 
-int examination::line_of(const slot_place& s) const {
-  return s.family == slot_family::atom ? st.atom[static_cast<std::size_t>(s.owner)].line_nb : 0;
+int examination::known_line(const slot_place& s, bool code) const {
+  const int line = lines.of(s, code);
+  const bool of_atom = s.family == kalvaris_params::slot_family::atom;
+  return line == 0 && of_atom ? st.atom[static_cast<std::size_t>(s.owner)].line_nb : line;
 }
 
 void examination::each_atom(const std::function<void(const phase_type&, atom_type&, int)>& f) {
@@ -172,8 +175,22 @@ std::string atom_text(const examination& e, const atom_type& atom) {
   return text;
 }
 
-std::vector<finding> look_at(state_type& st) {
-  examination e(st);
+int line_table::of(const slot_place& slot, bool code) const {
+  const auto found = std::ranges::find_if(rows, [&](const row& r) { return r.slot == slot && r.code == code; });
+  return found == rows.end() ? 0 : found->line;
+}
+
+line_table lines_of(const pcr_lines::record& kept) {
+  line_table table;
+  for (const auto& line : kept.lines)
+    for (const auto& entry : line.entries)
+      if (entry.kind != pcr_fields::kind::plain)
+        table.rows.push_back({entry.slot, entry.kind == pcr_fields::kind::code, line.number});
+  return table;
+}
+
+std::vector<finding> look_at(state_type& st, const line_table& lines) {
+  examination e(st, lines);
   for (const check_row& row : checks) row.look(e);
   return std::move(e.found);
 }

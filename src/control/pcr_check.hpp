@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "kalvaris_params.hpp"
+#include "pcr_lines.hpp"
 
 namespace pcr_check {
 
@@ -25,7 +26,23 @@ struct finding {
   std::string advice;  ///< what to do, blank when the text says it
 };
 
+/// Where the slots of a model stand in the control file.
+struct line_table {
+  struct row {
+    slot_text::slot_place slot;
+    bool code = false;  ///< the line of the code, not of the value
+    int line = 0;
+  };
+  std::vector<row> rows;
+  /// 0 when it is not known.
+  [[nodiscard]] int of(const slot_text::slot_place& slot, bool code) const;
+};
+[[nodiscard]] line_table lines_of(const pcr_lines::record& kept);
+
 /// All that the checks find, in the order of their table.
-[[nodiscard]] std::vector<finding> look_at(kalvaris_params::state_type& st);
+[[nodiscard]] std::vector<finding> look_at(kalvaris_params::state_type& st, const line_table& lines);
+
+/// A number as a user writes it: six digits, no zeros at the end.
+[[nodiscard]] std::string text_of(double value);
 
 }  // namespace pcr_check

@@ -33,42 +33,44 @@ std::string code_text(std::span<const float> codes) {
 
 }  // namespace
 
+namespace {
+
+/// One of a, b, c, alpha, beta, gamma (from 0) of a phase in a pattern, against what the lattice wants of it.
+void look_at_cell_parameter(examination& e, int ph, int ip, const kalvaris_codes::cell_rule& rule, std::size_t i) {
+  const phase_type& phase = e.st.phase[static_cast<std::size_t>(ph)];
+  const auto& mix = e.st.mix(ph, ip);
+  const auto at = [](std::size_t k) { return static_cast<std::size_t>(slot::cell_a) + k; };
+  const bool fixed = rule.follows[i] == kalvaris_codes::cell_fixed, hexagonal_gamma = i == 5 && rule.hexagonal;
+  const std::size_t leader = fixed ? i : static_cast<std::size_t>(rule.follows[i]);
+  const float value = mix.par[at(i)], expected = !fixed ? mix.par[at(leader)] : hexagonal_gamma ? 120.f : 90.f;
+  const slot_place place{slot_family::phase, ph, ip, static_cast<int>(at(i))};
+  const std::string where = "phase " + std::to_string(ph + 1) + ": ", name = cell_names[i];
+  const bool unset_angle = i >= 3 && value == 0.f;
+  if (!unset_angle && std::abs(value - expected) > 2.0e-6f * std::abs(expected))
+    e.warn(e.line_of(place),
+           where + name + " = " + text_of(static_cast<double>(value)) + ", but the lattice of " +
+               std::string(lmix_string_utilities::trim(phase.symb.substr(0, phase.symb.find('<')))) + " wants " +
+               text_of(static_cast<double>(expected)) + ", which a run takes",
+           "Write that value, or check the space group.");
+  if (mix.apar[at(i)] == 0.f || hexagonal_gamma) return;
+  const std::string idle = where + "the code on " + name + " refines nothing: ";
+  if (fixed) {
+    e.warn(e.line_of_code(place), idle + "symmetry fixes the angle", "Set the code to 0.");
+  } else if (mix.apar[at(leader)] == 0.f) {
+    e.warn(e.line_of_code(place), idle + "it follows " + cell_names[leader] + ", which has no code",
+           std::string("Write the code on ") + cell_names[leader] + ".");
+  }
+}
+
+}  // namespace
+
 void cells(examination& e) {
   for (int ph = 0; ph < e.st.run.nphase; ++ph) {
     const phase_type& phase = e.st.phase[static_cast<std::size_t>(ph)];
     if (phase.spgr.symop.empty() || phase.isym != 0) continue;
     const kalvaris_codes::cell_rule rule = kalvaris_codes::rule_of_cell(phase.spgr);
-    for (int ip = 0; ip < e.st.run.n_patt; ++ip) {
-      const auto& mix = e.st.mix(ph, ip);
-      if (mix.jcontr == 0) continue;
-      for (std::size_t i = 0; i < 6; ++i) {
-        const int j = rule.follows[i];
-        const auto at = [](std::size_t k) { return static_cast<std::size_t>(slot::cell_a) + k; };
-        const float fixed = i == 5 && rule.hexagonal ? 120.f : 90.f;
-        const float value = mix.par[at(i)];
-        const float expected = j == kalvaris_codes::cell_fixed ? fixed : mix.par[at(static_cast<std::size_t>(j))];
-        const slot_place place{slot_family::phase, ph, ip, static_cast<int>(at(i))};
-        const std::string where = "phase " + std::to_string(ph + 1) + ": ";
-        const bool unset_angle = i >= 3 && value == 0.f;
-        if (!unset_angle && std::abs(value - expected) > 2.0e-6f * std::abs(expected))
-          e.warn(e.line_of(place),
-                 where + cell_names[i] + " = " + text_of(static_cast<double>(value)) + ", but the lattice of " +
-                     std::string(lmix_string_utilities::trim(phase.symb.substr(0, phase.symb.find('<')))) + " wants " +
-                     text_of(static_cast<double>(expected)) + ", which a run takes",
-                 "Write that value, or check the space group.");
-        const bool coded = mix.apar[at(i)] != 0.f, hexagonal_gamma = i == 5 && rule.hexagonal;
-        if (coded && j == kalvaris_codes::cell_fixed && !hexagonal_gamma)
-          e.warn(e.line_of(place),
-                 where + "the code on " + cell_names[i] + " refines nothing: symmetry fixes the angle",
-                 "Set the code to 0.");
-        const bool free_is_coded = j == kalvaris_codes::cell_fixed || mix.apar[at(static_cast<std::size_t>(j))] != 0.f;
-        if (coded && !free_is_coded)
-          e.warn(e.line_of(place),
-                 where + "the code on " + cell_names[i] + " refines nothing: it follows " +
-                     cell_names[static_cast<std::size_t>(j)] + ", which has no code",
-                 "Write the code on " + std::string(cell_names[static_cast<std::size_t>(j)]) + ".");
-      }
-    }
+    for (int ip = 0; ip < e.st.run.n_patt; ++ip)
+      for (std::size_t i = 0; i < 6 && e.st.mix(ph, ip).jcontr != 0; ++i) look_at_cell_parameter(e, ph, ip, rule, i);
   }
 }
 
@@ -183,7 +185,7 @@ bool leaves_site(std::span<const float> codes, const sym::site_relations& site, 
 void codes_of_sites(examination& e) {
   if (e.st.run.automatic) return;
   kalvaris_codes::number_source fresh{kalvaris_codes::get_code_max(e.st)};
-  e.each_atom([&](const phase_type& phase, atom_type& atom, int) {
+  e.each_atom([&](const phase_type& phase, atom_type& atom, int ia) {
     if (phase.spgr.symop.empty() || phase.isym != 0) return;
     const sym::vector3 x = position_of(atom);
     const auto stabiliser = sym::get_stabilizerc(x, phase.spgr);
@@ -192,7 +194,7 @@ void codes_of_sites(examination& e) {
     if (leaves_site(codes.subspan<aslot::x, 3>(), sym::position_relations(stabiliser), e.st)) {
       std::array<float, 3> right{atom.a[aslot::x], atom.a[aslot::y], atom.a[aslot::z]};
       kalvaris_codes::get_atompos_ctr(x, phase.spgr, right, fresh);
-      e.warn(atom.line_nb,
+      e.warn(e.line_of_code({slot_family::atom, ia, 0, aslot::x}),
              atom_text(e, atom) + ": the codes " + code_text(codes.subspan<aslot::x, 3>()) +
                  " of its coordinates take it off its special position " + vector_text(x),
              advice + code_text(right) + ", or set Aut to 1.");
@@ -201,7 +203,7 @@ void codes_of_sites(examination& e) {
       std::array<float, 6> right{};
       std::copy_n(atom.a.begin() + aslot::b11, 6, right.begin());
       kalvaris_codes::get_atombet_ctr(x, phase.spgr, right, fresh);
-      e.warn(atom.line_nb,
+      e.warn(e.line_of_code({slot_family::atom, ia, 0, aslot::b11}),
              atom_text(e, atom) + ": the codes " + code_text(codes.subspan<aslot::b11, 6>()) +
                  " of its betas break the symmetry of its site, which wants (" + sym::sym_b_relations(stabiliser).text +
                  ")",
@@ -289,7 +291,7 @@ void occupancies(examination& e) {
       if (close(s.filled, factor)) continue;
       const int line = s.atoms.front()->line_nb;
       const std::string text = where + "the site of " + labels_of(s) + " at " + vector_text(s.x) + " is filled to " +
-                               text_of(100.0 * s.filled / factor) + " %";
+                               text_of(std::round(1000.0 * s.filled / factor) / 10.0) + " %";
       const std::string advice = "A full site has the occupancy " + text_of(factor * static_cast<double>(s.full)) +
                                  " (" + std::to_string(sym::get_multip_pos_crys(s.x, phase.spgr)) + "/" +
                                  std::to_string(phase.spgr.multip) + ").";
@@ -303,7 +305,7 @@ void occupancies(examination& e) {
 
 /// Displacement tensors that no vibration has, or that stand beside an isotropic B.
 void displacement_tensors(examination& e) {
-  e.each_atom([&](const phase_type&, atom_type& atom, int) {
+  e.each_atom([&](const phase_type&, atom_type& atom, int ia) {
     if (atom.n_t != 2 && atom.n_t != 3) return;
     const auto b = [&](int k) { return static_cast<double>(atom.xl[static_cast<std::size_t>(k)]); };
     const double b11 = b(aslot::b11), b22 = b(aslot::b22), b33 = b(aslot::b33), b12 = b(aslot::b12),
@@ -311,6 +313,7 @@ void displacement_tensors(examination& e) {
     const bool none = b11 == 0.0 && b22 == 0.0 && b33 == 0.0;
     const double minor = b11 * b22 - b12 * b12;
     const double det = minor * b33 - b11 * b23 * b23 - b22 * b13 * b13 + 2.0 * b12 * b13 * b23;
+    const int line = e.line_of({slot_family::atom, ia, 0, aslot::b11});
     if (none) {
       const auto cell = e.st.mix(atom.phase, 0).par;
       lmix_crystal_metrics::crystal_cell_type metric;
@@ -320,14 +323,14 @@ void displacement_tensors(examination& e) {
       if (!failed.err_crys)
         for (const float beta : kalvaris_codes::get_betas_from_biso(std::max(atom.xl[aslot::biso], 0.5f), metric))
           start += " " + text_of(static_cast<double>(beta));
-      e.note(atom.line_nb, atom_text(e, atom) + ": its betas are all zero",
+      e.note(line, atom_text(e, atom) + ": its betas are all zero",
              start.empty() ? start : "Start from those of an isotropic vibration:" + start + ", and Biso 0.");
     } else if (!(b11 > 0.0 && minor > 0.0 && det > 0.0)) {
-      e.warn(atom.line_nb, atom_text(e, atom) + ": its betas are no vibration (not positive definite)",
+      e.warn(line, atom_text(e, atom) + ": its betas are no vibration (not positive definite)",
              "Check their values and signs.");
     }
     if (!none && atom.xl[aslot::biso] != 0.f)
-      e.note(atom.line_nb, atom_text(e, atom) + ": its B and its betas both act", "Set Biso to 0.");
+      e.note(line, atom_text(e, atom) + ": its B and its betas both act", "Set Biso to 0.");
   });
 }
 

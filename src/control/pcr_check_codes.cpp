@@ -49,7 +49,7 @@ void requests_without_automatic(examination& e) {
   for (const coded_slot& c : e.coded)
     if (c.code.number == 0 && std::abs(c.code.multiplier) > kalvaris_codes::smallest_multiplier) asked.push_back(c);
   if (asked.empty()) return;
-  e.warn(e.line_of(asked.front().place),
+  e.warn(e.line_of_code(asked.front().place),
          "codes below 10 (or words on a VARY line) ask for parameter numbers, but automatic codes are off (Aut 0), so "
          "that nothing is refined by them: " +
              names_of(e, asked),
@@ -62,7 +62,7 @@ void numbers(examination& e) {
   for (const coded_slot& c : e.coded)
     if (c.code.number > e.st.dim.maxparam) too_high.push_back(c);
   if (!too_high.empty())
-    e.error(e.line_of(too_high.front().place),
+    e.error(e.line_of_code(too_high.front().place),
             "parameter numbers above " + std::to_string(e.st.dim.maxparam) +
                 ", the most that a run can refine: " + names_of(e, too_high),
             "A code is 10 times the number, plus the multiplier.");
@@ -155,7 +155,7 @@ void look_at_number(examination& e, int n, const std::vector<coded_slot>& slots)
                                    [&](const coded_slot& a) { return same_quantity(a.place, moving[i].place); });
     if (mate == moving.begin() + static_cast<std::ptrdiff_t>(i)) {
       if (i > 0)
-        e.warn(e.line_of(moving[i].place),
+        e.warn(e.line_of_code(moving[i].place),
                number_text(n) + " moves quantities of different kinds: " + e.name(moving[0].place) + " and " +
                    e.name(moving[i].place),
                "Give one of them a number of its own.");
@@ -185,7 +185,7 @@ void idle_slots(examination& e) {
     if (s.family == slot_family::global)
       why = kv_live_slots::why_global_slot_is_idle(e.st.pattern[static_cast<std::size_t>(s.ip)], s.k);
     if (why.empty()) continue;
-    e.warn(e.line_of(s), "the code on " + e.name(s) + " refines nothing: " + std::string(why),
+    e.warn(e.line_of_code(s), "the code on " + e.name(s) + " refines nothing: " + std::string(why),
            "Set the code to 0, or change the model.");
   }
   // the reader has cleared these codes: nothing is calculated from such atoms
@@ -278,7 +278,8 @@ void degenerate_sets(examination& e) {
     bool betas = true;
     for (int k = aslot::b11; k <= aslot::b33; ++k) betas = betas && is_refined(e, {slot_family::atom, ia, 0, k});
     if (betas && is_refined(e, {slot_family::atom, ia, 0, aslot::biso}))
-      e.warn(atom.line_nb, atom_text(e, atom) + ": B and the betas are refined together: they cannot be told apart",
+      e.warn(e.line_of_code({slot_family::atom, ia, 0, aslot::biso}),
+             atom_text(e, atom) + ": B and the betas are refined together: they cannot be told apart",
              "Fix Biso of an atom with betas.");
   });
 }

@@ -24,24 +24,26 @@ struct coded_slot {
 
 struct examination {
   state_type& st;
+  const line_table& lines;
   std::vector<finding> found;
   std::vector<coded_slot> coded;            ///< all slots with a word that is not 0
   std::vector<std::vector<coded_slot>> of;  ///< per parameter number the slots that carry it
 
-  explicit examination(state_type& state);
+  examination(state_type& state, const line_table& where);
   void error(int line, std::string text, std::string advice = {});
   void warn(int line, std::string text, std::string advice = {});
   void note(int line, std::string text, std::string advice = {});
 
   [[nodiscard]] std::string name(const slot_place& s) const { return kalvaris_codes::slot_name(st, s); }
-  /// Line of the control file that the value of a slot stands on, 0 when it is not known.
-  [[nodiscard]] int line_of(const slot_place& s) const;
+  /// Line of the control file that the value or the code of a slot stands on, 0 when it is not known.
+  [[nodiscard]] int line_of(const slot_place& s) const { return known_line(s, false); }
+  [[nodiscard]] int line_of_code(const slot_place& s) const { return known_line(s, true); }
+  /// The line of the slot, else that of its atom.
+  [[nodiscard]] int known_line(const slot_place& s, bool code) const;
   /// Calls f with every phase whose atoms are calculated from, and each of its atoms.
   void each_atom(const std::function<void(const phase_type&, atom_type&, int)>& f);
 };
 
-/// A number as a user writes it: six digits, no zeros at the end.
-[[nodiscard]] std::string text_of(double value);
 /// "atom O1 of phase 2".
 [[nodiscard]] std::string atom_text(const examination& e, const atom_type& atom);
 

@@ -8,6 +8,7 @@
 #include "kalvaris_codes.hpp"
 #include "lmix_fixed_format.hpp"
 #include "lmix_text_input.hpp"
+#include "pcr_forms.hpp"
 
 namespace pcr_explain {
 
@@ -35,6 +36,9 @@ std::string short_number(float value) {
   if (text.ends_with('.')) text.pop_back();
   return text;
 }
+
+/// A field that is missing counts as 0.
+std::string shown(const entry& e) { return e.text.empty() ? "-" : e.text; }
 
 /// A run of short texts in lines of the page's width.
 class paragraph {
@@ -68,14 +72,17 @@ class explainer {
   /// Name, meaning and unit of a field, from its own row or from its slot.
   struct words {
     std::string name, meaning, unit;
+    std::string chosen;  ///< words of the value of a flag
   };
   [[nodiscard]] words words_of(const kept_line& line, const entry& e) const;
   [[nodiscard]] std::string abscissa_unit(int pattern) const;
+  [[nodiscard]] std::size_t same_meaning(const kept_line& line, std::size_t from) const;
   [[nodiscard]] std::string code_words(const entry& e);
   void explain_line(const kept_line& line);
   void list_fields(const kept_line& line);
   void list_compactly(const kept_line& line, int first_seen);
   void list_parameters();
+  void introduce();
 
   const reading_result& of_;
   const state_type& st_;
@@ -87,10 +94,18 @@ class explainer {
     std::set<int> lines;
   };
   std::map<int, parameter> parameters_;  ///< by number
-  int line_ = 0;                         ///< line in hand
+  using entry_key = std::tuple<kind, slot_family, int, int, int>;
+  static entry_key key_of(const entry& e) { return {e.kind, e.slot.family, e.slot.owner, e.slot.ip, e.slot.k}; }
+  std::map<entry_key, int> last_line_;  ///< of a value or a code: a later line wins over an earlier one
+  int line_ = 0;                        ///< line in hand
 };
 
 explainer::explainer(const reading_result& of) : of_(of), st_(of.st) {
+  for (const kept_line& line : of.kept.lines) {
+    for (const entry& e : line.entries) {
+      if (e.kind != kind::plain) last_line_[key_of(e)] = line.number;
+    }
+  }
   if (!of.numbered) return;
   of.st.for_each_slot([&](const kalvaris_params::slot_ref& s) {
     if (s.number != 0) numbered_[{s.family, s.owner, s.ip, s.k}] = {s.number, s.code};
@@ -115,16 +130,18 @@ std::string explainer::abscissa_unit(int pattern) const {
 
 explainer::words explainer::words_of(const kept_line& line, const entry& e) const {
   if (e.kind != kind::plain) {
-    slot_text::text slot = slot_text::describe(st_, e.slot);
-    return {std::move(slot.name), std::string(slot.meaning), std::string(slot.unit)};
+    const slot_text::text slot = slot_text::describe(st_, e.slot);
+    words w{slot.name, std::string(slot.meaning), std::string(slot.unit), {}};
+    const int later = last_line_.at(key_of(e));
+    if (later != line.number) w.meaning = "that of line " + std::to_string(later) + " holds";
+    return w;
   }
-  words w{std::string(e.what.name), std::string(e.what.meaning), std::string(e.what.unit)};
+  words w{std::string(e.what.name), std::string(e.what.meaning), std::string(e.what.unit), {}};
   if (e.number > 0) w.name += ' ' + std::to_string(e.number);
   if (w.unit == "abscissa") w.unit = abscissa_unit(line.pattern);
   int value = 0;
   if (e.what.letter == 'i' && (e.text.empty() || lmix_fixed_format::parse_integer(e.text, value))) {
-    if (const auto chosen = pcr_fields::words_of(e.what, value); !chosen.empty())
-      w.meaning += " = " + std::string(chosen);
+    w.chosen = pcr_fields::words_of(e.what, value);
   }
   return w;
 }
@@ -132,6 +149,8 @@ explainer::words explainer::words_of(const kept_line& line, const entry& e) cons
 std::string explainer::code_words(const entry& e) {
   float word = 0.f;
   if (!e.text.empty()) lmix_fixed_format::parse_real(e.text, word);
+  if (const int later = last_line_.at(key_of(e)); later != line_)
+    return "that of line " + std::to_string(later) + " holds";
   if (!of_.numbered) {
     const kalvaris_codes::split_code c = kalvaris_codes::split(word);
     if (c.number > 0) return "parameter " + std::to_string(c.number) + ", multiplier " + short_number(c.multiplier);
@@ -160,25 +179,54 @@ std::string explainer::code_words(const entry& e) {
   return text;
 }
 
+/// Values in a row that mean the same are told once.
+std::size_t explainer::same_meaning(const kept_line& line, std::size_t from) const {
+  std::size_t end = from + 1;
+  const auto groups = [](const entry& e) {
+    return e.kind == kind::value || (e.kind == kind::plain && e.number > 0 && e.what.choices.empty());
+  };
+  if (!groups(line.entries[from])) return end;
+  const words first = words_of(line, line.entries[from]);
+  for (; end < line.entries.size() && groups(line.entries[end]); ++end) {
+    const words w = words_of(line, line.entries[end]);
+    if (w.meaning != first.meaning || w.unit != first.unit) break;
+  }
+  return end;
+}
+
 void explainer::list_fields(const kept_line& line) {
+  if (line.entries.size() == 1 && line.entries[0].what.letter == pcr_forms::rest) {
+    out_ += std::string(indent) + words_of(line, line.entries[0]).meaning + '\n';
+    return;
+  }
   std::size_t name_width = 4, text_width = 4;
-  constexpr std::size_t widest_text = 24;
+  constexpr std::size_t widest_text = 24, several = 3;
   for (const entry& e : line.entries) {
     name_width = std::max(name_width, words_of(line, e).name.size());
     if (e.text.size() <= widest_text) text_width = std::max(text_width, e.text.size());
   }
   paragraph fixed(out_, "fixed:");
-  for (const entry& e : line.entries) {
+  for (std::size_t k = 0; k < line.entries.size(); ++k) {
+    const entry& e = line.entries[k];
     const words w = words_of(line, e);
-    std::string told = w.meaning;
-    if (!w.unit.empty()) told += (told.empty() ? "[" : " [") + w.unit + "]";
+    const std::string unit = w.unit.empty() ? std::string() : " [" + w.unit + "]";
+    if (const std::size_t end = same_meaning(line, k); end - k >= several) {
+      paragraph values(out_, w.meaning + unit + ":");
+      for (; k < end; ++k) values.add(words_of(line, line.entries[k]).name + ' ' + shown(line.entries[k]));
+      values.end();
+      --k;
+      continue;
+    }
+    std::string told = w.meaning + unit;
+    if (!w.chosen.empty()) told += " -> " + w.chosen;
     if (e.kind == kind::code) told = code_words(e);
     if (told == "fixed") {
       fixed.add(w.name);
       continue;
     }
-    const std::string shown = e.text.empty() ? "-" : e.text;
-    out_ += std::string(indent) + padded(w.name, name_width) + "  " + padded(shown, text_width) + "  " + told + '\n';
+    const bool below_its_value = e.kind == kind::code && k > 0 && line.entries[k - 1].slot == e.slot;
+    const std::string name = below_its_value ? "  code" : w.name;
+    out_ += std::string(indent) + padded(name, name_width) + "  " + padded(shown(e), text_width) + "  " + told + '\n';
   }
   fixed.end();
 }
@@ -192,12 +240,10 @@ void explainer::list_compactly(const kept_line& line, int first_seen) {
       fixed.add(w.name);
       continue;
     }
-    std::string told = w.name + ' ' + (e.text.empty() ? "-" : e.text);
+    std::string told = w.name + ' ' + shown(e);
     if (e.kind == kind::code) told += " " + code;
     if (!w.unit.empty() && e.kind != kind::code) told += ' ' + w.unit;
-    if (const std::size_t chosen = w.meaning.find(" = "); e.kind == kind::plain && chosen != std::string::npos) {
-      if (!e.what.choices.empty()) told += " (" + w.meaning.substr(chosen + 3) + ")";
-    }
+    if (!w.chosen.empty()) told += " (" + w.chosen + ")";
     values.add(told);
   }
   values.end();
@@ -231,7 +277,19 @@ void explainer::list_parameters() {
   }
 }
 
+/// What kind of file it is.
+void explainer::introduce() {
+  const auto count = [](int n, std::string_view what) {
+    return std::to_string(n) + ' ' + std::string(what) + (n == 1 ? "" : "s");
+  };
+  out_ += std::string("Control file, ") + (st_.run.s_format ? "short" : "long") +
+          " form: " + count(st_.run.n_patt, "pattern") + ", " + count(st_.run.nphase, "phase");
+  if (of_.numbered) out_ += ", " + count(st_.run.maxs, "refined parameter");
+  out_ += ".\nA dash stands for a field that is left out and counts as 0.\n\n";
+}
+
 std::string explainer::run() {
+  introduce();
   auto source = lmix_text_input::text_source::from_string(of_.text);
   auto kept = of_.kept.lines.begin();
   while (source.lines_taken() < of_.kept.last) {
@@ -250,7 +308,5 @@ std::string explainer::run() {
 }  // namespace
 
 std::string explanation(const reading_result& of) { return explainer(of).run(); }
-
-std::string reference() { return {}; }
 
 }  // namespace pcr_explain

@@ -331,7 +331,9 @@ inline constexpr line_form distance_cell{"cell for the distances", "Jdi 2 or -2,
 // ---- profile block --------------------------------------------------------------------------------------------------
 
 inline constexpr std::array strain_model_fields{
-    field{"Strain-Model", 'i', "strain: number of the Laue class; 0 none", {}, ch::classes}};
+    field{"Strain-Model", 'i', "model of the anisotropic strain, 1 to 14 and -1 to -14; 0: none"}};
+inline constexpr std::array strain_class_fields{
+    field{"Strain-Model", 'i', "Laue class of the form of the strain; 0: none", {}, ch::classes}};
 inline constexpr std::array size_model_fields{
     field{"Size-Model", 'i', "size; -2 to -9: that many conditions below", {}, ch::size_models}};
 inline constexpr std::array shift_model_fields{field{

@@ -7,7 +7,7 @@
 #include <string_view>
 
 #include "kalvaris_params.hpp"
-#include "pcr_forms.hpp"
+#include "pcr_forms_further.hpp"
 
 namespace pcr_layout {
 
@@ -133,7 +133,8 @@ enum class atom_kind { nuclear, moments, common, modulated };
 /// First line of an atom and the slots of its reals; the codes line below has these slots.
 struct atom_line {
   atom_kind kind;
-  std::string_view letters, header;
+  std::string_view header;
+  std::span<const pcr_fields::field> front, behind;  ///< of the slots
   int pointers;        ///< behind the species: set of matrices and vector, or the number of harmonics
   std::size_t values;  ///< of the slots from x on
   static constexpr std::array<int, 8> slots{aslot::x,   aslot::y,  aslot::z,  aslot::biso,
@@ -141,16 +142,19 @@ struct atom_line {
   [[nodiscard]] constexpr std::span<const int> value_slots() const { return std::span(slots).first(values); }
 };
 inline constexpr std::array<atom_line, 4> atom_lines{{
-    {atom_kind::nuclear, "64fffffiiii",
-     "!Atom   Typ        X         Y         Z      Biso       Occ    In Fin N_t Spc", 0, 5},
-    {atom_kind::moments, "64iiffffffff",
+    {atom_kind::nuclear, "!Atom   Typ        X         Y         Z      Biso       Occ    In Fin N_t Spc",
+     pcr_forms::nuclear_atom_fields, pcr_forms::behind_nuclear_atom_fields, 0, 5},
+    {atom_kind::moments,
      "!Atom   Typ  Imagr Ikv  X         Y         Z      Biso       Occ        Rx        Ry        Rz\n"
      "!            Ix        Iy        Iz    beta11    beta22    beta33     MagPh",
-     2, 8},
-    {atom_kind::common, "64iifffffii", "!Atom   Typ  Imagr Ikv  X         Y         Z      Biso       Occ   N_t Spc", 2,
-     5},
-    {atom_kind::modulated, "64ifffffii", "!Atom   Typ  Max_Qcoeff X         Y         Z      Biso       Occ   N_t Spc",
-     1, 5},
+     pcr_forms::magnetic_atom_fields,
+     {},
+     2,
+     8},
+    {atom_kind::common, "!Atom   Typ  Imagr Ikv  X         Y         Z      Biso       Occ   N_t Spc",
+     pcr_forms::magnetic_atom_fields, pcr_forms::behind_common_atom_fields, 2, 5},
+    {atom_kind::modulated, "!Atom   Typ  Max_Qcoeff X         Y         Z      Biso       Occ   N_t Spc",
+     pcr_forms::modulated_atom_fields, pcr_forms::behind_common_atom_fields, 1, 5},
 }};
 [[nodiscard]] constexpr const atom_line& atom_line_of(const kalvaris_params::phase_type& phase) {
   return atom_lines[static_cast<std::size_t>(atom_kind_of(phase))];

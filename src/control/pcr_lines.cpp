@@ -48,19 +48,6 @@ std::optional<std::string> line_reader::comment_line() {
   return shifted;
 }
 
-bool line_reader::values(const place& at, std::string_view letters) {
-  count();
-  const int ierr = lmix_string_utilities::read_fields(*state_, source_, letters, fields_);
-  return ierr == fmt_error::end_of_file ? ends_before(at) : ierr == fmt_error::none;
-}
-
-bool line_reader::values_of(const place& at, std::string_view line, std::string_view letters) {
-  if (line.empty()) return refuse(at, "the line holds no values");
-  count();
-  --state_->line_nb;  // the line was counted when it was taken
-  return lmix_string_utilities::read_fields(*state_, line, letters, fields_) == fmt_error::none;
-}
-
 const std::string& line_reader::letters_of(std::initializer_list<part> parts) {
   letters_.clear();
   for (const part& p : parts) {

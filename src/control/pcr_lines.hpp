@@ -60,11 +60,6 @@ class line_reader {
   std::optional<std::string> first_line();
   /// The next line when it is a comment (begins with `!`) or blank; nothing is taken otherwise.
   std::optional<std::string> comment_line();
-  /// The next value line: letters as for findfmt, the fields then stand in i() and f().
-  [[nodiscard]] bool values(const place& at, std::string_view letters);
-  /// The same for the text of the line taken last, which its caller has cut.
-  [[nodiscard]] bool values_of(const place& at, std::string_view line, std::string_view letters);
-
   /// The next value line, described field by field: fields that fill slots are stored in them, all stand in i(), f()
   /// and word() afterwards. A field that cannot be read is named in the message.
   [[nodiscard]] bool values(const place& at, std::initializer_list<part> parts);

@@ -5,6 +5,7 @@
 #include <cstdlib>
 #include <numeric>
 
+#include "pcr_forms_further.hpp"
 #include "pcr_layout.hpp"
 
 namespace pcr_profile {
@@ -377,6 +378,25 @@ std::span<const line> lines() { return block_lines; }
 std::size_t special_indices(const kalvaris_params::phase_type& phase) {
   const bool modulated = pcr_layout::kind_of(phase) == pcr_layout::jbt::modulated;
   return 3 + static_cast<std::size_t>(modulated ? std::clamp(std::abs(phase.nvk), 1, 3) : 1);
+}
+
+std::span<const pcr_fields::field> model_fields(model behind, const kalvaris_params::phase_type& phase) {
+  switch (behind) {
+    case model::none:
+      break;
+    case model::strain:
+      if (phase.istr == 0 || phase.istr == 2) return pcr_forms::strain_model_fields;
+      return pcr_forms::strain_class_fields;
+    case model::size:
+      return pcr_forms::size_model_fields;
+    case model::shift:
+      return pcr_forms::shift_model_fields;
+    case model::scales:
+      return pcr_forms::scales_fields;
+    case model::extinction:
+      return pcr_forms::extinction_fields;
+  }
+  return {};
 }
 
 bool taken_by_coefficients(const block& b, int k) {

@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "kalvaris_params.hpp"
+#include "pcr_fields.hpp"
 
 namespace pcr_profile {
 
@@ -54,6 +55,9 @@ struct line {
 
 /// All lines that a block can have, in their order.
 [[nodiscard]] std::span<const line> lines();
+
+/// What the integer behind the values of a line is.
+[[nodiscard]] std::span<const pcr_fields::field> model_fields(model behind, const kalvaris_params::phase_type& phase);
 
 /// Integers in front of a special reflection: h k l and the propagation vector, or the indices of the modulation.
 [[nodiscard]] std::size_t special_indices(const kalvaris_params::phase_type& phase);

@@ -21,15 +21,6 @@ using pcr_fields::slot_arrays;
 /// The slots of a record of the state, all numbers 0-based.
 [[nodiscard]] slot_arrays slots_of_pattern(reading& r, int ip);
 [[nodiscard]] slot_arrays slots_of_phase(reading& r, int ph, int ip);
-[[nodiscard]] slot_arrays slots_of_atom(reading& r, int ia);
-[[nodiscard]] slot_arrays arrays_of(kalvaris_params::pattern_type& pattern);
-[[nodiscard]] slot_arrays arrays_of(kalvaris_params::mix_type& mix);
-[[nodiscard]] slot_arrays arrays_of(kalvaris_params::atom_type& atom);
-/// Stores the fields of the line in hand, field `first_field` on, as values or as codes of the slots.
-void store_values(const reading& r, const slot_arrays& to, std::span<const int> slots, int first_field = 0);
-void store_codes(const reading& r, const slot_arrays& to, std::span<const int> slots, int first_field = 0);
-/// Fields value, code, value, code ... of the line in hand.
-void store_pairs(const reading& r, const slot_arrays& to, std::span<const int> slots);
 
 [[nodiscard]] bool read_head(reading& r);              ///< title, comments, NPATT and W_PAT
 [[nodiscard]] bool read_flags(reading& r);             ///< flags, WGHT

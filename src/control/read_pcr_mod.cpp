@@ -39,7 +39,7 @@ bool read_sections(reading& r) {
 
 /// A title with the word asks for a copy of the lines that were read, up to the one that was refused.
 void echo_lines(const state_type& st, std::string_view text, int lines) {
-  if (lmix_string_utilities::u_case(st.run.title).find("PRINT_PCR") == std::string::npos) return;
+  if (st.io.only_looking || lmix_string_utilities::u_case(st.run.title).find("PRINT_PCR") == std::string::npos) return;
   std::size_t end = 0;
   for (int k = 0; k < lines && end < text.size(); ++k) {
     const std::size_t line_end = text.find('\n', end);

@@ -11,6 +11,7 @@ namespace read_pcr_mod {
 using kalvaris_inout::console_line;
 using kalvaris_params::atom_type;
 using kalvaris_params::phase_type;
+using pcr_fields::part;
 using pcr_layout::atom_kind;
 using pcr_lines::place;
 namespace aslot = kalvaris_params::aslot;
@@ -18,6 +19,11 @@ namespace aslot = kalvaris_params::aslot;
 namespace {
 
 constexpr std::size_t info_length = 80;
+
+/// The slots of an atom that will be the next one.
+slot_arrays slots_of_next(reading& r, atom_type& atom) {
+  return {atom.xl, atom.a, atom.a_read, kalvaris_params::slot_family::atom, static_cast<int>(r.st.atom.size()), 0};
+}
 
 void warn(reading& r, std::string_view what, const atom_type& atom, std::string_view how) {
   console_line(r.st.io, lmix_fixed_format::fmt_line{}.a(what).a(atom.atext).a(how).str());
@@ -49,22 +55,20 @@ void warn_of_moments(reading& r, const atom_type& atom, const phase_type& phase)
 /// The first line of an atom by the kind of its phase; text behind a # is a remark on the atom.
 bool read_first_line(reading& r, const place& at, const phase_type& phase, atom_type& atom) {
   const pcr_layout::atom_line& layout = pcr_layout::atom_line_of(phase);
-  if (r.in.peek().empty()) return r.in.values(at, layout.letters);  // words the end of the file
+  const part values = part::values(slots_of_next(r, atom), layout.value_slots());
+  if (r.in.peek().empty()) return r.in.values(at, {layout.front});  // words the end of the file
   std::string line = r.in.take();
   atom.line_nb = r.in.lines_taken();
   if (const std::size_t hash = line.find('#'); hash != std::string::npos) {
     atom.atm_info = line.substr(hash + 1, info_length);
     line.erase(hash);
   }
-  if (!r.in.values_of(at, pcr_lines::without_comment(line), layout.letters)) return false;
+  if (!r.in.values_of(at, pcr_lines::without_comment(line), {layout.front, values, layout.behind})) return false;
   atom.atext = r.in.word(0);
   atom.ntyp = r.in.word(1);
-  const int first_value = 2 + layout.pointers;
   if (layout.pointers > 0) atom.imagr = r.in.i(2);
   if (layout.pointers > 1) atom.ikv = phase.nvk == 0 ? 0 : r.in.i(3);
-  const auto slots = layout.value_slots();
-  store_values(r, arrays_of(atom), slots, first_value);
-  const int behind = first_value + static_cast<int>(slots.size());
+  const int behind = 2 + layout.pointers + values.size();
   switch (layout.kind) {
     case atom_kind::nuclear:
       atom.isap = {r.in.i(behind), r.in.i(behind + 1)};
@@ -100,24 +104,21 @@ bool check_atom(reading& r, const place& at, const atom_type& atom, const phase_
 }
 
 bool read_betas(reading& r, int ph, atom_type& atom) {
-  if (!r.in.values({"betas of the atom", ph + 1}, "ffffff")) return false;
-  store_values(r, arrays_of(atom), pcr_layout::beta_slots);
+  const slot_arrays to = slots_of_next(r, atom);
+  if (!r.in.values({"betas of the atom", ph + 1}, {part::values(to, pcr_layout::beta_slots)})) return false;
   for (const int k : pcr_layout::beta_slots) {
     if (!(std::fabs(atom.xl[k]) > 0.5f)) continue;
     warn(r, " Warning!!, Some anisotropic Beta of atom ", atom, " exceeds 0.5!");
     break;
   }
-  if (!r.in.values({"codes of the betas", ph + 1}, "ffffff")) return false;
-  store_codes(r, arrays_of(atom), pcr_layout::beta_slots);
-  return true;
+  return r.in.values({"codes of the betas", ph + 1}, {part::codes(to, pcr_layout::beta_slots)});
 }
 
 bool read_moments(reading& r, int ph, const phase_type& phase, atom_type& atom) {
   const auto slots = pcr_layout::moment_slots_of(phase);
-  if (!r.in.values({"moments of the atom", ph + 1}, "fffffff")) return false;
-  store_values(r, arrays_of(atom), slots);
-  if (!r.in.values({"codes of the moments", ph + 1}, "fffffff")) return false;
-  store_codes(r, arrays_of(atom), slots);
+  const slot_arrays to = slots_of_next(r, atom);
+  if (!r.in.values({"moments of the atom", ph + 1}, {part::values(to, slots)})) return false;
+  if (!r.in.values({"codes of the moments", ph + 1}, {part::codes(to, slots)})) return false;
   warn_of_moments(r, atom, phase);
   return true;
 }
@@ -154,7 +155,7 @@ void settle_connectivity(std::string& info) {
 bool read_distance_cell(reading& r, int ph) {
   phase_type& phase = r.st.phase[ph];
   for (std::size_t i = 0; i < 3; ++i) {
-    if (!r.in.values({"cell for the distances", ph + 1}, "ffff")) return false;
+    if (!r.in.values(pcr_forms::distance_cell, ph + 1)) return false;
     for (int j = 0; j < 3; ++j) phase.rot_cell[3 * i + static_cast<std::size_t>(j)] = r.in.f(j);
     phase.t_cell[i] = r.in.f(3);
   }
@@ -170,12 +171,6 @@ bool read_atom_list(reading& r, int ph) {
 
 }  // namespace
 
-slot_arrays arrays_of(atom_type& atom) { return {atom.xl, atom.a, atom.a_read}; }
-slot_arrays slots_of_atom(reading& r, int ia) {
-  atom_type& atom = r.st.atom[ia];
-  return {atom.xl, atom.a, atom.a_read, kalvaris_params::slot_family::atom, ia, 0};
-}
-
 bool read_atom(reading& r, int ph) {
   const place at{"atom line", ph + 1};
   phase_type& phase = r.st.phase[ph];
@@ -184,8 +179,7 @@ bool read_atom(reading& r, int ph) {
   if (!read_first_line(r, at, phase, atom) || !check_atom(r, at, atom, phase)) return false;
   warn_of_values(r, atom, phase);
   const auto slots = pcr_layout::atom_line_of(phase).value_slots();
-  if (!r.in.values({"codes of the atom", ph + 1}, std::string(slots.size(), 'f'))) return false;
-  store_codes(r, arrays_of(atom), slots);
+  if (!r.in.values({"codes of the atom", ph + 1}, {part::codes(slots_of_next(r, atom), slots)})) return false;
   if (pcr_layout::has_moment_line(phase, atom)) {
     phase.mag_phase = true;
     if (!read_moments(r, ph, phase, atom)) return false;

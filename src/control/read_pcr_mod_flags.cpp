@@ -175,15 +175,23 @@ void split_file_name(reading& r, const std::string& line, std::string& name, std
   extension = std::filesystem::exists(kalvaris_inout::run_path(r.st.io, line + ".dat"), ec) ? ".dat" : ".int";
 }
 
+/// A file that the control file names is not there: the end of the reading, unless the run is only looked at.
+bool missing_file(reading& r, const std::string& message) {
+  if (r.st.io.only_looking) {
+    r.st.io.missing_files.push_back(message);
+    return true;
+  }
+  r.st.io.file_error = true;
+  r.st.io.file_error_mess = message;
+  return r.in.fail({message});
+}
+
 bool data_file_exists(reading& r, int ip) {
   const std::string name = r.st.io.filedat[ip] + r.st.io.extdat[ip];
   std::error_code ec;
   if (std::filesystem::is_regular_file(kalvaris_inout::run_path(r.st.io, name), ec)) return true;
-  const std::string message =
-      fmt_line{}.a("The data file: ").a(name).a(" does not exist! -> Pattern#").i(3, ip + 1).str();
-  r.st.io.file_error = true;
-  r.st.io.file_error_mess = message;
-  return r.in.fail({message});
+  return missing_file(r,
+                      fmt_line{}.a("The data file: ").a(name).a(" does not exist! -> Pattern#").i(3, ip + 1).str());
 }
 
 /// A series decides itself what is listed.
@@ -276,11 +284,9 @@ bool read_resolution_files(reading& r) {
     if (!read_file_name(r, at, name, " Error reading the name of resolution file of pattern ")) return false;
     std::error_code ec;
     if (std::filesystem::is_regular_file(kalvaris_inout::run_path(r.st.io, name), ec)) continue;
-    const std::string message =
-        fmt_line{}.a("The IRF file: ").a(name).a(" does not exist! -> Pattern#").i(3, ip + 1).str();
-    r.st.io.file_error = true;
-    r.st.io.file_error_mess = message;
-    return r.in.fail({message});
+    if (!missing_file(r, fmt_line{}.a("The IRF file: ").a(name).a(" does not exist! -> Pattern#").i(3, ip + 1).str()))
+      return false;
+    name.clear();
   }
   return true;
 }
@@ -316,7 +322,7 @@ bool check_limits(reading& r) {
     }
   }
   for (int ip = 0; ip < r.st.run.n_patt; ++ip) {
-    if (r.st.pattern[ip].ireso == 0) continue;
+    if (r.st.pattern[ip].ireso == 0 || (r.st.io.only_looking && r.st.io.fileres[ip].empty())) continue;
     if (!instrumental_resolution::read_irf(r.st, ip)) return r.in.fail({r.st.io.file_error_mess});
   }
   return true;

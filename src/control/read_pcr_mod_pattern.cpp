@@ -390,26 +390,9 @@ bool read_background(reading& r, int ip) {
 
 }  // namespace
 
-slot_arrays arrays_of(pattern_type& pattern) { return {pattern.glb, pattern.aglb, pattern.aglb_read}; }
 slot_arrays slots_of_pattern(reading& r, int ip) {
   pattern_type& p = r.st.pattern[ip];
   return {p.glb, p.aglb, p.aglb_read, kalvaris_params::slot_family::global, ip, ip};
-}
-
-void store_values(const reading& r, const slot_arrays& to, std::span<const int> slots, int first_field) {
-  for (const int k : slots) to.value[k] = r.in.f(first_field++);
-}
-
-void store_codes(const reading& r, const slot_arrays& to, std::span<const int> slots, int first_field) {
-  for (const int k : slots) to.code[k] = to.code_read[k] = r.in.f(first_field++);
-}
-
-void store_pairs(const reading& r, const slot_arrays& to, std::span<const int> slots) {
-  int field = 0;
-  for (const int k : slots) {
-    to.value[k] = r.in.f(field++);
-    to.code[k] = to.code_read[k] = r.in.f(field++);
-  }
 }
 
 void read_commands(reading& r, int ip) {

@@ -2,10 +2,11 @@
 #include <array>
 #include <cmath>
 #include <cstdlib>
+#include <numeric>
 
 #include "instrumental_resolution.hpp"
 #include "pcr_commands.hpp"
-#include "pcr_forms.hpp"
+#include "pcr_forms_further.hpp"
 #include "pcr_profile.hpp"
 #include "pcr_sections.hpp"
 
@@ -79,25 +80,6 @@ bool profile_reader::take_model_of_phase(std::string_view what, int phase_type::
   return true;
 }
 
-/// What the integer behind the values of a line says.
-std::span<const pcr_fields::field> model_fields(model behind) {
-  switch (behind) {
-    case model::none:
-      break;
-    case model::strain:
-      return pcr_forms::strain_model_fields;
-    case model::size:
-      return pcr_forms::size_model_fields;
-    case model::shift:
-      return pcr_forms::shift_model_fields;
-    case model::scales:
-      return pcr_forms::scales_fields;
-    case model::extinction:
-      return pcr_forms::extinction_fields;
-  }
-  return {};
-}
-
 /// The integer behind the values of a line.
 bool profile_reader::take_model(const pcr_profile::line& line, int value) {
   const place where = at(line.name);
@@ -144,7 +126,8 @@ bool profile_reader::read_coded(const pcr_profile::line& line, std::span<const i
     if (three_words) {
       if (!take_short_scale_line(where)) return false;
     } else {
-      if (!r.in.values(where, {part::values(slots_of_block, some), model_fields(line.behind)})) return false;
+      if (!r.in.values(where, {part::values(slots_of_block, some), pcr_profile::model_fields(line.behind, phase)}))
+        return false;
       if (!take_model(line, line.behind == model::none ? 0 : r.in.i(static_cast<int>(some.size())))) return false;
     }
     if (line.then == check::cell && !check_cell()) return false;
@@ -198,17 +181,16 @@ bool profile_reader::read_conditions(const pcr_profile::line& line, std::span<co
 }
 
 bool profile_reader::read_special(const pcr_profile::line& line) {
+  const bool modulated = pcr_layout::kind_of(phase) == pcr_layout::jbt::modulated;
+  const int further = static_cast<int>(pcr_profile::special_indices(phase)) - 3;
+  const part indices = modulated ? part(pcr_forms::modulation_index_fields) : part(pcr_forms::special_fields);
+  const part satellite(pcr_forms::modulation_satellite_fields, modulated ? further : 0);
   for (int j = 0; j < mix.nref_sp; ++j) {
-    const std::size_t indices = pcr_profile::special_indices(phase);
-    if (!r.in.values(at(line.name), std::string(indices, 'i') + std::string(2 * slot::per_special, 'f'))) return false;
+    std::array<int, slot::per_special> slots{};
+    std::iota(slots.begin(), slots.end(), slot::special + slot::per_special * j);
+    if (!r.in.values(at(line.name), {indices, satellite, part::pairs(slots_of_block, slots)})) return false;
     auto& reflection = mix.special.emplace_back();
-    for (std::size_t k = 0; k < indices; ++k) reflection[k] = r.in.i(static_cast<int>(k));
-    for (int k = 0; k < slot::per_special; ++k) {
-      const std::array one{slot::special + slot::per_special * j + k};
-      const int field = static_cast<int>(indices) + 2 * k;
-      store_values(r, arrays_of(mix), one, field);
-      store_codes(r, arrays_of(mix), one, field + 1);
-    }
+    for (int k = 0; k < 3 + further; ++k) reflection[k] = r.in.i(k);
   }
   return true;
 }
@@ -311,7 +293,6 @@ void command_slots(const pattern_type& p, const phase_type& phase, mix_type& mix
 
 }  // namespace
 
-slot_arrays arrays_of(mix_type& mix) { return {mix.par, mix.apar, mix.apar_read}; }
 slot_arrays slots_of_phase(reading& r, int ph, int ip) {
   mix_type& mix = r.st.mix(ph, ip);
   return {mix.par, mix.apar, mix.apar_read, kalvaris_params::slot_family::phase, ph, ip};

@@ -185,7 +185,8 @@ std::string get_seitz(const matrix3i& rot, int time_inv = 1);
 /// "{2_001|0,0,1/2}".
 std::string get_seitz_symbol(const sym_oper_type& op, int time_inv = 1);
 /// Kovalev's number 1..48 of an operation of m-3m, 0 for any other: his numbering of the hexagonal operations is not
-/// known here with certainty.
+/// known here with certainty. Nor are the labels of Zak, of Bradley and Cracknell, of Miller and Love and of Litvin's
+/// lists, which are left out for that reason.
 int get_symkov(const matrix3i& rot);
 /// "(1/2,0,1/4)".
 std::string get_transl_symbol(const vector3& t);
@@ -369,8 +370,8 @@ struct fourier_oper_type {
   matrix3i rot{{{1, 0, 0}, {0, 1, 0}, {0, 0, 1}}};
   float phase = 0.f;  ///< [turns]
 };
-/// Real part (components 1 to 3) and imaginary part (4 to 6) of S that all these operations leave as they are. They need
-/// not be a group.
+/// Real part (components 1 to 3) and imaginary part (4 to 6) of S that all these operations leave as they are. They
+/// need not be a group.
 site_relations fourier_relations(std::span<const fourier_oper_type> stabilizer);
 /// The position at the middle of the images under its stabiliser: exactly on the symmetry element.
 vector3 nearest_special_position(const vector3& x, std::span<const sym_oper_type> stabilizer);

@@ -5,8 +5,10 @@
 #include <exception>
 #include <new>
 #include <ostream>
+#include <sstream>
 
 #include "control_explained.hpp"
+#include "kv_check.hpp"
 #include "kv_read_intens.hpp"
 #include "lmix_string_utilities.hpp"
 #include "pcr_explain.hpp"
@@ -16,13 +18,15 @@ namespace command_line {
 
 namespace {
 
-constexpr std::array<option_row, 7> option_rows{{
+constexpr std::array<option_row, 8> option_rows{{
     {"--help", option_id::help, "print this text and end"},
     {"--version", option_id::version, "print the version and end"},
     {"--formats", option_id::formats, "print the layouts of data files that can be read and end"},
     {"--strict", option_id::strict, "end with status 3 when the cycles end abnormally"},
     {"--explain", option_id::explain,
      "print the control file with the meaning of each value and end; without CODE all lines"},
+    {"--check", option_id::check,
+     "tell what a run would refuse or what looks wrong, calculate nothing, and end with 1 when it would be refused"},
     {"--man-page", option_id::man_page, "print the manual page and end"},
     {"--completion", option_id::completion, "print completion rules for bash and end"},
 }};
@@ -54,6 +58,9 @@ void set_option(command& result, option_id id) {
       break;
     case option_id::explain:
       result.explain = true;
+      break;
+    case option_id::check:
+      result.check = true;
       break;
     case option_id::man_page:
       result.man_page = true;
@@ -89,6 +96,16 @@ int explain(const command& asked, std::ostream& out) {
   kalvaris_params::state_type st;
   run_names::set_names(st.io, asked.words[0], asked.words.size() > 1 ? asked.words[1] : "");
   return control_explained::explain(st, out) ? status::ended : status::stopped;
+}
+
+int check(const command& asked, std::ostream& out) {
+  kalvaris_params::state_type st;
+  std::ostringstream console;
+  st.io.console = &console;
+  run_names::set_names(st.io, asked.words[0], asked.words.size() > 1 ? asked.words[1] : "");
+  const kv_check::report found = kv_check::look_at(st);
+  out << kv_check::text_of(found, st.io.filenam + ".pcr");
+  return found.refused() ? status::stopped : status::ended;
 }
 
 int one_run(const command& asked, const kalvaris_sub::run_stages& stages, std::ostream& out) {
@@ -203,6 +220,7 @@ int run(std::span<const std::string> arguments, const kalvaris_sub::run_stages& 
   }
   if (asks_for_text(asked)) return status::ended;
   try {
+    if (asked.check) return check(asked, out);
     return asked.explain ? explain(asked, out) : one_run(asked, stages, out);
   } catch (const kalvaris_inout::run_stopped&) {
     return status::stopped;  // its text is on standard error already

@@ -22,7 +22,7 @@ enum : int {
 };
 }  // namespace status
 
-enum class option_id { help, version, formats, strict, explain, man_page, completion };
+enum class option_id { help, version, formats, strict, explain, check, man_page, completion };
 
 /// An option: long, and in front of the first word without a dash.
 struct option_row {
@@ -33,7 +33,7 @@ struct option_row {
 std::span<const option_row> options();
 
 struct command {
-  bool help = false, version = false, formats = false, strict = false, explain = false, man_page = false,
+  bool help = false, version = false, formats = false, strict = false, explain = false, check = false, man_page = false,
        completion = false;
   std::vector<std::string> words;  ///< what follows the options
   std::string refusal;             ///< why the command line is refused, blank when it is not

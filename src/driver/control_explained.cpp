@@ -15,6 +15,9 @@ bool explain(kalvaris_params::state_type& st, std::ostream& out) {
   if (st.io.file_error) kalvaris_inout::stop_cond(st.io, st.io.file_error_mess, true);
   const std::string text = kalvaris_inout::content(st.io, kalvaris_inout::unit::control).value_or("");
 
+  // An explanation needs no data, so that nobody is asked for them.
+  if (!st.io.filedat.empty() && st.io.filedat[0].empty()) st.io.filedat[0] = st.io.filenam;
+
   pcr_lines::record kept;
   read_pcr_mod::read_pcr(st, &kept);
   const bool read = st.fmt.ierr_fmt == 0 && !st.io.file_error;

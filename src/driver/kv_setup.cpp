@@ -157,6 +157,18 @@ void prepare_radiation(pattern_type& p) {
 
 }  // namespace
 
+bool prepare_codes(state_type& st) {
+  for (const bool only_numbers : {true, false}) {
+    if (only_numbers && !st.run.automatic) continue;
+    for (int ph = 0; ph < st.run.nphase; ++ph)
+      for (int ip = 0; ip < st.run.n_patt; ++ip)
+        if (st.mix(ph, ip).jcontr != 0 && !kalvaris_codes::cell_const(st, ph, ip, only_numbers)) return false;
+    if (only_numbers) kalvaris_codes::set_symmetryconstraints(st);
+  }
+  kalvaris_codes::mod_codes(st);
+  return st.fmt.ierr_fmt == 0;
+}
+
 std::optional<float> read_filetemp(state_type& st) {
   const auto refuse_list = [&st](const std::string& reason) -> std::optional<float> {
     st.io.file_error = true;
@@ -175,18 +187,6 @@ std::optional<float> read_filetemp(state_type& st) {
     if (step++ == st.io.processed) return value;
   }
   return refuse_list(std::to_string(step) + " temperatures, none for step " + std::to_string(st.io.processed + 1));
-}
-
-bool prepare_codes(state_type& st) {
-  for (const bool only_numbers : {true, false}) {
-    if (only_numbers && !st.run.automatic) continue;
-    for (int ph = 0; ph < st.run.nphase; ++ph)
-      for (int ip = 0; ip < st.run.n_patt; ++ip)
-        if (st.mix(ph, ip).jcontr != 0 && !kalvaris_codes::cell_const(st, ph, ip, only_numbers)) return false;
-    if (only_numbers) kalvaris_codes::set_symmetryconstraints(st);
-  }
-  kalvaris_codes::mod_codes(st);
-  return st.fmt.ierr_fmt == 0;
 }
 
 void write_out(state_type& st) {

@@ -11,13 +11,13 @@ namespace kv_setup {
 /// of the data and the reflection lists may stop the run through stop_cond.
 void write_out(kalvaris_params::state_type& st);
 
+/// Cells and codes alone, the first step of the stage: symmetry constraints on the raw codes, then their split, then
+/// A..F of 1/d^2 in the cell slots. False with st.fmt set when they are refused.
+[[nodiscard]] bool prepare_codes(kalvaris_params::state_type& st);
+
 /// The temperature [K] of the present step of a series: number io.processed (0-based) of the list io.filetemp, one
 /// value per line, text behind it free, blank lines and comments not counted. Empty with io.file_error when there is
 /// none.
 [[nodiscard]] std::optional<float> read_filetemp(kalvaris_params::state_type& st);
-
-/// Cells and codes alone, the first step of the stage: symmetry constraints on the raw codes, then their split, then
-/// A..F of 1/d^2 in the cell slots. False with st.fmt set when they are refused.
-[[nodiscard]] bool prepare_codes(kalvaris_params::state_type& st);
 
 }  // namespace kv_setup

@@ -10,6 +10,7 @@
 #include "kv_running_output_parts.hpp"
 #include "lmix_fixed_format.hpp"
 #include "pcr_layout.hpp"
+#include "slot_text.hpp"
 
 namespace kv_running_output {
 
@@ -137,8 +138,8 @@ void atom_row(state_type& st, const atom_type& atom, fmt_line values, std::span<
   list(st, values.str() + '\n' + codes.str());
 }
 
-void echo_form_factor(state_type& st, const atom_type& atom) {
-  const auto form = pcr_layout::form_factor_of(atom);
+void echo_form_factor(state_type& st, const phase_type& phase, const atom_type& atom) {
+  const auto form = pcr_layout::form_factor_of(phase, atom);
   const int values = form.spherical ? atom.sa_ylmp.es3 : form.values;
   for (int first = 0; first < values; first += form.per_line) {
     std::vector<int> slots;
@@ -147,30 +148,39 @@ void echo_form_factor(state_type& st, const atom_type& atom) {
   }
 }
 
+/// Cosine and sine terms of a modulated atom, displacements and, of an atom with a moment, moments.
+void echo_harmonics(state_type& st, const phase_type& phase, const atom_type& atom) {
+  if (pcr_layout::atom_kind_of(phase) != pcr_layout::atom_kind::modulated) return;
+  for (int n = 0; n < atom.imagr; ++n) {
+    const std::string number = std::to_string(n + 1) + ":";
+    atom_row(st, atom, fmt_line{}.a(15, "     U " + number), pcr_layout::harmonic_slots(n, aslot::ucos), 5);
+    if (pcr_layout::has_moment_line(phase, atom))
+      atom_row(st, atom, fmt_line{}.a(15, "     M " + number), pcr_layout::harmonic_slots(n, aslot::mcos), 5);
+  }
+}
+
 void echo_atom(state_type& st, const phase_type& phase, const atom_type& atom) {
   const auto& line = pcr_layout::atom_line_of(phase);
   atom_row(st, atom, fmt_line{}.x(2).a(6, atom.atext).x(1).a(6, atom.ntyp), line.value_slots(), 5);
-  if (line.magnetic_pointers)
+  if (line.pointers == 2)
     list(st, fmt_line{}.a("     matrices:").i(3, atom.imagr).a("   vector:").i(3, atom.ikv).str());
   if (pcr_layout::has_moment_line(phase, atom))
     atom_row(st, atom, fmt_line{}.a(15, "     moment:"), pcr_layout::moment_slots_of(phase), 5);
   if (pcr_layout::has_betas(phase, atom) || pcr_layout::has_last_betas(phase, atom))
     atom_row(st, atom, fmt_line{}.a(15, "     betas:"), pcr_layout::beta_slots, 6);
-  echo_form_factor(st, atom);
+  echo_form_factor(st, phase, atom);
+  echo_harmonics(st, phase, atom);
   if (atom.isap[0] != 0 || atom.isap[1] != 0)
     list(st, fmt_line{}.a("     operators from").i(4, atom.isap[0]).a(" to").i(4, atom.isap[1]).str());
 }
 
 void echo_atoms(state_type& st, const phase_type& phase) {
-  constexpr std::array heads{
-      "  Name   Type         x          y          z          B       occ.",
-      "  Name   Type         x          y          z          B       occ.       Rx         Ry   "
-      "      Rz\n                    Ix         Iy         Iz    beta11     beta22     beta33     "
-      "MagPh",
-      "  Name   Type         x          y          z          B       occ.\n"
-      "                    Rx         Ry         Rz         Ix         Iy         Iz      MagPh"};
   list(st, "\n => Atom parameters and codes ==>");
-  list(st, heads[static_cast<std::size_t>(pcr_layout::atom_kind_of(phase))]);
+  list(st, "  Name   Type         x          y          z          B       occ.");
+  if (pcr_layout::atom_kind_of(phase) == pcr_layout::atom_kind::moments)
+    list(st, "                 Rx, Ry, Rz behind occ., below them Ix, Iy, Iz, beta11, beta22, beta33, MagPh");
+  else if (pcr_layout::atom_kind_of(phase) != pcr_layout::atom_kind::nuclear)
+    list(st, "                 moment: Rx, Ry, Rz, Ix, Iy, Iz, MagPh");
   for (int ia = phase.first_atom; ia < phase.first_atom + phase.natom; ++ia) echo_atom(st, phase, at(st.atom, ia));
 }
 
@@ -179,6 +189,29 @@ void echo_atoms(state_type& st, const phase_type& phase) {
 void code_line(state_type& st, std::string_view words, int decimals, float value, int number, float multiplier) {
   list(st, kv_listing_text::value_line(words, decimals, {value}) +
                fmt_line{}.f(15, 2, code_word(number, multiplier)).str());
+}
+
+/// Slots of rigid bodies and symmetry modes that are used or refined.
+template <class record>
+void echo_record(state_type& st, kalvaris_params::slot_family family, int ph, int n, const record& r) {
+  for (int k = 1; k < static_cast<int>(r.value.size()); ++k) {
+    if (at(r.value, k) == 0.f && at(r.number, k) == 0) continue;
+    const auto text = slot_text::describe(st, {family, ph, n, k});
+    code_line(st, " => " + text.name + ": " + std::string(text.meaning), 5, at(r.value, k), at(r.number, k),
+              at(r.code, k));
+  }
+}
+
+void echo_groups_of_atoms(state_type& st, int ph) {
+  const phase_type& phase = at(st.phase, ph);
+  for (int n = 0; n < static_cast<int>(phase.bodies.size()); ++n) {
+    const auto& body = at(phase.bodies, n);
+    list(st, fmt_line{}.a("\n => Rigid body ").i(2, n + 1).a(" " + body.name + ", atoms: ").i(4, body.natoms).str());
+    echo_record(st, kalvaris_params::slot_family::body, ph, n, body);
+  }
+  if (!phase.modes.empty()) list(st, "\n => Amplitudes of symmetry modes and codes ==>");
+  for (int n = 0; n < static_cast<int>(phase.modes.size()); ++n)
+    echo_record(st, kalvaris_params::slot_family::mode, ph, n, at(phase.modes, n));
 }
 
 /// Profile parameters with codes. The cell slots hold A..F of 1/d^2 by now; the cell itself stands in the phase.
@@ -215,6 +248,7 @@ void echo_phase(state_type& st, int ph) {
   write_symm_info(st, phase);
   list(st, write_crystal_cell(phase.cellp));
   if (phase.natom > 0) echo_atoms(st, phase);
+  echo_groups_of_atoms(st, ph);
   for (int ip = 0; ip < st.run.n_patt; ++ip) {
     if (st.mix(ph, ip).jcontr == 0) continue;
     echo_models(st, ph, ip);

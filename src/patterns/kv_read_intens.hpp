@@ -25,8 +25,9 @@ std::string formats_text();
 /// y, var, txv (one longer than npts), iww, yo_max and the scalars beside them, and sizes yc, bk and kr with zeros.
 /// Every variance that it leaves is positive, every number finite, txv does not decrease; at least two points.
 /// Whatever cannot be read so stops the run with a text on console and listings that names file, line and column, and
-/// the layouts that would read the file whole. What is read although it is not as it should be (variances of 0, uneven
-/// steps, points out of order, fewer than announced) gets a line of warning each, with the first place.
+/// the layouts that would read the file whole. What is read although it is not as it should be (variances of 0,
+/// intensities that are raised, uneven steps, points out of order, fewer or more than announced) gets a line of warning
+/// each, with the first place, on console and listings.
 /// A file whose next bank belongs to the next pattern (same name, ixunit 1) stays open in st.data_file.
 void readint(kalvaris_params::state_type& st, int ip);
 

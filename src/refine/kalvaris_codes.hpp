@@ -109,9 +109,7 @@ void set_symmetryconstraints(kalvaris_params::state_type& st);
 // ---- names ----------------------------------------------------------------------------------------------------------
 
 using slot_text::slot_place;
-[[nodiscard]] inline slot_place place_of(const kalvaris_params::slot_ref& s) {
-  return {s.family, s.owner, s.ip, s.k};
-}
+[[nodiscard]] inline slot_place place_of(const kalvaris_params::slot_ref& s) { return {s.family, s.owner, s.ip, s.k}; }
 
 /// Name of a slot as a person reads it, such as Scale_ph1_pat1, Cell_A_ph1_pat1, Zero_pat1, X_O1_ph1; an atom that
 /// shares its label with others of the phase counts among them: X_O(2)_ph1.

@@ -364,7 +364,7 @@ void both_listings(inout_type& io, std::string_view line) {
 
 void stop_cond(inout_type& io, std::string_view text, bool fatal) {
   console(io).flush();
-  std::cerr << trimmed(text) << '\n';
+  (io.errors != nullptr ? *io.errors : std::cerr) << trimmed(text) << '\n';
   if (fatal) throw run_stopped{std::string(trimmed(text))};
 }
 

@@ -75,6 +75,11 @@ struct inout_type {
   bool l_sequential = false;        ///< the run is part of a series
   int ishkl = 0;                    ///< 1 when the reflections came from a file of the second to fourth name
   std::ostream* console = nullptr;  ///< where console lines go; null: standard output
+  std::ostream* errors = nullptr;   ///< where stop_cond says why; null: standard error
+  /// The run is only looked at: the reader writes no copy of its lines, and a data or resolution file that is missing is
+  /// put down in missing_files instead of ending the reading.
+  bool only_looking = false;
+  std::vector<std::string> missing_files;
   std::map<int, run_file> units;    ///< open files
   std::fstream nothing;             ///< never opened: takes what is written to a unit that is not open
   bool console_is_log = false;      ///< console is the log file of a series: lines keep their leading blanks

@@ -363,7 +363,7 @@ TEST_F(Echo, ModelsOfAPhaseAreTold) {
         row{[](kp::state_type& st) {
               st.mixes[0].special = {{0, 0, 3, 1}};
             },
-            " => Special reflection   1:    0    0    3    1\n"},
+            " => Special reflection   1:    0    0    3    1"},
         row{[](kp::state_type& st) { st.pattern[0].cry_pat = true, st.mixes[0].iextinc = 2; },
             " => Extinction: Becker-Coppens Gaussian\n"},
         row{[](kp::state_type& st) { st.mixes[0].irf = 1, st.mixes[0].file_hkl = "list.hkl"; },

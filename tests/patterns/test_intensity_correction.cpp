@@ -128,13 +128,16 @@ TEST(IntensityCorrection, ProfileIsDividedWithItsVariance) {
 }
 
 TEST(IntensityCorrection, FilesCutOrSpoiltAnywhereGiveFiniteFactorsOrAMessage) {
-  const std::string bytes("\0\xff,/*-eE.9 \n!", 13);
+  const std::string bytes("\0,-E\n", 5);
   for (const auto& [icorr, whole] : {std::pair{1, std::string("t\n10 1.5\n20 2.5\n40 0.5\n")},
                                      std::pair{2, std::string("t\n2 1 3\n1.0 0.5\n-1e-3\n")}}) {
+    cor_run run(icorr, "");
     for (std::size_t at = 0; at < whole.size(); ++at)
       for (std::size_t k = 0; k <= bytes.size(); ++k) {
-        cor_run run(icorr, k == bytes.size() ? whole.substr(0, at) : std::string(whole).replace(at, 1, 1, bytes[k]));
-        EXPECT_EQ(read_cor(run.st, 0), !run.st.io.file_error);
+        std::ofstream(run.directory / "code.cor", std::ios::binary)
+            << (k == bytes.size() ? whole.substr(0, at) : std::string(whole).replace(at, 1, 1, bytes[k]));
+        const bool read = read_cor(run.st, 0);
+        EXPECT_EQ(read, !run.st.io.file_error);
         EXPECT_TRUE(std::isfinite(run.at(15)));
       }
   }
