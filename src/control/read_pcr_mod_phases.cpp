@@ -18,13 +18,15 @@ namespace {
 constexpr std::size_t name_length = 164;
 namespace slot = kalvaris_params::slot;
 
-/// Cuts the word out of the name; false when it is not there.
+/// Cuts the word out of the name wherever it stands; false when it is not there.
 bool cut_out(std::string& name, std::string_view word) {
-  const std::size_t at = name.find(word);
-  if (at == std::string::npos) return false;
-  name.erase(at, word.size());
-  name = pcr_lines::adjl_tab(name);
-  return true;
+  bool found = false;
+  for (std::size_t at = name.find(word); at != std::string::npos; at = name.find(word)) {
+    name.erase(at, word.size());
+    found = true;
+  }
+  if (found) name = pcr_lines::adjl_tab(name);
+  return found;
 }
 
 bool read_name(reading& r, int ph) {

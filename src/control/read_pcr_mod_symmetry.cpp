@@ -316,7 +316,8 @@ bool read_vectors_behind(reading& r, int ph) {
   phase_type& phase = r.st.phase[ph];
   if (!phase.vectors_behind) return true;
   for (int j = 0; j < std::abs(phase.nvk); ++j) {
-    const bool codes_below = numbers_on(r.in.peek()) <= 3;
+    // Words are counted, not numbers, so that a wrong word is told where it stands.
+    const bool codes_below = lmix_string_utilities::getword(pcr_lines::without_comment(r.in.peek())).iv <= 3;
     if (!read_vector(r, {"propagation vectors", ph + 1}, phase, codes_below)) return false;
   }
   append_opposites(phase);

@@ -144,7 +144,7 @@ std::optional<node> shift_onto(const group_on_grid& a, const group_on_grid& b) {
   std::vector<std::array<node, 2>> pair;  // translations of one rotation in both
   std::vector<matrix3i> rotation;
   for (const auto& [r, t] : a.op) {
-    const auto same = std::ranges::find_if(b.op, [&](const auto& o) { return o.first == r; });
+    const auto same = std::ranges::find_if(b.op, [&wanted = r](const auto& o) { return o.first == wanted; });
     if (same == b.op.end()) return {};
     rotation.push_back(r);
     pair.push_back({t, same->second});

@@ -1,9 +1,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <cctype>
 #include <functional>
-#include <iterator>
 
 #include "control_files.hpp"
 
@@ -184,83 +182,6 @@ TEST(ReadPcrFailure, EveryCutHasItsMessage) {
     }
     EXPECT_GE(last_needed, static_cast<int>(lines.size()) - 3);
   }
-}
-
-/// The line with one of its words replaced.
-std::string with_word(const std::string& line, std::size_t k, std::string_view word) {
-  std::istringstream in(line);
-  std::string changed, w;
-  for (std::size_t j = 0; in >> w; ++j) changed += ' ' + (j == k ? std::string(word) : w);
-  return changed;
-}
-
-/// Whatever a word is replaced by: a refusal has a message, and what is accepted is written and read again.
-TEST(ReadPcrFailure, NoWordBreaksTheReaderOfTheFurtherLines) {
-  run_directory run;
-  run.put_named_files();
-  int refused = 0, accepted = 0;
-  for (const std::string& text :
-       {control_files::lab6, control_files::corundum, control_files::yttria, control_files::boride,
-        control_files::crystal, control_files::annealing, control_files::anisotropic}) {
-    const std::vector<std::string> lines = control_files::lines_of(text);
-    for (std::size_t n = 1; n < lines.size(); ++n) {
-      if (lines[n].empty() || lines[n][0] == '!') continue;
-      std::istringstream in(lines[n]);
-      const auto words = std::distance(std::istream_iterator<std::string>(in), {});
-      for (std::size_t k = 0; k < static_cast<std::size_t>(words); ++k) {
-        for (const char* wrong : {"x1", "-7", "2147483647", "nan", ""}) {
-          const std::string line = with_word(lines[n], k, wrong);
-          const auto& st = run.read(with_line(text, static_cast<int>(n + 1), line));
-          EXPECT_EQ(st.fmt.ierr_fmt != 0, st.fmt.mess_findfmt.nlines > 0) << line;
-          ++(st.fmt.ierr_fmt != 0 ? refused : accepted);
-          if (st.fmt.ierr_fmt != 0) continue;
-          const std::string written = read_pcr_mod::write_pcr(st, "");
-          EXPECT_EQ(run.read(written).fmt.ierr_fmt, 0) << line << '\n' << run.message() << written;
-        }
-      }
-    }
-  }
-  EXPECT_GT(refused, 2000);
-  EXPECT_GT(accepted, 1000);
-}
-
-/// Each word of each line replaced by what does not belong there: a refusal names that line, or a later one where the
-/// word changed what is to follow. Lines of text (title, names) take anything.
-TEST(ReadPcrFailure, EveryWordMayBeWrong) {
-  run_directory run;
-  run.put("al2o3_x.dat", "");
-  run.put("al2o3_n.dat", "");
-  int refused_at_line = 0, numbers = 0;
-  for (const std::string& text : {free_lab6, control_files::corundum_free(), ceria, control_files::zincite}) {
-    const std::vector<std::string> lines = control_files::lines_of(text);
-    for (std::size_t n = 1; n < lines.size(); ++n) {
-      if (lines[n].empty() || lines[n][0] == '!') continue;
-      std::istringstream in(lines[n]);
-      std::vector<std::string> words;
-      for (std::string word; in >> word;) words.push_back(word);
-      const bool all_numbers = std::all_of(words.begin(), words.end(), [](const std::string& w) {
-        return std::isdigit(static_cast<unsigned char>(w.back())) != 0 &&
-               std::isalpha(static_cast<unsigned char>(w[0])) == 0;
-      });
-      for (std::size_t k = 0; k < words.size(); ++k) {
-        for (const char* wrong : {"x1", "1e999", "-7", "99999999999999", "nan", "0", ""}) {
-          std::vector<std::string> changed = words;
-          changed[k] = wrong;
-          std::string line;
-          for (const std::string& w : changed) line += ' ' + w;
-          const int ierr = run.read(with_line(text, static_cast<int>(n + 1), line)).fmt.ierr_fmt;
-          EXPECT_EQ(ierr != 0, run.state->fmt.mess_findfmt.nlines > 0) << line;
-          if (!all_numbers || wrong != std::string("x1")) continue;
-          ++numbers;
-          EXPECT_NE(ierr, 0) << line;
-          if (run.message().ends_with(at_line(static_cast<int>(n + 1)))) ++refused_at_line;
-        }
-      }
-    }
-  }
-  EXPECT_GT(numbers, 500);
-  // One line is not refused: words in front of the output flags of the long form are passed over.
-  EXPECT_EQ(refused_at_line, numbers - 1);
 }
 
 }  // namespace
