@@ -282,15 +282,17 @@ void explainer::list_parameters() {
   }
 }
 
-/// What kind of file it is.
+/// What kind of file it is, when all of it could be read.
 void explainer::introduce() {
   const auto count = [](int n, std::string_view what) {
     return std::to_string(n) + ' ' + std::string(what) + (n == 1 ? "" : "s");
   };
-  out_ += std::string("Control file, ") + (st_.run.s_format ? "short" : "long") +
-          " form: " + count(st_.run.n_patt, "pattern") + ", " + count(st_.run.nphase, "phase");
-  if (of_.numbered) out_ += ", " + count(st_.run.maxs, "refined parameter");
-  out_ += ".\nA dash stands for a field that is left out and counts as 0.\n\n";
+  if (of_.numbered) {
+    out_ += std::string("Control file, ") + (st_.run.s_format ? "short" : "long") +
+            " form: " + count(st_.run.n_patt, "pattern") + ", " + count(st_.run.nphase, "phase") + ", " +
+            count(st_.run.maxs, "refined parameter") + ".\n";
+  }
+  out_ += "A dash stands for a field that is left out and counts as 0.\n\n";
 }
 
 std::string explainer::run() {

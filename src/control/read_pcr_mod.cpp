@@ -179,7 +179,7 @@ void read_pcr(state_type& st, pcr_lines::record* keep) {
   r.in.keep(keep);
   const bool read = read_sections(r);
   if (keep != nullptr) keep->last = r.in.lines_taken();
-  echo_lines(st, lines, r.in.lines_taken());
+  if (keep == nullptr) echo_lines(st, lines, r.in.lines_taken());
   if (read) st.fmt.ierr_fmt = 0;
 }
 
