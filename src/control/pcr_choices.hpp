@@ -11,6 +11,10 @@ namespace pcr_choices {
 using pcr_fields::choice;
 
 inline constexpr std::array<choice, 2> no_yes{{{0, "no"}, {1, "yes"}}};
+inline constexpr std::array<choice, 1> none_or_some{{{0, "none"}}};
+inline constexpr std::array<choice, 1> usual_or_other{{{0, "usual"}}};
+inline constexpr std::array symmetry_listings{choice{0, "group and operators"},
+                                              choice{1, "with the Wyckoff positions"}};
 
 // ---- flags of run and pattern ---------------------------------------------------------------------------------------
 

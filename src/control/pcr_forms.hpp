@@ -83,10 +83,10 @@ inline constexpr field ls3{"Ls3", 'i', "merged reflection list", {}, ch::no_yes}
 inline constexpr field nli{"Nli", 'i', "number of linear restraints"};
 inline constexpr field prf{"Prf", 'i', "file for plotting", {}, ch::plot_files};
 inline constexpr field ins{"Ins", 'i', "layout of the data file", {}, ch::layouts};
-inline constexpr field jci{"Jci", 'i', "amount of text of a cycle, files of reflections"};
-inline constexpr field jsy{"Jsy", 'i', "listing of the symmetry"};
-inline constexpr field jlk{"Jlk", 'i', "files of reflections for other programs"};
-inline constexpr field jfo{"Jfo", 'i', "files for Fourier maps"};
+inline constexpr field jci{"Jci", 'i', "amount of text of a cycle, files of reflections", {}, ch::usual_or_other};
+inline constexpr field jsy{"Jsy", 'i', "listing of the symmetry", {}, ch::symmetry_listings};
+inline constexpr field jlk{"Jlk", 'i', "files of reflections for other programs", {}, ch::none_or_some};
+inline constexpr field jfo{"Jfo", 'i', "files for Fourier maps", {}, ch::none_or_some};
 inline constexpr field sho{"Sho", 'i', "short listing", {}, ch::no_yes};
 inline constexpr field ana{"Ana", 'i', "analysis of the refinement at the end", {}, ch::no_yes};
 
@@ -201,7 +201,7 @@ inline constexpr field atz{"ATZ", 'f', "Z M of the cell over the multiplicity, f
 inline constexpr field nvk{"Nvk", 'i', "number of propagation vectors; negative: their opposites are added"};
 inline constexpr field npr_phase{"Npr", 'i', "peak shape of the phase; 0: that of the pattern", {}, ch::shapes};
 inline constexpr field more{"More", 'i', "a line of additional flags follows", {}, ch::no_yes};
-inline constexpr field jview{"Jvi", 'i', "files for structure drawings"};
+inline constexpr field jview{"Jvi", 'i', "files for structure drawings", {}, ch::none_or_some};
 inline constexpr field jdist{"Jdi", 'i', "distances and angles are listed", {}, ch::distances};
 inline constexpr field jhelix{"Hel", 'i', "the moments form a helix", {}, ch::no_yes};
 inline constexpr field jsol{"Sol", 'i', "a line of hkl-dependent shifts stands in the profile block", {}, ch::no_yes};
