@@ -99,6 +99,14 @@ bool check_atom(reading& r, const place& at, const atom_type& atom, const phase_
   if (atom.isap[0] < 0 || atom.isap[1] < atom.isap[0] || atom.isap[1] > number_of_operators(phase)) {
     return r.in.refuse(at, "operator numbers (In, Fin) do not name operators of the space group");
   }
+  if (kind == atom_kind::modulated && (atom.imagr < 0 || atom.imagr > kalvaris_params::NHARM)) {
+    return r.in.fail_here(lmix_fixed_format::fmt_line{}
+                              .a(" Error in the number of harmonics for atom: ")
+                              .a(atom.atext)
+                              .a(", the maximum allowed is nharm = ")
+                              .i(0, kalvaris_params::NHARM)
+                              .str());
+  }
   const int vectors = std::abs(phase.nvk) * (phase.nvk < 0 ? 2 : 1);
   return r.in.in_range(at, "number of the propagation vector", atom.ikv, -vectors, vectors);
 }

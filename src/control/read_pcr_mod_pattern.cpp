@@ -134,7 +134,7 @@ bool read_scattering_table(reading& r, int ip, scattering_entry& entry) {
   while (true) {
     if (!r.in.values(pcr_forms::scattering_table, 0, ip + 1)) return false;
     if (std::fabs(r.in.f(0) + 100.f) < 1.0e-4f) return true;
-    if (entry.star.size() >= kalvaris_params::N_FORM) return r.in.fail({" Too many scattering factor entries"});
+    if (entry.star.size() >= kalvaris_params::N_FORM) return r.in.fail_here(" Too many scattering factor entries");
     entry.star.push_back(r.in.f(0));
     entry.ftab.push_back(r.in.f(1));
   }
@@ -146,7 +146,7 @@ bool read_form_factor(reading& r, int ip, scattering_entry& entry) {
     if (!r.in.values(pcr_forms::form_factor, 0, ip + 1)) return false;
     for (int k = 0; k < 9; ++k) entry.ac[k] = r.in.f(k);
     if (std::fabs(entry.ac[2]) > 1.0e-6f) return true;
-    if (entry.posi.size() >= kalvaris_params::N_FORM) return r.in.fail({" Too many scattering factor entries"});
+    if (entry.posi.size() >= kalvaris_params::N_FORM) return r.in.fail_here(" Too many scattering factor entries");
     entry.posi.push_back(entry.ac[0]);
     entry.scat.push_back(entry.ac[1]);
   }
@@ -295,7 +295,7 @@ bool read_user_profiles(reading& r, int ip) {
   }
   constexpr int most = 10;
   if (p.nbk_pr < 1 || p.nbk_pr > most) {
-    return r.in.fail({fmt_line{}.a(" Too many profiles contributing to background of pattern#").i(0, ip + 1).str()});
+    return r.in.fail_here(fmt_line{}.a(" Too many profiles contributing to background of pattern#").i(0, ip + 1).str());
   }
   const auto n = static_cast<std::size_t>(p.nbk_pr);
   if (names.dire.size() < n + 1) return r.in.refuse(at, "a name of a profile is missing");
