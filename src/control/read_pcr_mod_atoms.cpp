@@ -148,6 +148,7 @@ void settle_connectivity(std::string& info) {
   for (int element = 0; element < 2; ++element) {
     at = info.find_first_not_of(' ', at);
     if (at == std::string::npos) return;
+    if (std::isalpha(static_cast<unsigned char>(info[at])) == 0) return;  // no element
     const std::size_t end = std::min(info.find(' ', at), info.size());
     bool first = true;
     for (bool name = true; at < end; ++at) {
@@ -198,6 +199,7 @@ bool read_atom(reading& r, int ph) {
   if (pcr_layout::atom_kind_of(phase) == atom_kind::modulated && !read_harmonics(r, ph, atom)) return false;
   command_coordinates(phase, atom);
   settle_connectivity(atom.atm_info);
+  atom.atm_info.erase(atom.atm_info.find_last_not_of(' ') + 1);
   if (phase.profile_matching()) atom.a.fill(0.f);  // nothing is calculated from these atoms, so nothing is refined
   r.st.atom.push_back(std::move(atom));
   return true;

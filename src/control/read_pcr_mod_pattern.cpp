@@ -328,22 +328,21 @@ std::string without_codes_word(const std::string& line) {
   return pcr_lines::without_comment(pcr_lines::begins_with(line, codes_word) ? line.substr(codes_word.size()) : line);
 }
 
-bool is_six_numbers(const std::string& text) {
-  std::string_view rest = text;
-  int count = 0;
-  for (auto word = lmix_string_utilities::cutst(rest); !word.empty(); word = lmix_string_utilities::cutst(rest)) {
-    float number = 0.f;
-    if (!lmix_fixed_format::parse_real(word, number)) return false;
-    ++count;
-  }
-  return count == 6;
+/// Six words, of which at least so many are numbers: a wrong one is told by the reader of the line.
+bool is_six_numbers(const std::string& text, int least) {
+  const auto words = lmix_string_utilities::getword(text).dire;
+  const auto number = [](std::string_view word) {
+    float value = 0.f;
+    return lmix_fixed_format::parse_real(word, value);
+  };
+  return words.size() == 6 && std::count_if(words.begin(), words.end(), number) >= least;
 }
 
 /// The cosine series has 12 or 18 terms: 18 when the next two lines are six numbers each.
 std::size_t lines_that_stand(reading& r, const background_lines& row, std::size_t line) {
   const bool optional = row.nbckgd == 4 && line == 2;
-  const bool stands =
-      is_six_numbers(pcr_lines::without_comment(r.in.peek(1))) && is_six_numbers(without_codes_word(r.in.peek(2)));
+  const bool stands = is_six_numbers(pcr_lines::without_comment(r.in.peek(1)), 5) &&
+                      is_six_numbers(without_codes_word(r.in.peek(2)), 5);
   return optional && !stands ? line : row.lines();
 }
 
