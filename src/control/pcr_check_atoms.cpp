@@ -264,6 +264,13 @@ double common_factor(const std::vector<site_filling>& sites) {
   return best;
 }
 
+/// The range of operators of an atom (In, Fin) makes its occupancy another one.
+bool sums_over_some_operators(const examination& e, const phase_type& phase) {
+  for (int ia = phase.first_atom; ia < phase.first_atom + phase.natom; ++ia)
+    if (e.st.atom[static_cast<std::size_t>(ia)].isap != std::array{0, 0}) return true;
+  return false;
+}
+
 std::string labels_of(const site_filling& s) {
   std::string text;
   for (const atom_type* atom : s.atoms) text += (text.empty() ? "" : " and ") + atom->atext;
@@ -277,6 +284,7 @@ std::string labels_of(const site_filling& s) {
 void occupancies(examination& e) {
   for (const phase_type& phase : e.st.phase) {
     if (phase.profile_matching() || phase.spgr.symop.empty() || phase.isym != 0 || phase.natom == 0) continue;
+    if (sums_over_some_operators(e, phase)) continue;
     const std::vector<site_filling> sites = fillings_of(e, phase);
     const double factor = common_factor(sites);
     const std::string where =

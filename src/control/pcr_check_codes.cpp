@@ -99,6 +99,8 @@ kind kind_of(const slot_place& s) {
   return s.k == aslot::occ ? kind::occupancy : kind::value;
 }
 
+bool is_edge(const slot_place& s) { return s.k < slot::cell_a + 3; }
+
 /// The same quantity, though perhaps of another atom, phase or pattern.
 bool same_quantity(const slot_place& a, const slot_place& b) {
   if (a.family != b.family) return false;
@@ -122,7 +124,9 @@ bool start_apart(const coded_slot& a, const coded_slot& b) {
   const double ratio = static_cast<double>(b.code.multiplier) / static_cast<double>(a.code.multiplier);
   switch (kind_of(b.place)) {
     case kind::cell:
-      if (a.place.owner == b.place.owner && a.place.ip == b.place.ip) return false;
+      // the angle of a hexagonal cell carries the code of a
+      if (a.place.owner == b.place.owner && (a.place.ip == b.place.ip || is_edge(a.place) != is_edge(b.place)))
+        return false;
       break;
     case kind::occupancy:
       if (ratio < 0.0) return false;

@@ -9,6 +9,7 @@
 #include "lmix_fixed_format.hpp"
 #include "lmix_text_input.hpp"
 #include "pcr_forms.hpp"
+#include "pcr_profile.hpp"
 
 namespace pcr_explain {
 
@@ -132,6 +133,10 @@ explainer::words explainer::words_of(const kept_line& line, const entry& e) cons
   if (e.kind != kind::plain) {
     const slot_text::text slot = slot_text::describe(st_, e.slot);
     words w{slot.name, std::string(slot.meaning), std::string(slot.unit), {}};
+    if (e.slot.family == slot_family::phase) {
+      const std::string_view term = pcr_profile::term_of({st_, e.slot.owner, e.slot.ip}, e.slot.k);
+      if (!term.empty()) w.name += " (" + std::string(term) + ")";
+    }
     const int later = last_line_.at(key_of(e));
     if (later != line.number) w.meaning = "that of line " + std::to_string(later) + " holds";
     return w;
@@ -277,15 +282,17 @@ void explainer::list_parameters() {
   }
 }
 
-/// What kind of file it is.
+/// What kind of file it is, when all of it could be read.
 void explainer::introduce() {
   const auto count = [](int n, std::string_view what) {
     return std::to_string(n) + ' ' + std::string(what) + (n == 1 ? "" : "s");
   };
-  out_ += std::string("Control file, ") + (st_.run.s_format ? "short" : "long") +
-          " form: " + count(st_.run.n_patt, "pattern") + ", " + count(st_.run.nphase, "phase");
-  if (of_.numbered) out_ += ", " + count(st_.run.maxs, "refined parameter");
-  out_ += ".\nA dash stands for a field that is left out and counts as 0.\n\n";
+  if (of_.numbered) {
+    out_ += std::string("Control file, ") + (st_.run.s_format ? "short" : "long") +
+            " form: " + count(st_.run.n_patt, "pattern") + ", " + count(st_.run.nphase, "phase") + ", " +
+            count(st_.run.maxs, "refined parameter") + ".\n";
+  }
+  out_ += "A dash stands for a field that is left out and counts as 0.\n\n";
 }
 
 std::string explainer::run() {

@@ -425,6 +425,10 @@ inline constexpr std::array annealing_more_fields{
     field{"Seed1", 'i', "start of the random numbers; 0 0: from the clock"},
     field{"Seed2", 'i', "second seed"}};
 inline constexpr line_form annealing_more{"search parameters", "Cry 3 or -3, second line", annealing_more_fields};
+inline constexpr std::string_view passed_over_name = "behind the last line";
+inline constexpr std::array passed_over_fields{
+    field{"Text", rest, "passed over: the flags ask for no further line here"}};
+inline constexpr std::array plot_key_fields{field{"Text", rest, "announces the line of the plotted range"}};
 inline constexpr std::array plot_fields{field{"From", 'f', "start of the plotted range", "abscissa"},
                                         field{"To", 'f', "end of the plotted range", "abscissa"},
                                         field{"Pattern", 'i', "number of the pattern"}};

@@ -63,7 +63,6 @@ inline constexpr line_form component{"component of the mode", "below the mode li
 inline constexpr std::array amplitude_fields{field{"Ampl", 'f', "amplitude of a mode, six to a line"}};
 inline constexpr line_form amplitudes{"amplitudes of the modes", "below the modes of a kind, codes below",
                                       amplitude_fields};
-inline constexpr std::array amplitude_code_fields{field{"Code", 'f', "refinement code of an amplitude"}};
 
 // ---- lists of intensities -------------------------------------------------------------------------------------------
 

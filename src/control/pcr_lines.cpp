@@ -48,7 +48,7 @@ std::optional<std::string> line_reader::comment_line() {
   return shifted;
 }
 
-const std::string& line_reader::letters_of(std::initializer_list<part> parts) {
+const std::string& line_reader::letters_of(std::span<const part> parts) {
   letters_.clear();
   for (const part& p : parts) {
     for (int j = 0; j < p.size(); ++j) {
@@ -59,7 +59,7 @@ const std::string& line_reader::letters_of(std::initializer_list<part> parts) {
   return letters_;
 }
 
-void line_reader::store(std::initializer_list<part> parts) const {
+void line_reader::store(std::span<const part> parts) const {
   int number = 0;
   for (const part& p : parts) {
     for (int j = 0; j < p.size(); ++j, ++number) {
@@ -74,7 +74,7 @@ void line_reader::store(std::initializer_list<part> parts) const {
 std::string_view until_semicolon(std::string_view text) { return text.substr(0, text.find(';')); }
 
 /// What the field at which the line failed should have been, above the number of the line.
-void line_reader::name_expected(std::initializer_list<part> parts) {
+void line_reader::name_expected(std::span<const part> parts) {
   int number = fields_.failed;
   if (number < 0) return;
   for (const part& p : parts) {
@@ -112,7 +112,7 @@ record::line* line_reader::recorded(const place& at) {
   return &record_->lines.back();
 }
 
-void line_reader::keep_fields(const place& at, std::initializer_list<part> parts) {
+void line_reader::keep_fields(const place& at, std::span<const part> parts) {
   record::line* line = recorded(at);
   if (line == nullptr) return;
   int number = 0;
@@ -130,7 +130,7 @@ void line_reader::keep_fields(const place& at, std::initializer_list<part> parts
   }
 }
 
-bool line_reader::finish(const place& at, std::initializer_list<part> parts, int ierr) {
+bool line_reader::finish(const place& at, std::span<const part> parts, int ierr) {
   if (ierr == fmt_error::end_of_file) return ends_before(at);
   if (ierr != fmt_error::none) {
     name_expected(parts);
@@ -141,12 +141,13 @@ bool line_reader::finish(const place& at, std::initializer_list<part> parts, int
   return true;
 }
 
-bool line_reader::values(const place& at, std::initializer_list<part> parts) {
+bool line_reader::values(const place& at, std::span<const part> parts) {
   count();
   return finish(at, parts, lmix_string_utilities::read_fields(*state_, source_, letters_of(parts), fields_));
 }
 
-bool line_reader::values_of(const place& at, std::string_view line, std::initializer_list<part> parts) {
+bool line_reader::values_of(const place& at, std::string_view line, std::initializer_list<part> list) {
+  const std::span parts(list.begin(), list.size());
   if (line.empty()) return refuse(at, "the line holds no values");
   count();
   --state_->line_nb;  // the line was counted when it was taken

@@ -62,7 +62,10 @@ class line_reader {
   std::optional<std::string> comment_line();
   /// The next value line, described field by field: fields that fill slots are stored in them, all stand in i(), f()
   /// and word() afterwards. A field that cannot be read is named in the message.
-  [[nodiscard]] bool values(const place& at, std::initializer_list<part> parts);
+  [[nodiscard]] bool values(const place& at, std::span<const part> parts);
+  [[nodiscard]] bool values(const place& at, std::initializer_list<part> parts) {
+    return values(at, std::span(parts.begin(), parts.size()));
+  }
   [[nodiscard]] bool values(const line_form& form, int phase = 0, int pattern = 0) {
     return values(place{form.name, phase, pattern}, {form.fields});
   }
@@ -110,12 +113,12 @@ class line_reader {
  private:
   bool ends_before(const place& at);
   std::string take_value_line();
-  const std::string& letters_of(std::initializer_list<part> parts);
-  bool finish(const place& at, std::initializer_list<part> parts, int ierr);
-  void name_expected(std::initializer_list<part> parts);
-  void store(std::initializer_list<part> parts) const;
+  const std::string& letters_of(std::span<const part> parts);
+  bool finish(const place& at, std::span<const part> parts, int ierr);
+  void name_expected(std::span<const part> parts);
+  void store(std::span<const part> parts) const;
   record::line* recorded(const place& at);
-  void keep_fields(const place& at, std::initializer_list<part> parts);
+  void keep_fields(const place& at, std::span<const part> parts);
   void count() { state_->line_nb = source_.lines_taken(); }
 
   lmix_text_input::text_source source_;

@@ -399,6 +399,27 @@ std::span<const pcr_fields::field> model_fields(model behind, const kalvaris_par
   return {};
 }
 
+std::string_view term_of(const block& b, int k) {
+  struct terms_at {
+    bool stand;
+    int first;
+    terms_of_model model;
+  };
+  const kalvaris_params::phase_type& phase = b.phase();
+  const std::array forms{
+      terms_at{strain_form(b), slot::str1, strain_terms(phase.istr, phase.ismo)},
+      terms_at{size_harmonic(b), slot::siz1, size_harmonics(phase.isi)},
+      terms_at{powder(b), slot::gshift1, shift_terms(phase.ishif)},
+  };
+  for (const terms_at& form : forms) {
+    if (!form.stand || k < form.first || k >= form.first + form.model.count()) continue;
+    std::string_view rest = form.model.terms;
+    for (int skipped = form.first; skipped < k; ++skipped) lmix_string_utilities::cutst(rest);
+    return lmix_string_utilities::cutst(rest);
+  }
+  return {};
+}
+
 bool taken_by_coefficients(const block& b, int k) {
   return std::ranges::any_of(block_lines, [&](const line& row) {
     const bool coefficients =

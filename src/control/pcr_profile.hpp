@@ -62,6 +62,9 @@ struct line {
 /// Integers in front of a special reflection: h k l and the propagation vector, or the indices of the modulation.
 [[nodiscard]] std::size_t special_indices(const kalvaris_params::phase_type& phase);
 
+/// Name of the term of a form or of harmonics whose coefficient stands in slot k, such as S_400; blank without one.
+[[nodiscard]] std::string_view term_of(const block& b, int k);
+
 /// Slots that lines of coefficients fill although the scale line or the width line has a field for them: the field is
 /// 0.
 [[nodiscard]] bool taken_by_coefficients(const block& b, int k);

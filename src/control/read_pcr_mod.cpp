@@ -157,6 +157,9 @@ bool read_pattern_to_plot(reading& r) {
     const auto line = r.in.any_line();
     if (!line) return true;
     run.pattern_to_plot = line->find("Pattern to plot") != std::string::npos;
+    if (line->empty() || line->front() == '!') continue;
+    const auto& what = run.pattern_to_plot ? pcr_forms::plot_key_fields : pcr_forms::passed_over_fields;
+    r.in.words({pcr_forms::passed_over_name}, what, std::array<std::string_view, 1>{*line});
   }
   const place at{pcr_forms::pattern_to_plot.name};
   if (!r.in.values(pcr_forms::pattern_to_plot)) return false;
@@ -176,7 +179,7 @@ void read_pcr(state_type& st, pcr_lines::record* keep) {
   r.in.keep(keep);
   const bool read = read_sections(r);
   if (keep != nullptr) keep->last = r.in.lines_taken();
-  echo_lines(st, lines, r.in.lines_taken());
+  if (keep == nullptr) echo_lines(st, lines, r.in.lines_taken());
   if (read) st.fmt.ierr_fmt = 0;
 }
 

@@ -15,7 +15,7 @@ namespace read_pcr_mod {
 /// cell, the code arrays hold the raw words: aglb, apar, a after the VARY and FIX lines, ..._read as they stood.
 /// On a failure st.fmt.ierr_fmt is not 0 and st.fmt.mess_findfmt says what, where and at which line; io.file_error is
 /// set as well when a named file is missing. Never stops the process.
-/// keep: takes what the reader finds in each line, for an explanation; null costs nothing.
+/// keep: takes what the reader finds in each line, for an explanation, which writes no file; null costs nothing.
 void read_pcr(kalvaris_params::state_type& st, pcr_lines::record* keep = nullptr);
 
 /// What remains to be settled once the codes have their symmetry constraints: the pattern to plot and its flags.

@@ -4,6 +4,7 @@
 //   per mode: its name and the number of its components; per component: number, atom, three components, norm
 //   amplitudes of all modes of the kind, six to a line, and their codes
 #include <algorithm>
+#include <array>
 #include <cmath>
 
 #include "pcr_forms_further.hpp"
@@ -94,17 +95,20 @@ bool read_mode(reading& r, int ph, mode_type& mode) {
 constexpr std::size_t per_line = 6;
 constexpr int amplitude = 1;
 
-bool read_amplitudes(reading& r, int ph, std::span<mode_type> modes) {
-  for (std::size_t from = 0; from < modes.size(); from += per_line) {
-    const auto some = modes.subspan(from, std::min(per_line, modes.size() - from));
-    const int count = static_cast<int>(some.size());
-    if (!r.in.values({pcr_forms::amplitudes.name, ph + 1}, {part(pcr_forms::amplitude_fields, count)})) return false;
-    for (std::size_t j = 0; j < some.size(); ++j) some[j].value[amplitude] = r.in.f(static_cast<int>(j));
-    if (!r.in.values({"codes of the amplitudes", ph + 1}, {part(pcr_forms::amplitude_code_fields, count)}))
-      return false;
-    for (std::size_t j = 0; j < some.size(); ++j) {
-      some[j].code[amplitude] = some[j].code_read[amplitude] = r.in.f(static_cast<int>(j));
+bool read_amplitudes(reading& r, int ph, std::size_t first) {
+  constexpr std::array<int, 1> slots{static_cast<int>(amplitude)};
+  std::vector<mode_type>& modes = r.st.phase[ph].modes;
+  for (std::size_t from = first; from < modes.size(); from += per_line) {
+    std::vector<part> values, codes;
+    for (std::size_t j = from; j < std::min(from + per_line, modes.size()); ++j) {
+      const slot_arrays to{
+          modes[j].value,     modes[j].code, modes[j].code_read, kalvaris_params::slot_family::mode, ph,
+          static_cast<int>(j)};
+      values.push_back(part::values(to, slots));
+      codes.push_back(part::codes(to, slots));
     }
+    if (!r.in.values({pcr_forms::amplitudes.name, ph + 1}, values)) return false;
+    if (!r.in.values({"codes of the amplitudes", ph + 1}, codes)) return false;
   }
   return true;
 }
@@ -126,7 +130,7 @@ bool read_mode_set(reading& r, int ph, char kind) {
     phase.modes.push_back(std::move(mode));
   }
   phase.mode_sets.push_back(set);
-  return read_amplitudes(r, ph, std::span(phase.modes).subspan(first));
+  return read_amplitudes(r, ph, first);
 }
 
 void write_mode_set(writing& w, const mode_set_type& set, std::span<const mode_type> modes) {

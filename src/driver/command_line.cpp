@@ -104,6 +104,7 @@ int check(const command& asked, std::ostream& out) {
   st.io.console = &console;
   run_names::set_names(st.io, asked.words[0], asked.words.size() > 1 ? asked.words[1] : "");
   const kv_check::report found = kv_check::look_at(st);
+  if (asked.words.size() > 1) out << console.str();  // a data file that was named and is not there
   out << kv_check::text_of(found, st.io.filenam + ".pcr");
   return found.refused() ? status::stopped : status::ended;
 }

@@ -87,24 +87,34 @@ class trial {
     }
     return found;
   }
-  /// The last lines but those of warning, for a stop whose text alone says too little.
+  /// Why it stopped, from the lines that were printed before the words of the stop: those that are neither progress nor
+  /// warning.
   [[nodiscard]] std::string detail() const {
+    constexpr std::array<std::string_view, 8> aside{"FindFMT:",    "Error reading a profile",      "Reading ",
+                                                    "WARNING",     "Please check your input file", "Data from ",
+                                                    "Extension: ", "Reflections file name"};
     std::string text;
-    const auto all = lines();
-    for (const std::string& line : all) {
-      const bool names_a_place =
-          line.find("line:") != std::string::npos || line.find("can be read with") != std::string::npos;
-      if (names_a_place) text += (text.empty() ? "" : ". ") + without_arrow(line);
+    for (const std::string& line : lines()) {
+      const std::string words = without_arrow(line);
+      const bool beside =
+          std::ranges::any_of(aside, [&](std::string_view a) { return words.find(a) != std::string::npos; });
+      if (!beside && words.find_first_not_of("-^ ") != std::string::npos) text += (text.empty() ? "" : ". ") + words;
     }
-    return text;
+    const bool says_nothing = reason_.empty() || reason_ == "Program interrupted";
+    return text.empty() ? reason_ : says_nothing ? text : text + ". " + reason_;
   }
+  /// The message of a refusal in one line, without the mark under the column and the line of the file.
   [[nodiscard]] std::string message() const {
     std::string text;
     const auto& m = st_.fmt.mess_findfmt;
     for (int i = 0; i < m.nlines; ++i) {
-      const std::string line = without_arrow(m.txt[static_cast<std::size_t>(i)]);
-      if (!line.empty() && line.find("Please check your input file") == std::string::npos)
-        text += (text.empty() ? "" : ": ") + line;
+      std::string line = without_arrow(m.txt[static_cast<std::size_t>(i)]);
+      if (constexpr std::string_view source = "FindFMT:"; line.starts_with(source))
+        line = trimmed(line.substr(source.size()));
+      if (line.ends_with(" !")) line.resize(line.size() - 2);
+      const bool mark = line.find_first_not_of("-^ ") == std::string::npos;
+      const bool place = line.find("Please check your input file") != std::string::npos;
+      if (!mark && !place) text += (text.empty() ? "" : ": ") + line;
     }
     return text;
   }
@@ -193,10 +203,7 @@ void read_data(examination& e) {
       e.add(severity::error, 0, "no data file: neither " + name + " nor " + name + ".dat or the like is there",
             "Name the data file as the second word of the command.");
     } else if (!read) {
-      const std::string detail = t.detail();
-      e.add(severity::error, 0,
-            "data of pattern " + std::to_string(ip + 1) + ": " +
-                (detail.empty() ? t.reason() : detail + " (" + t.reason() + ")"));
+      e.add(severity::error, 0, "data of pattern " + std::to_string(ip + 1) + ": " + t.detail());
     }
     st.data_file = {};
   }

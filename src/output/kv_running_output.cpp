@@ -368,7 +368,7 @@ void echo_data(state_type& st, int ip) {
                .a("  No. of points:")
                .i(7, p.npts)
                .str());
-  if (!p.iconstep) list(st, "     The step is not constant: its mean is given");
+  if (!p.iconstep) list(st, "     Each point has its own abscissa; the step is their mean distance");
   if (p.tsamp != 0.f) list(st, fmt_line{}.a("     Temperature of the sample:").f(10, 2, d(p.tsamp)).str());
 }
 

@@ -142,9 +142,9 @@ TEST(Explanation, FollowsWhatTheFileAsksFor) {
            asked_row{"\n      21\n", "\n      20\n", 59, "which is not refined: Maxs is 20"},
            {"131.00        131.00        141.00          0.00", "131.00        131.00        141.00        141.00", 36,
             "not refined: FIX, the symmetry, the model or the task holds it"},
-           {"171.00", "-170.50", 46, "parameter 17 Biso_Ca_ph2, multiplier -0.5"},
+           {"171.00", "-170.50", 47, "parameter 17 Biso_Ca_ph2, multiplier -0.5"},
            {"2 0 0 0.0 0.0 1.0 0 0 0 0 0 0.000 0 7 0\n", "2 0 0 0.0 0.0 1.0\n", 20,
-            "Jbt    -    kind of structure -> crystal"},
+            "Jbt    -     kind of structure -> crystal"},
        }) {
     const answer got = workplace().run(with(example(), row.from, row.to), {"--explain"});
     EXPECT_THAT(told_of(got.out, row.line), HasSubstr(row.words)) << row.to;

@@ -3,6 +3,7 @@
 // For the tests of this folder.
 #pragma once
 #include <gtest/gtest.h>
+#include <unistd.h>
 
 #include <filesystem>
 #include <fstream>
@@ -28,8 +29,8 @@ struct data_run {
 
   explicit data_run(int instr, const std::string& content, const std::string& extension = ".dat") {
     const auto* test = testing::UnitTest::GetInstance()->current_test_info();
-    directory =
-        std::filesystem::temp_directory_path() / (std::string("kv_") + test->test_suite_name() + "_" + test->name());
+    directory = std::filesystem::temp_directory_path() /
+                (std::string("kv_") + test->test_suite_name() + "_" + test->name() + "_" + std::to_string(getpid()));
     std::filesystem::remove_all(directory);
     std::filesystem::create_directories(directory);
     st.run.n_patt = 1;

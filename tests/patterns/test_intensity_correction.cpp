@@ -1,5 +1,6 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <unistd.h>
 
 #include <cmath>
 #include <filesystem>
@@ -23,8 +24,8 @@ struct cor_run {
 
   explicit cor_run(int icorr, const std::string& content, const std::string& name = "code.cor") {
     const auto* test = testing::UnitTest::GetInstance()->current_test_info();
-    directory =
-        std::filesystem::temp_directory_path() / (std::string("kv_") + test->test_suite_name() + "_" + test->name());
+    directory = std::filesystem::temp_directory_path() /
+                (std::string("kv_") + test->test_suite_name() + "_" + test->name() + "_" + std::to_string(getpid()));
     std::filesystem::remove_all(directory);
     std::filesystem::create_directories(directory);
     st.io.directory = directory.string() + "/";

@@ -85,4 +85,71 @@ TEST(FurtherCodes, NamesFollowTheKindOfData) {
   }
 }
 
+TEST(FurtherCodes, ASharedParameterIsCalledByAllThatItMoves) {
+  kp::state_type st = model_state::quartz(7);
+  st.run.n_patt = 2;
+  st.pattern.push_back(st.pattern[0]);
+  st.mixes.push_back(st.mixes[0]);
+  st.phase[0].natom = 4;
+  st.atom.insert(st.atom.end(), {st.atom[1], st.atom[1]});  // Si and three atoms O
+  using enum kp::slot_family;
+  namespace slot = kp::slot;
+  namespace aslot = kp::aslot;
+  struct row {
+    std::vector<kalvaris_codes::slot_place> slots;
+    const char* name;
+  };
+  for (const row& t : {row{{{global, 0, 0, 1}, {global, 1, 1, 1}}, "Zero_pat1+2"},
+                       {{{phase, 0, 0, slot::cell_a}, {phase, 0, 0, slot::cell_a + 1}}, "Cell_A_ph1_pat1"},
+                       {{{phase, 0, 0, slot::cell_a}, {phase, 0, 1, slot::cell_a}}, "Cell_A_ph1_pat1+2"},
+                       {{{phase, 0, 0, slot::s_l}, {phase, 0, 0, slot::d_l}}, "S_L+D_L_ph1_pat1"},
+                       {{{atom, 0, 0, aslot::biso}, {atom, 1, 0, aslot::biso}}, "Biso_Si+O(1)_ph1"},
+                       {{{atom, 2, 0, aslot::x}, {atom, 2, 0, aslot::y}}, "X_O(2)_ph1"},
+                       {{{global, 0, 0, 1}, {atom, 0, 0, aslot::occ}}, "Zero+Occ_Si_ph1_pat1"}})
+    EXPECT_EQ(kalvaris_codes::get_nampar(st, t.slots), t.name);
+  std::vector<kalvaris_codes::slot_place> many;
+  for (int k = slot::scale; k < slot::str3; ++k) many.push_back({phase, 0, 0, k});
+  EXPECT_EQ(kalvaris_codes::get_nampar(st, many), "Scale_ph1_pat1+13_more");  // the six of the cell count once
+}
+
+TEST(FurtherCodes, BetasOfAnIsotropicVibrationDampLikeIt) {
+  kp::state_type st = model_state::quartz(7);
+  model_state::load_cells(st);
+  const auto b = kalvaris_codes::get_betas_from_biso(0.8f, st.phase[0].cellp);
+  for (const auto& [h, k, l] : {std::array{1.f, 0.f, 0.f}, {2.f, 1.f, 3.f}, {-1.f, 4.f, 2.f}}) {
+    const float* f = &st.mixes[0].par[kp::slot::cell_a];  // 1/d^2 = A h^2 + ... + F h k
+    const float q = f[0] * h * h + f[1] * k * k + f[2] * l * l + f[3] * k * l + f[4] * h * l + f[5] * h * k;
+    const float damping =
+        b[0] * h * h + b[1] * k * k + b[2] * l * l + 2.f * (b[3] * h * k + b[4] * h * l + b[5] * k * l);
+    EXPECT_NEAR(damping, 0.8f * q / 4.f, 1e-6f);
+  }
+}
+
+TEST(FurtherCodes, StructureFactorsThatNothingChangesAreKept) {
+  struct row {
+    bool cell;
+    bool kept;
+  };
+  for (const row t : {row{false, true}, {true, false}}) {
+    std::vector<std::vector<float>> patterns;
+    for (const bool reuse : {true, false}) {
+      kp::state_type st = model_state::quartz(7);
+      st.run.maxs = t.cell ? 2 : 1;
+      st.run.mcycle = 4;
+      st.mixes[0].apar[kp::slot::scale] = 11.f;
+      if (t.cell) st.mixes[0].apar[kp::slot::cell_a] = 21.f;
+      model_state::set_up(st);
+      EXPECT_EQ(st.phase[0].stfac_nref, t.kept);
+      const auto truth = model_state::calculated(st);
+      for (std::size_t i = 0; i < truth.size(); ++i) st.pattern[0].y[i] = static_cast<float>(truth[i]);
+      st.mixes[0].par[kp::slot::scale] *= 1.2f;
+      if (!reuse) st.phase[0].stfac_nref = false;
+      EXPECT_EQ(kv_iterate_calc_cw::iterate(st, {}), 0);
+      EXPECT_GT(st.run.cycles_done, 1);
+      patterns.push_back(st.pattern[0].yc);
+    }
+    EXPECT_EQ(patterns[0], patterns[1]);
+  }
+}
+
 }  // namespace

@@ -18,9 +18,8 @@ using change = std::function<void(const directory&, const std::string& code)>;
 
 /// The first `from` of the control file replaced.
 change replaced(const char* from, const char* to) {
-  return [=](const directory& w, const std::string& code) {
-    w.put(code + ".pcr", with(w.get(code + ".pcr"), from, to));
-  };
+  return
+      [=](const directory& w, const std::string& code) { w.put(code + ".pcr", with(w.get(code + ".pcr"), from, to)); };
 }
 /// A word of the control file replaced, told by the words of the line above.
 change word(const char* above, std::size_t n, const char* value, std::size_t below = 1) {
@@ -35,9 +34,8 @@ change removed(const char* file) {
   return [=](const directory& w, const std::string&) { std::filesystem::remove(w.file(file)); };
 }
 change in_data(const char* from, const char* to) {
-  return [=](const directory& w, const std::string& code) {
-    w.put(code + ".dat", with(w.get(code + ".dat"), from, to));
-  };
+  return
+      [=](const directory& w, const std::string& code) { w.put(code + ".dat", with(w.get(code + ".dat"), from, to)); };
 }
 change all_of(std::vector<change> changes) {
   return [changes = std::move(changes)](const directory& w, const std::string& code) {
@@ -79,59 +77,123 @@ const provoked rows[] = {
      {"error: ", "corundum_joint_n.dat does not exist"},
      1},
     {"no data file", zno, removed("zno_edge.dat"), {"error: ", "no data file"}, 1},
-    {"no background file", "silicon_bac", removed("silicon_bac.bac"), {"error: ", "background of pattern 1", ".bac"}, 1},
+    {"no background file",
+     "silicon_bac",
+     removed("silicon_bac.bac"),
+     {"error: ", "background of pattern 1", ".bac"},
+     1},
     {"no reflection file", "ceo2_lebail", word("!Nat Dis", 7, "1"), {"error: ", "reflections of phase 1", "Irf 1"}, 1},
     {"no control file", zno, removed("zno_edge.pcr"), {"error: ", "there is no control file zno_edge.pcr"}, 1},
-    {"what cannot be calculated", "corundum_joint", word("!Job Npr", 12, "1"), {"error: ", "differences of patterns"}, 1},
+    {"what cannot be calculated",
+     "corundum_joint",
+     word("!Job Npr", 12, "1"),
+     {"error: ", "differences of patterns"},
+     1},
     {"a number that no code carries", zno, maxs("16"), {"error: ", "no code carries the parameter number 16"}, 1},
     {"numbers that stay fixed", zno, maxs("13"), {"note: ", "numbers 14, 15 stay fixed"}},
-    {"a request without automatic codes", zno, word("O      O      0.333", 2, "1.00"), {"warning: ", "Aut 0", "Z_O_ph1"}},
+    {"a request without automatic codes",
+     zno,
+     word("O      O      0.333", 0, "1.00"),
+     {"warning: ", "Aut 0", "X_O_ph1"}},
     {"equal numbers, other values",
      "corundum_joint",
      replaced("4.7605        4.7605", "4.7705        4.7705"),
      {"warning: ", "parameter 18 starts at values that do not fit", "Cell_A_ph1_pat1 = 4.7705", "4.7605"}},
-    {"different quantities on one number", zno, replaced("         0.00          0.00        111.00", "  0.00 11.00 111.00"),
+    {"different quantities on one number",
+     zno,
+     replaced("         0.00          0.00        111.00", "  0.00 11.00 111.00"),
      {"warning: ", "parameter 1 moves quantities of different kinds: Zero_pat1 and V_ph1_pat1"}},
-    {"asymmetry without its angles", zno, all_of({word("!  Pref1", 2, "161.00", 2), maxs("16")}),
+    {"asymmetry without its angles",
+     zno,
+     all_of({word("!  Pref1", 2, "161.00", 2), maxs("16")}),
      {"warning: zno_edge.pcr, line 51: ", "Asy1_ph1_pat1 refines nothing", "Rlim"}},
-    {"a scale factor in profile matching", "ceo2_lebail", all_of({word("!  Scale", 0, "91.00", 2), maxs("9")}),
+    {"a scale factor in profile matching",
+     "ceo2_lebail",
+     all_of({word("!  Scale", 0, "91.00", 2), maxs("9")}),
      {"warning: ceo2_lebail.pcr, line 27: ", "Scale_ph1_pat1 refines nothing", "profile matching"}},
-    {"a fixed angle", zno, word(cell_head, 3, "141.00", 2),
+    {"a fixed angle",
+     zno,
+     word(cell_head, 3, "141.00", 2),
      {"warning: zno_edge.pcr, line 48: ", "code on alpha refines nothing: symmetry fixes the angle"}},
     {"b without a", zno, word(cell_head, 0, "0.00", 2), {"warning: ", "code on b refines nothing: it follows a"}, 1},
-    {"b unlike a", zno, word(cell_head, 1, "3.2602"), {"warning: zno_edge.pcr, line 47: ", "b = 3.2602", "wants 3.2502"}},
-    {"outside of the limits", zno, all_of({word("!Job Npr", 13, "1"), appended("14 3.0 3.1 0.0 0")}),
+    {"b unlike a",
+     zno,
+     word(cell_head, 1, "3.2602"),
+     {"warning: zno_edge.pcr, line 47: ", "b = 3.2602", "wants 3.2502"}},
+    {"outside of the limits",
+     zno,
+     all_of({word("!Job Npr", 13, "1"), appended("14 3.0 3.1 0.0 0")}),
      {"warning: ", "Cell_A_ph1_pat1 (parameter 14) starts at 3.2502, outside of its limits 3 to 3.1"}},
-    {"limits of nothing", zno, all_of({word("!Job Npr", 13, "1"), appended("20 3.0 3.1 0.0 0")}),
+    {"limits of nothing",
+     zno,
+     all_of({word("!Job Npr", 13, "1"), appended("20 3.0 3.1 0.0 0")}),
      {"warning: ", "limits of parameters that are not refined: 20"}},
-    {"overall and single B", zno, all_of({word("!  Scale", 2, "161.00", 2), maxs("16")}),
+    {"overall and single B",
+     zno,
+     all_of({word("!  Scale", 2, "161.00", 2), maxs("16")}),
      {"warning: ", "overall B and the B of every atom"}},
-    {"B and betas", "lab6_axial", word("B      B  ", 3, "81.00"), {"warning: ", "atom B: B and the betas are refined together"}},
-    {"no vibration", "lab6_axial", replaced("0.006         0.006         0.006           0.0", "0.006 0.006 0.006 0.01"),
+    {"B and betas",
+     "lab6_axial",
+     word("B      B  ", 3, "81.00"),
+     {"warning: ", "atom B: B and the betas are refined together"}},
+    {"no vibration",
+     "lab6_axial",
+     replaced("0.006         0.006         0.006           0.0", "0.006 0.006 0.006 0.01"),
      {"warning: ", "atom B: its betas are no vibration"}},
-    {"codes of betas off their site", "lab6_axial", replaced("101.00        111.00        111.00", "111.00 111.00 101.00"),
+    {"codes of betas off their site",
+     "lab6_axial",
+     replaced("101.00        111.00        111.00", "111.00 111.00 101.00"),
      {"warning: ", "of its betas break the symmetry", "Write the codes"}},
-    {"beside a special position", zno, replaced(oxygen, "O O 0.330000 0.666667 0.375 0.5 0.500000"),
-     {"warning: zno_edge.pcr, line 37: ", "within 0.01 of the special position 0.333333 0.666667 0.375 (multiplicity 2)"}},
-    {"digits of a special position", zno, replaced(oxygen, "O O 0.333 0.667 0.375 0.5 0.166667"),
+    {"beside a special position",
+     zno,
+     replaced(oxygen, "O O 0.330000 0.666667 0.375 0.5 0.500000"),
+     {"warning: zno_edge.pcr, line 37: ",
+      "within 0.01 of the special position 0.333333 0.666667 0.375 (multiplicity 2)"}},
+    {"digits of a special position",
+     zno,
+     replaced(oxygen, "O O 0.333 0.667 0.375 0.5 0.166667"),
      {"note: ", "is taken as on the special position"}},
-    {"off a special position", zno, all_of({word("Zn     ZN", 0, "161.00"), maxs("16")}),
-     {"warning: zno_edge.pcr, line 3", "the codes 161.00 0.00 0.00", "off its special position", "Write the codes 0.00 0.00 0.00"}},
-    {"more than a full site", zno, replaced("0.5   0.166667", "0.5   1.000000"),
+    {"off a special position",
+     zno,
+     all_of({word("Zn     ZN", 0, "161.00"), maxs("16")}),
+     {"warning: zno_edge.pcr, line 3", "the codes 161.00 0.00 0.00", "off its special position",
+      "Write the codes 0.00 0.00 0.00"}},
+    {"more than a full site",
+     zno,
+     replaced("0.5   0.166667", "0.5   1.000000"),
      {"warning: zno_edge.pcr, line 37: ", "filled to 600 %", "0.166667 (2/12)"}},
     {"a site partly filled", zno, replaced("0.5   0.166667", "0.5   0.150000"), {"note: ", "filled to 90 %"}},
-    {"exponential model off the axis", "calcite_quartz", word("!Job Npr", 6, "0"),
+    {"exponential model off the axis",
+     "calcite_quartz",
+     word("!Job Npr", 6, "0"),
      {"warning: ", "symmetry turns the direction of preferred orientation 1 0 4"}},
-    {"an excluded region turned over", "corundum_joint", replaced("84.9          87.6", "87.6          84.9"),
+    {"an excluded region turned over",
+     "corundum_joint",
+     replaced("84.9          87.6", "87.6          84.9"),
      {"warning: ", "87.6 to 84.9 ends before it begins"}},
     {"an unknown scatterer", "nacl_gauss", replaced("Cl     CL", "Cl     QQ"), {"warning: ", "NOT FOUND for QQ"}},
-    {"zero deviations", "ceo2_lebail", in_data("24.025 88 9.4459", "24.025 88 0.0"),
+    {"zero deviations",
+     "ceo2_lebail",
+     in_data("24.025 88 9.4459", "24.025 88 0.0"),
      {"warning: ", "ceo2_lebail.dat: variance 0: point 2"}},
-    {"points out of order", "ceo2_lebail", in_data("24.025 88", "23.9 88"), {"warning: ", "ceo2_lebail.dat", "24.0000"}},
-    {"a letter in the data", "ceo2_lebail", in_data("24.025 88", "24.025 8x"), {"error: ", "data of pattern 1", "line: 8"}, 1},
-    {"reflections outside of a table", zno, with_resolution_table, {"warning: ", "table of the resolution file table.irf (40 to 80)"}},
-    {"no resolution file", zno,
-     all_of({with_resolution_table, removed("table.irf")}), {"error: ", "The IRF file: table.irf does not exist"}, 1},
+    {"points out of order",
+     "ceo2_lebail",
+     in_data("24.025 88", "23.9 88"),
+     {"warning: ", "ceo2_lebail.dat", "24.0000"}},
+    {"a letter in the data",
+     "ceo2_lebail",
+     in_data("24.025 88", "24.025 8x"),
+     {"error: ", "data of pattern 1", "line: 8"},
+     1},
+    {"reflections outside of a table",
+     zno,
+     with_resolution_table,
+     {"warning: ", "table of the resolution file table.irf (40 to 80)"}},
+    {"no resolution file",
+     zno,
+     all_of({with_resolution_table, removed("table.irf")}),
+     {"error: ", "The IRF file: table.irf does not exist"},
+     1},
 };
 
 void PrintTo(const provoked& row, std::ostream* out) { *out << row.what; }
@@ -148,9 +210,14 @@ TEST_P(Check, FindsWhatAChangeProvokes) {
   EXPECT_EQ(run.errors, "");
   EXPECT_EQ(where.names(), files);
   const auto lines = program_run::lines_of(run.console);
-  EXPECT_TRUE(std::ranges::any_of(lines, [&](const std::string& line) {
-    return std::ranges::all_of(row.words, [&](const std::string& w) { return line.find(w) != std::string::npos; });
-  })) << testing::PrintToString(row.words) << "\n" << run.console;
+  EXPECT_TRUE(std::ranges::any_of(lines,
+                                  [&](const std::string& line) {
+                                    return std::ranges::all_of(row.words, [&](const std::string& w) {
+                                      return line.find(w) != std::string::npos;
+                                    });
+                                  }))
+      << testing::PrintToString(row.words) << "\n"
+      << run.console;
 }
 
 INSTANTIATE_TEST_SUITE_P(Rows, Check, testing::ValuesIn(rows), [](const testing::TestParamInfo<provoked>& row) {
