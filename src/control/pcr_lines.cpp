@@ -232,9 +232,11 @@ bool line_reader::refuse(const place& at, std::string_view reason) {
                fmt_line{}.a(" => Please check your input file at line: ").i(6, source_.lines_taken()).a(" !").str()});
 }
 
-bool line_reader::fail_here(std::string_view words) {
-  return fail(
-      {words, fmt_line{}.a(" => Please check your input file at line: ").i(6, source_.lines_taken()).a(" !").str()});
+bool line_reader::fail_here(std::initializer_list<std::string_view> words) {
+  fail(words);
+  state_->mess_findfmt.add(
+      fmt_line{}.a(" => Please check your input file at line: ").i(6, source_.lines_taken()).a(" !").str());
+  return false;
 }
 
 bool line_reader::in_range(const place& at, std::string_view what, int value, int low, int high) {

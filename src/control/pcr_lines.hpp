@@ -103,7 +103,8 @@ class line_reader {
   /// Refuses with lines of the caller's own.
   bool fail(std::initializer_list<std::string_view> lines, int ierr_fmt = refused);
   /// Refuses with words of its own and the number of the line taken last.
-  bool fail_here(std::string_view words);
+  bool fail_here(std::initializer_list<std::string_view> words);
+  bool fail_here(std::string_view words) { return fail_here({words}); }
   /// Refuses a value outside low..high by the name of what it counts.
   [[nodiscard]] bool in_range(const place& at, std::string_view what, int value, int low, int high);
 

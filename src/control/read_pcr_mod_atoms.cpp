@@ -99,6 +99,14 @@ bool check_atom(reading& r, const place& at, const atom_type& atom, const phase_
   if (atom.isap[0] < 0 || atom.isap[1] < atom.isap[0] || atom.isap[1] > number_of_operators(phase)) {
     return r.in.refuse(at, "operator numbers (In, Fin) do not name operators of the space group");
   }
+  if (kind == atom_kind::modulated && (atom.imagr < 0 || atom.imagr > kalvaris_params::NHARM)) {
+    return r.in.fail_here(lmix_fixed_format::fmt_line{}
+                              .a(" Error in the number of harmonics for atom: ")
+                              .a(atom.atext)
+                              .a(", the maximum allowed is nharm = ")
+                              .i(0, kalvaris_params::NHARM)
+                              .str());
+  }
   const int vectors = std::abs(phase.nvk) * (phase.nvk < 0 ? 2 : 1);
   return r.in.in_range(at, "number of the propagation vector", atom.ikv, -vectors, vectors);
 }
@@ -140,6 +148,7 @@ void settle_connectivity(std::string& info) {
   for (int element = 0; element < 2; ++element) {
     at = info.find_first_not_of(' ', at);
     if (at == std::string::npos) return;
+    if (std::isalpha(static_cast<unsigned char>(info[at])) == 0) return;  // no element
     const std::size_t end = std::min(info.find(' ', at), info.size());
     bool first = true;
     for (bool name = true; at < end; ++at) {
@@ -190,6 +199,7 @@ bool read_atom(reading& r, int ph) {
   if (pcr_layout::atom_kind_of(phase) == atom_kind::modulated && !read_harmonics(r, ph, atom)) return false;
   command_coordinates(phase, atom);
   settle_connectivity(atom.atm_info);
+  atom.atm_info.erase(atom.atm_info.find_last_not_of(' ') + 1);
   if (phase.profile_matching()) atom.a.fill(0.f);  // nothing is calculated from these atoms, so nothing is refined
   r.st.atom.push_back(std::move(atom));
   return true;

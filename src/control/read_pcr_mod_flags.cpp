@@ -183,15 +183,14 @@ bool missing_file(reading& r, const std::string& message) {
   }
   r.st.io.file_error = true;
   r.st.io.file_error_mess = message;
-  return r.in.fail({message});
+  return r.in.fail_here(message);
 }
 
 bool data_file_exists(reading& r, int ip) {
   const std::string name = r.st.io.filedat[ip] + r.st.io.extdat[ip];
   std::error_code ec;
   if (std::filesystem::is_regular_file(kalvaris_inout::run_path(r.st.io, name), ec)) return true;
-  return missing_file(r,
-                      fmt_line{}.a("The data file: ").a(name).a(" does not exist! -> Pattern#").i(3, ip + 1).str());
+  return missing_file(r, fmt_line{}.a("The data file: ").a(name).a(" does not exist! -> Pattern#").i(3, ip + 1).str());
 }
 
 /// A series decides itself what is listed.

@@ -134,7 +134,7 @@ bool read_scattering_table(reading& r, int ip, scattering_entry& entry) {
   while (true) {
     if (!r.in.values(pcr_forms::scattering_table, 0, ip + 1)) return false;
     if (std::fabs(r.in.f(0) + 100.f) < 1.0e-4f) return true;
-    if (entry.star.size() >= kalvaris_params::N_FORM) return r.in.fail({" Too many scattering factor entries"});
+    if (entry.star.size() >= kalvaris_params::N_FORM) return r.in.fail_here(" Too many scattering factor entries");
     entry.star.push_back(r.in.f(0));
     entry.ftab.push_back(r.in.f(1));
   }
@@ -146,7 +146,7 @@ bool read_form_factor(reading& r, int ip, scattering_entry& entry) {
     if (!r.in.values(pcr_forms::form_factor, 0, ip + 1)) return false;
     for (int k = 0; k < 9; ++k) entry.ac[k] = r.in.f(k);
     if (std::fabs(entry.ac[2]) > 1.0e-6f) return true;
-    if (entry.posi.size() >= kalvaris_params::N_FORM) return r.in.fail({" Too many scattering factor entries"});
+    if (entry.posi.size() >= kalvaris_params::N_FORM) return r.in.fail_here(" Too many scattering factor entries");
     entry.posi.push_back(entry.ac[0]);
     entry.scat.push_back(entry.ac[1]);
   }
@@ -295,7 +295,7 @@ bool read_user_profiles(reading& r, int ip) {
   }
   constexpr int most = 10;
   if (p.nbk_pr < 1 || p.nbk_pr > most) {
-    return r.in.fail({fmt_line{}.a(" Too many profiles contributing to background of pattern#").i(0, ip + 1).str()});
+    return r.in.fail_here(fmt_line{}.a(" Too many profiles contributing to background of pattern#").i(0, ip + 1).str());
   }
   const auto n = static_cast<std::size_t>(p.nbk_pr);
   if (names.dire.size() < n + 1) return r.in.refuse(at, "a name of a profile is missing");
@@ -328,22 +328,21 @@ std::string without_codes_word(const std::string& line) {
   return pcr_lines::without_comment(pcr_lines::begins_with(line, codes_word) ? line.substr(codes_word.size()) : line);
 }
 
-bool is_six_numbers(const std::string& text) {
-  std::string_view rest = text;
-  int count = 0;
-  for (auto word = lmix_string_utilities::cutst(rest); !word.empty(); word = lmix_string_utilities::cutst(rest)) {
-    float number = 0.f;
-    if (!lmix_fixed_format::parse_real(word, number)) return false;
-    ++count;
-  }
-  return count == 6;
+/// Six words, of which at least so many are numbers: a wrong one is told by the reader of the line.
+bool is_six_numbers(const std::string& text, int least) {
+  const auto words = lmix_string_utilities::getword(text).dire;
+  const auto number = [](std::string_view word) {
+    float value = 0.f;
+    return lmix_fixed_format::parse_real(word, value);
+  };
+  return words.size() == 6 && std::count_if(words.begin(), words.end(), number) >= least;
 }
 
 /// The cosine series has 12 or 18 terms: 18 when the next two lines are six numbers each.
 std::size_t lines_that_stand(reading& r, const background_lines& row, std::size_t line) {
   const bool optional = row.nbckgd == 4 && line == 2;
-  const bool stands =
-      is_six_numbers(pcr_lines::without_comment(r.in.peek(1))) && is_six_numbers(without_codes_word(r.in.peek(2)));
+  const bool stands = is_six_numbers(pcr_lines::without_comment(r.in.peek(1)), 5) &&
+                      is_six_numbers(without_codes_word(r.in.peek(2)), 5);
   return optional && !stands ? line : row.lines();
 }
 

@@ -104,7 +104,7 @@ bool check_atoms_of_a_structure(reading& r, int ph, int ip) {
   fmt_line first;
   first.a("  ERROR: You are trying to perform a calculation of intensities without atoms for phase ").i(0, ph + 1);
   if (!r.st.run.s_format) first.a(" and pattern #").i(0, ip + 1);
-  return r.in.fail(
+  return r.in.fail_here(
       {first.str(), "  Introduce atoms or, if you have experimental data, just do a Profile Matching refinement!!!"});
 }
 

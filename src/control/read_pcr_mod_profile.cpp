@@ -158,7 +158,7 @@ bool profile_reader::read_axes(const pcr_profile::line& line) {
   mix.norstp = r.in.i(1);
   constexpr int most_axes = 5, standard_steps = 20;
   if (mix.norstp == 0 && pattern.nori == 3) mix.norstp = standard_steps;
-  if (mix.naxes > most_axes) return r.in.fail({"  Maximum 5 preferred orientation directions"});
+  if (mix.naxes > most_axes) return r.in.fail_here("  Maximum 5 preferred orientation directions");
   if (mix.naxes < 1) return r.in.refuse(where, "number of axes must lie in 1..5");
   for (int a = 0; a < mix.naxes; ++a) {
     const std::array of_axis{slot::md1 + 2 * a, slot::fr1 + 2 * a};
@@ -227,11 +227,8 @@ bool profile_reader::check_widths() {
     sum += std::fabs(mix.par[k]);
   }
   if (!(sum < 1.0e-6f) || instrumental_resolution::gives_widths(pattern)) return true;
-  return r.in.fail({fmt_line{}
-                        .a(" Zero half-width parameters for phase")
-                        .i(3, ph + 1)
-                        .a(" and NO resolution-file provided! ")
-                        .str()});
+  return r.in.fail_here(
+      fmt_line{}.a(" Zero half-width parameters for phase").i(3, ph + 1).a(" and NO resolution-file provided! ").str());
 }
 
 /// What the crystal system leaves open may be 0 here and is completed with the constraints of the cell.

@@ -301,7 +301,8 @@ bool read_vectors(reading& r, int ph) {
   if (phase.vectors_behind) return true;
   const bool followed_by_atoms = phase.natom > 0;
   if (lines != n && lines != 2 * n && (followed_by_atoms || lines < n)) {
-    r.in.take();
+    // Where the numbers end too early stands the wrong word.
+    for (int k = lines < 2 * n ? lines : 0; k >= 0; --k) r.in.take();
     return r.in.refuse(at, "one line, or one and its codes, per vector expected");
   }
   const bool codes_below = lines >= 2 * n && numbers_on(r.in.peek()) <= 3;

@@ -36,7 +36,9 @@ const std::vector<spelling> spellings{
     {"DOS line ends", [](const std::string& text) { return replaced(text, "\n", "\r\n"); }},
     {"byte-order mark", [](const std::string& text) { return "\xEF\xBB\xBF" + text; }},
     {"all of these",
-     [](const std::string& text) { return "\xEF\xBB\xBF" + replaced(replaced(text, "  +(?=[-0-9.])", " \t "), "\n", " \r\n"); }},
+     [](const std::string& text) {
+       return "\xEF\xBB\xBF" + replaced(replaced(text, "  +(?=[-0-9.])", " \t "), "\n", " \r\n");
+     }},
     {"no end of the last line", [](const std::string& text) { return text.substr(0, text.size() - 1); }},
     {"comments behind the numbers",
      [](const std::string& text) {
@@ -50,7 +52,8 @@ const std::vector<spelling> spellings{
      [](const std::string& text) { return replaced(text, "\n", "\n! note\n\n \t\n   ! 1 2 3\n"); }},
     {"missing trailing numbers",
      [](const std::string& text) {
-       return with_number_lines(text, [](std::string line) { return replaced(line, "(\\S)(\\s+-?[0.]+)+\\s*$", "$1"); });
+       return with_number_lines(text,
+                                [](std::string line) { return replaced(line, "(\\S)(\\s+-?[0.]+)+\\s*$", "$1"); });
      }},
     {"Fortran exponents",
      [](const std::string& text) {
