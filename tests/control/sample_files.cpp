@@ -202,7 +202,7 @@ std::string background(std::string_view flag, std::string_view lines) {
 /// A second wavelength, shifts of the phase, microabsorption, points, entries of all kinds, remarks, limits.
 std::string other_options() {
   std::string text = with(zincite, "1   6   0   0   1", "1   6   1  -1   1");
-  text = with(text, "0   0   0   0   0   0   0   0   1\n", "0   0   2   0   0   0   0   1\n");
+  text = with(text, "0   0   0   0   0   0   0   0   1\n", "0   0   0   2   0   0   0   0   1\n");
   text = with(text, "  1.540560  1.544390    0.5000    70.000", "  1.5 3.0 -0.5000    70.000");
   text = with(text, "       0\n  0.00000    0.00",
               "10. 12.\nAl3+ 0.1234567 0 1\n0. 10.\n0.4 5.4321\n-100.\n 0\n  0.00000    0.00");
