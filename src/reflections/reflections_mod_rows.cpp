@@ -43,6 +43,8 @@ double cell_volume(const std::array<double, 6>& cell) {
 
 void too_many_reflections(state_type& st) {
   kalvaris_inout::mess_cons(st.io, std::to_string(st.dim.maxreflx) + "  Too many reflections");
+  kalvaris_inout::mess_cons(
+      st.io, " => Maximum number or reflections attained! Increase MaxREFLX above " + std::to_string(st.dim.maxreflx));
   kalvaris_inout::stop_cond(st.io, " Too many reflections ", true);
 }
 

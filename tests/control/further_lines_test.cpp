@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include "control_files.hpp"
+#include "sample_files.hpp"
 
 namespace {
 
@@ -167,10 +168,14 @@ TEST(FurtherLines, WhatIsMalformedIsRefusedWithItsLine) {
            {named("NN_GRID 3 x 4"), " Error reading the grid for density map in phase number: 1\n", 15},
            {named("LAYER_C"), " Error reading the order of the supercell in layered structure. Phase: 1\n", 15},
            {named("MAGDOM x,y,z 0.5 11.0"), " Error reading population of magnetic domains. Phase: 1\n", 15},
+           {named("CONTENT Ce x"), "an element and its number expected", 15},
            {named(many), " Too many command lines for Phase: 1\n", 115},
            {named("TWIN 1 0 0"), "the nine numbers of a twin law expected", 15},
            {in_magnetic("    1    1    1    1\n", "0 1 1 1\n"), "number of operators must lie in 1..384", 36},
            {in_magnetic("    1    1    1    1\n", "1 1 15 1\n"), "Laue class must lie in 1..14", 36},
+           {in_magnetic("    1    1    1    1\n", "1 1 1 9\n"), "number of magnetic matrices must lie in 0..8", 36},
+           {in_magnetic("    1    1    1    1\n", "1 1 1 1 9\n"), "number of displacement matrices must lie in 0..8",
+            36},
            {in_magnetic("SYMM  x,y,z\n", "1 0 0 0 0 1 0 0 0.5 0 1 0\n"), "matrix element is not an integer", 37},
            {in_magnetic("SYMM  x,y,z\n", "SYMM x,q,z\n"), "symmetry operator of phase: 2", 37},
            {in_magnetic("MSYM  u,v,w,0.00", "MSYM u,v,w,a"), "the phase behind the matrix cannot be read", 38},
@@ -180,6 +185,8 @@ TEST(FurtherLines, WhatIsMalformedIsRefusedWithItsLine) {
            {with(corundum, distance, "Al     O2      1 "), "atom not found: O2", 79},
            {with(corundum, distance, "Al     O1     37 "), "operator number too large", 79},
            {with(corundum, "2.5000   0.0000\n", "2.5 0 BVS\n1 40 5\n"), "number of anions must lie in 0..30", 50},
+           {with(corundum, "2.5000   0.0000\n", "2.5 0 BVS\n40 1 5\n"), "number of cations must lie in 0..30", 50},
+           {with(corundum, "2.5000   0.0000\n", "2.5 0 BVS\n1 1 5\nAl+3\n"), "a name is missing", 51},
            {with(crystal, "0.00000      1\n", "0.00000     37\n"), "number of scale factors must lie in 0..36", 20},
            {with(crystal, "0.00000      0\n", "0.00000      5\n"), "extinction model must lie in 0..4", 23},
            {axes("6 0\n"), "  Maximum 5 preferred orientation directions", 0},
@@ -187,6 +194,7 @@ TEST(FurtherLines, WhatIsMalformedIsRefusedWithItsLine) {
            {with(annealing, "     100        10        1          0     1234      5678\n", ""),
             "The control file ends before: search parameters", 0, -1},
            {with(anisotropic, "lab.irf", "none.irf"), "The IRF file: none.irf does not exist! -> Pattern#  1", 0},
+           {with(anisotropic, "lab.irf", "# note"), "the name is missing", 4},
        }) {
     EXPECT_EQ(run.read(row.text).fmt.ierr_fmt, row.ierr_fmt) << row.words;
     EXPECT_THAT(run.message(), HasSubstr(row.words));
@@ -204,6 +212,15 @@ TEST(FurtherLines, WarningsGoToTheConsoleAndChangeNothing) {
   EXPECT_THAT(run.console.str(), HasSubstr(" WARNING: Error reading the reference cell in phase number: 1\n"));
   EXPECT_EQ(run.read(with(boride, "0.00000   0.00000   1.74000", "0.00000   0.00000  14.50000")).fmt.ierr_fmt, 0);
   EXPECT_THAT(run.console.str(), HasSubstr("Some magnetic moment component of atom Nd exceeds 14 muB"));
+  EXPECT_EQ(run.read(with(sample("Monte Carlo"), "     100        10   ", "     100        11   ")).fmt.ierr_fmt, 0);
+  EXPECT_THAT(run.console.str(), HasSubstr(" Warning! At most 10 solutions of the search are kept\n"));
+  run.put_named_files();
+  const std::size_t neutrons = corundum.rfind("0.050000     0.000000     0.000000        0\n");
+  EXPECT_EQ(
+      run.read(corundum.substr(0, neutrons) + with(corundum.substr(neutrons), "        0\n", " 1\n")).fmt.ierr_fmt, 0);
+  EXPECT_THAT(
+      run.console.str(),
+      HasSubstr(" Warning! The size model of phase 1 in pattern 2 is ignored, that of the first pattern holds\n"));
 }
 
 }  // namespace

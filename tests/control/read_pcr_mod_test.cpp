@@ -269,7 +269,7 @@ TEST(ReadPcr, HeadOfTheFile) {
       run.read("\xEF\xBB\xBFNPATT in the title\r\n" + control_files::without_lines(control_files::ceria, 1, 1));
   EXPECT_EQ(st.fmt.ierr_fmt, 0) << run.message();
   EXPECT_EQ(st.run.title, "NPATT in the title");
-  EXPECT_THAT(run.console.str(), HasSubstr(" Warning! The title"));
+  EXPECT_THAT(run.console.str(), HasSubstr(" Warning! The title of the control file holds the word NPATT\n"));
   EXPECT_FLOAT_EQ(st.run.t_chi2_ini, 1.0e8f);
   EXPECT_EQ(run.read("").fmt.ierr_fmt, -2);
   EXPECT_EQ(run.message(), "  Error reading the *.PCR at the first line\n");

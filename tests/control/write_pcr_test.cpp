@@ -217,6 +217,8 @@ TEST(WritePcr, WorseChiSquareSparesTheControlFile) {
   st.mix(0, 0).par[slot::w] = NAN;
   EXPECT_FALSE(save_pcr(st, false));
   EXPECT_EQ(run.get("code.pcr"), saved);
+  EXPECT_THAT(run.console.str(),
+              HasSubstr(" Warning! The control file was not written: a parameter is not a number\n"));
   EXPECT_EQ(std::distance(std::filesystem::directory_iterator(run.path), {}), 2);
 }
 

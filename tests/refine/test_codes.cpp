@@ -62,6 +62,16 @@ TEST(Codes, NumberAboveTheLimitIsRefusedAndAboveMaxsIsLeftOut) {
   st.mixes[0].apar[kp::slot::w] = 6001.f;
   kalvaris_codes::mod_codes(st);
   EXPECT_EQ(st.fmt.ierr_fmt, 100);
+  EXPECT_EQ(st.fmt.mess_findfmt.txt[0], " Error in a code:      6001.00");
+  EXPECT_EQ(st.fmt.mess_findfmt.txt[1], " The maximum number of parameters is:    500");
+
+  kp::state_type many = model_state::quartz(7);
+  many.run.automatic = true;
+  many.dim.maxparam = 1;
+  many.mixes[0].apar[kp::slot::scale] = many.mixes[0].apar[kp::slot::w] = 1.f;
+  kalvaris_codes::mod_codes(many);
+  EXPECT_EQ(many.fmt.ierr_fmt, 100);
+  EXPECT_EQ(many.fmt.mess_findfmt.txt[0], " Error: number of refined parameters:     2");
 
   kp::state_type other = model_state::quartz(7);
   std::ostringstream console;
@@ -72,7 +82,8 @@ TEST(Codes, NumberAboveTheLimitIsRefusedAndAboveMaxsIsLeftOut) {
   kalvaris_codes::mod_codes(other);
   EXPECT_EQ(other.fmt.ierr_fmt, 0);
   EXPECT_EQ(other.run.maxs, 1);
-  EXPECT_NE(console.str().find("above the number of refined parameters"), std::string::npos);
+  EXPECT_NE(console.str().find(" Warning! Codes above the number of refined parameters are not refined: 2"),
+            std::string::npos);
   EXPECT_EQ(apply_shifts::reference_weight(other, 2, 1.f), 0.f);
 }
 
@@ -140,6 +151,9 @@ TEST(CellConst, RefusesACellThatCannotClose) {
     st.mixes[0].par[static_cast<std::size_t>(kp::slot::cell_a + 3 + i)] = i == 2 ? 170.f : 60.f;
   EXPECT_FALSE(kalvaris_codes::cell_const(st, 0, 0, false));
   EXPECT_EQ(st.fmt.ierr_fmt, 100);
+  EXPECT_EQ(st.fmt.mess_findfmt.txt[0], " => Error in the cell of phase: 1 pattern: 1");
+  EXPECT_EQ(st.fmt.mess_findfmt.txt[1],
+            " Bad cell parameters: lengths must be positive and the angles must be able to close");
 }
 
 TEST(RestoreCodes, OnlyAGuardedMultiplierChangesTheWordThatWasRead) {

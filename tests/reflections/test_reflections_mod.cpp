@@ -210,6 +210,8 @@ TEST(Genera, ListThatPassesItsLimitStops) {
   f.st.dim.maxreflx = 500;
   EXPECT_EQ(stop_text([&] { genera(f.st, 0, 0); }), " Too many reflections");
   EXPECT_NE(f.console.str().find("500  Too many reflections"), std::string::npos);
+  EXPECT_NE(f.console.str().find(" => Maximum number or reflections attained! Increase MaxREFLX above 500"),
+            std::string::npos);
   EXPECT_LE(f.pattern().refl.size(), 498);
   small_state::set_cell(f.st, 0, {9000, 9000, 9000, 90, 90, 90});  // must stop before it lists them
   EXPECT_EQ(stop_text([&] { genera(f.st, 0, 0); }), " Too many reflections");
