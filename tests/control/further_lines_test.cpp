@@ -211,7 +211,7 @@ TEST(FurtherLines, WarningsGoToTheConsoleAndChangeNothing) {
   EXPECT_EQ(run.read(with(ceria, "CeO2 fluorite\n", "CeO2\nCOMMANDS\nREFERENCE_CELL 5 x\nEND\n")).fmt.ierr_fmt, 0);
   EXPECT_THAT(run.console.str(), HasSubstr(" WARNING: Error reading the reference cell in phase number: 1\n"));
   EXPECT_EQ(run.read(with(boride, "0.00000   0.00000   1.74000", "0.00000   0.00000  14.50000")).fmt.ierr_fmt, 0);
-  EXPECT_THAT(run.console.str(), HasSubstr("Some magnetic moment component of atom Nd exceeds 14 muB"));
+  EXPECT_THAT(run.console.str(), HasSubstr(" Warning!!, Some magnetic moment component of atom Nd exceeds 14 muB"));
   EXPECT_EQ(run.read(with(sample("Monte Carlo"), "     100        10   ", "     100        11   ")).fmt.ierr_fmt, 0);
   EXPECT_THAT(run.console.str(), HasSubstr(" Warning! At most 10 solutions of the search are kept\n"));
   run.put_named_files();
