@@ -219,6 +219,12 @@ TEST(Findfmt, AFileThatCannotBeReadGivesTheSystemsNumber) {
   state.ierr_fmt = 13;
   findfmt_err(state, "line", 2);
   EXPECT_EQ(state.mess_findfmt.txt[0], " FMT decode error number: 13");
+  for (const int told_elsewhere : {0, -1}) {
+    findfmt_state quiet;
+    quiet.ierr_fmt = told_elsewhere;
+    findfmt_err(quiet, "line", 2);
+    EXPECT_EQ(quiet.mess_findfmt.nlines, 0);
+  }
 }
 
 TEST(Findfmt, ALineInHand) {

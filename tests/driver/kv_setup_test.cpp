@@ -49,6 +49,12 @@ TEST(SetUp, RefusesWhatCannotBeCalculated) {
   const auto filter = [](float window) {
     return [=](state_type& st) { st.pattern[0].nbckgd = 2, st.pattern[0].isbac = -1, st.pattern[0].fwindow = window; };
   };
+  const auto background_file = [](state_type& st) {
+    st.io.directory = testing::TempDir();
+    st.io.filenam = "kv_setup_test", st.io.filedat = {st.io.filenam}, st.io.extdat = {".dat"};
+    st.pattern[0].nbckgd = 1, st.pattern[0].isbac = 1;
+    std::ofstream(st.io.directory + "kv_setup_test.bac") << "10 5\n20 five\n";
+  };
   struct row {
     std::function<void(state_type&)> change;
     std::vector<const char*> words;
@@ -65,6 +71,8 @@ TEST(SetUp, RefusesWhatCannotBeCalculated) {
            row{[](state_type& st) { st.dim.maxpoint = 1001; }, {}, true},
            row{[](state_type& st) { st.dim.maxpoint = 1000; }, {"stopped: Too many data points NPTS>MaxPOINT!\n"}},
            row{[](state_type& st) { st.pattern[0].step = 1e-30f; }, {"stopped: Too many data points NPTS>MaxPOINT!\n"}},
+           row{background_file,
+               {"stopped: => Error reading the BAC-file ", ": line 2 holds something that is no number"}},
            row{filter(166.f), {}, true},
            row{filter(165.f),
                {"=> The provided Window for Fourier filtering is too small! It should be larger than NPTS/6 !\n",
@@ -85,6 +93,7 @@ TEST(SetUp, RefusesWhatCannotBeCalculated) {
     EXPECT_EQ(words.find("stopped:") == words.npos && st.fmt.ierr_fmt == 0, t.goes_on);
     EXPECT_EQ(st.pattern[0].refl.size() > 0, t.goes_on);
   }
+  std::filesystem::remove(testing::TempDir() + "kv_setup_test.bac");
 }
 
 TEST(SetUp, TemperatureOfAStepStandsInTheListOfTheSeries) {
@@ -109,6 +118,7 @@ TEST(SetUp, TemperatureOfAStepStandsInTheListOfTheSeries) {
     EXPECT_EQ(value.value_or(0.f), t.temperature);
     EXPECT_EQ(st.io.file_error, t.temperature == 0.f);
     EXPECT_THAT(st.io.file_error_mess, HasSubstr(t.reason));
+    EXPECT_EQ(st.io.file_error_mess.starts_with(" => Error in the list of temperatures "), st.io.file_error);
   }
   std::filesystem::remove(file);
 }
