@@ -44,6 +44,8 @@ void read_commands(reading& r, int ip);         ///< VARY and FIX lines, when th
 /// Operators that a restraint or an atom can name.
 [[nodiscard]] int number_of_operators(const kalvaris_params::phase_type& phase);
 [[nodiscard]] bool read_form_factor(reading& r, int ph, kalvaris_params::atom_type& atom);
+/// Refuses an atom without a scattering species: nothing tells what it scatters, and its line would not read back.
+[[nodiscard]] bool has_species(reading& r, const pcr_lines::place& at, const kalvaris_params::atom_type& atom);
 [[nodiscard]] bool read_atoms(reading& r, int ph);
 [[nodiscard]] bool read_atom(reading& r, int ph);    ///< one atom with all its lines
 [[nodiscard]] bool read_bodies(reading& r, int ph);  ///< rigid bodies and the atoms between them

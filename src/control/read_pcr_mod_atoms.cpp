@@ -185,7 +185,8 @@ bool read_atom(reading& r, int ph) {
   phase_type& phase = r.st.phase[ph];
   atom_type atom;
   atom.phase = ph;
-  if (!read_first_line(r, at, phase, atom) || !check_atom(r, at, atom, phase)) return false;
+  if (!read_first_line(r, at, phase, atom) || !has_species(r, at, atom) || !check_atom(r, at, atom, phase))
+    return false;
   warn_of_values(r, atom, phase);
   const auto slots = pcr_layout::atom_line_of(phase).value_slots();
   if (!r.in.values({"codes of the atom", ph + 1}, {part::codes(slots_of_next(r, atom), slots)})) return false;
@@ -203,6 +204,11 @@ bool read_atom(reading& r, int ph) {
   if (phase.profile_matching()) atom.a.fill(0.f);  // nothing is calculated from these atoms, so nothing is refined
   r.st.atom.push_back(std::move(atom));
   return true;
+}
+
+bool has_species(reading& r, const place& at, const atom_type& atom) {
+  const bool named = atom.ntyp.find_first_not_of(' ') != std::string::npos;
+  return named || r.in.refuse(at, "the scattering species of atom " + atom.atext + " (Typ) is missing");
 }
 
 bool read_atoms(reading& r, int ph) {

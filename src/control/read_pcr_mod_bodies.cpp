@@ -71,15 +71,16 @@ bool read_body_atom(reading& r, int ph) {
   atom.phase = ph;
   const slot_arrays to{atom.xl, atom.a, atom.a_read, kalvaris_params::slot_family::atom, ia, 0};
   const std::span slots(atom_slots);
-  if (!r.in.values({pcr_forms::body_atom.name, ph + 1},
-                   {pcr_forms::body_atom_fields, part::values(to, slots.first(3)), pcr_forms::connected_fields,
-                    part::values(to, slots.last(2)), pcr_forms::behind_body_atom_fields})) {
+  const pcr_lines::place at{pcr_forms::body_atom.name, ph + 1};
+  if (!r.in.values(at, {pcr_forms::body_atom_fields, part::values(to, slots.first(3)), pcr_forms::connected_fields,
+                        part::values(to, slots.last(2)), pcr_forms::behind_body_atom_fields})) {
     return false;
   }
   atom.line_nb = r.in.lines_taken();
   atom.atext = r.in.word(0), atom.ntyp = r.in.word(1);
   atom.connected = {r.in.f(5), r.in.f(6), r.in.f(7)};
   atom.sp_pointers = r.in.i(10);
+  if (!has_species(r, at, atom)) return false;
   r.st.atom.push_back(std::move(atom));
   return true;
 }

@@ -4,6 +4,8 @@
 #include <array>
 #include <cmath>
 
+#include "lmix_fixed_format.hpp"
+
 namespace kalvaris_codes {
 
 namespace {
@@ -252,6 +254,32 @@ std::array<float, 6> get_betas_from_biso(float biso, const lmix_crystal_metrics:
   return betas;
 }
 
+namespace {
+
+void list(state_type& st, const std::string& line) {
+  kalvaris_inout::out(st.io, kalvaris_inout::unit::listing) << line << '\n';
+}
+
+/// What the constraints made of the codes of an atom, where it asked for any.
+void list_codes(state_type& st, const atom_type& atom, bool general) {
+  const auto words = [&](int first, int count) {
+    lmix_fixed_format::fmt_line text;
+    for (int k = first; k < first + count; ++k) text.f(11, 2, atom.a[static_cast<std::size_t>(k)]);
+    return text.str();
+  };
+  const auto asked = [&](int first, int count) {
+    const auto codes = std::span(atom.a).subspan(static_cast<std::size_t>(first), static_cast<std::size_t>(count));
+    return std::ranges::any_of(codes, [](float c) { return c != 0.f; });
+  };
+  list(st, "\n => Atom " + atom.atext + " of phase " + std::to_string(atom.phase + 1));
+  if (general) list(st, "     The above atom is in a general position (no constraints in atom positions)");
+  list(st, "     Codes for atom coordinates  (Automatic Constraints):" + words(aslot::x, 3));
+  if (asked(aslot::b11, 6))
+    list(st, "     Codes for anisotropic betas (Automatic Constraints):" + words(aslot::b11, 6));
+}
+
+}  // namespace
+
 void set_symmetryconstraints(state_type& st) {
   if (!st.run.automatic) return;
   number_source fresh{get_code_max(st)};
@@ -264,6 +292,7 @@ void set_symmetryconstraints(state_type& st) {
       bool complete = get_atompos_ctr(x, phase.spgr, codes.subspan<aslot::x, 3>(), fresh);
       complete = get_atombet_ctr(x, phase.spgr, codes.subspan<aslot::b11, 6>(), fresh) && complete;
       complete = constrain_moment(phase, atom, fresh) && complete;
+      list_codes(st, atom, sym::get_stabilizerc(x, phase.spgr).size() == 1);
       if (!complete)
         kalvaris_inout::mess_cons(st.io, " Warning! A symmetry relation of atom " + atom.atext +
                                              " needs two parameters in one code: one of them is kept fixed");
