@@ -1,5 +1,6 @@
 // A whole refinement with atoms on special positions whose codes the program sets by symmetry: the Laves phase MgZn2
 // (P 63/m m c; Mg at 1/3,2/3,z; Zn at the origin and at x,2x,1/4 with betas), a calculated pattern with noise.
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <cmath>
@@ -130,6 +131,10 @@ TEST(SpecialPositions, AtomsStayOnThemAndComeBackToTheTruth) {
   constexpr std::array site_order{6, 12, 4};  // of 4f, 2a and 6h
   for (std::size_t ia = 0; ia < site_order.size(); ++ia)
     EXPECT_EQ(operations_in_place(st.phase[0].spgr, st.atom[ia], 1e-5f), site_order[ia]) << ia;
+  EXPECT_THAT(
+      where.get("laves.out"),
+      testing::ContainsRegex("Atom Zn2 of phase 1\n     Codes for atom coordinates  \\(Automatic Constraints\\): +"
+                             "[0-9]+1.00 +[0-9]+2.00 +0.00\n     Codes for anisotropic betas"));
 }
 
 }  // namespace
