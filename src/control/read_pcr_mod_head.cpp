@@ -127,7 +127,7 @@ bool read_head(reading& r) {
   r.st.pattern.assign(1, {});
   const auto title = r.in.first_line();
   if (!title) return r.in.fail({"  Error reading the *.PCR at the first line"}, -2);
-  run.title = title->substr(0, title_length);
+  run.title = pcr_lines::adjl_tab(title->substr(0, title_length));
   r.in.words({pcr_forms::title.name}, pcr_forms::title_fields, std::array<std::string_view, 1>{run.title});
   warn_of_title(r);
   while (const auto comment = r.in.comment_line()) read_chi2_comment(r, *comment);

@@ -33,7 +33,7 @@ bool read_name(reading& r, int ph) {
   phase_type& phase = r.st.phase[ph];
   const auto line = r.in.text(pcr_forms::phase_name, ph + 1);
   if (!line) return false;
-  phase.phsnm = line->substr(0, name_length);
+  phase.phsnm = pcr_lines::adjl_tab(line->substr(0, name_length));
   phase.vary_xyz = cut_out(phase.phsnm, "VARY xyz");
   phase.fix_xyz = cut_out(phase.phsnm, "FIX xyz");
   phase.mag_only = phase.mag_only_named = cut_out(phase.phsnm, "MAG_ONLY");
