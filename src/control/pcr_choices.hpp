@@ -50,7 +50,8 @@ inline constexpr std::array orientations{
 inline constexpr std::array dummies{choice{0, "cycles end when they have converged"},
                                     choice{2, "the run stops at the first rise of chi-square"}};
 inline constexpr std::array weights{choice{0, "1/variance of the data"}, choice{1, "1/variance of the calculation"},
-                                    choice{2, "one for all points"}, choice{3, "SHELX-like, constants on WGHT lines"}};
+                                    choice{2, "1/(1 + ((observed + 2 calculated)/15)^2)"},
+                                    choice{3, "SHELX-like, constants on WGHT lines"}};
 inline constexpr std::array geometries{choice{-2, "Debye-Scherrer, laboratory X-rays"},
                                        choice{-1, "no Lorentz-polarisation factor, the data are corrected"},
                                        choice{0, "Bragg-Brentano X-rays, or Debye-Scherrer neutrons"},

@@ -83,7 +83,7 @@ constexpr std::array fixed_lines{
     fixed_line{flag::shape_formula, 8, gaussian_width},
     fixed_line{flag::shape_formula, 11,
                "    of each side: H**2 = (U + strain) tan(t)**2 + V tan(t) + W + GauSiz/cos(t)**2 + S_L or "
-               "D_L/tan(2t)**2\n"
+               "D_L/tan(t)**2\n"
                "    eta = Shape1 + X 2t + Xi H"},
     fixed_line{flag::shape_formula, 12,
                "    H**2 = (U + strain) tan(t)**2 + V tan(t) + W + GauSiz/cos(t)**2,   eta = Shape1 + X 2t + Xi H"},

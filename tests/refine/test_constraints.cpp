@@ -283,4 +283,24 @@ TEST(Helix, TheTwoPartsOfTheMomentStayPerpendicular) {
   }
 }
 
+// On a fourfold axis a twofold axis across it turns a moment along the fourfold one; with time reversal it keeps it.
+TEST(MagneticConstraints, TimeReversalDecidesWhatAMomentMayDo) {
+  struct row {
+    const char* twofold;
+    float moment;
+  };
+  for (const row t : {row{"x,-y,-z,-1", 11.f}, row{"x,-y,-z,+1", 0.f}}) {
+    SCOPED_TRACE(t.twofold);
+    sym::magnetic_space_group_type group;
+    ASSERT_FALSE(sym::set_magnetic_spacegroup(std::vector<std::string>{"-y,x,z,+1", t.twofold}, group));
+    std::array<float, 3> moment{1.f, 1.f, 1.f}, position{1.f, 1.f, 1.f};
+    kalvaris_codes::number_source fresh{0};
+    EXPECT_TRUE(kalvaris_codes::get_moment_ctr_old({0.f, 0.f, 0.f}, group, moment, fresh));
+    EXPECT_EQ(moment, (std::array{0.f, 0.f, t.moment}));
+    fresh = {0};
+    EXPECT_TRUE(kalvaris_codes::get_matompos_ctr({0.f, 0.f, 0.3f}, group, position, fresh));
+    EXPECT_EQ(position, (std::array{0.f, 0.f, 11.f}));
+  }
+}
+
 }  // namespace
