@@ -34,7 +34,7 @@ void observe_the_calculation(state_type& st, int ip) {
   p.y.resize(static_cast<std::size_t>(p.npts));
   for (int i = 0; i < p.npts; ++i) at(p.y, i) = at(p.yc, i) + kv_background::backa(p, i);
   p.yo_max = *std::ranges::max_element(p.y);
-  if (p.refl.size() > 0) kv_iterate_calc_cw::bragg(st, ip);
+  if (p.refl.size() > 0) kv_iterate_calc_cw::bragg(st, ip, kv_iterate_calc_cw::intensity_update::none);
 }
 
 void write_lists(state_type& st, int ip) {

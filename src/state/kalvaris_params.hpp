@@ -751,6 +751,31 @@ struct search_type {
   bool operator==(const search_type&) const = default;
 };
 
+/// How the cycles of a run ended. Written by the cycles; console, summary and exit status tell it.
+struct cycles_end_type {
+  enum class how : std::uint8_t {
+    not_run,
+    calculated,   ///< a calculation only
+    converged,
+    used_up,      ///< all cycles that were asked for, without convergence
+    asked_to,     ///< by a request to finish
+    no_descent,   ///< no shift lowers the sum, and the shifts are not small
+    broken_off,   ///< divergence, singular matrix, too few points
+  };
+  how end = how::not_run;
+  std::vector<std::string> remarks;  ///< what holds the result: parameters at limits, dropped, intensities at zero
+  /// The result stands at a minimum of all parameters that were to be refined.
+  [[nodiscard]] bool whole() const { return (end == how::converged && remarks.empty()) || end == how::calculated; }
+  bool operator==(const cycles_end_type&) const = default;
+};
+
+/// How the intensities of profile-matching phases follow the pattern.
+enum class intensity_road : std::uint8_t {
+  together,   ///< moved by the solution of the normal equations
+  partition,  ///< shifts that foresee their answer, then partitions of the net profile
+  fixed,      ///< shifts at fixed intensities, then partitions of the net profile
+};
+
 struct run_type {
   std::string title;
   bool s_format = true;     ///< short form of the control file
@@ -783,6 +808,10 @@ struct run_type {
   std::array<int, 5> flags_read{};    ///< nphase idum iasg nrell icryg, as read
   std::vector<linear_restraint> linear;
   search_type search;
+  // asked for on the command line
+  bool whole_steps = false;                             ///< a shift that reverses the one before is not halved
+  intensity_road intensities = intensity_road::together;
+  cycles_end_type cycles_end;
   bool operator==(const run_type&) const = default;
 };
 
@@ -791,6 +820,7 @@ struct parameter_table {
   std::vector<std::string> nampar;  ///< names, up to 50 characters
   std::vector<float> valx, svalx;   ///< value and sigma of the reference slot
   std::vector<float> m_ref;         ///< size of the reference slot's multiplier (0: no slot moves)
+  std::vector<std::string> remark;  ///< what held it at the end, blank when it was free
 };
 
 /// The data file that readint keeps between patterns: a file of several banks stays open. Written by readint only.
