@@ -144,7 +144,7 @@ class width_shares {
 
  private:
   void look_at(const state_type& st, int ip);
-  void cut(const state_type& st, const gaussian_terms& terms, double tan_theta, double hg2, double negligible);
+  void cut(const state_type& st, const gaussian_terms& terms, double tan_theta, double hg2, double least, double unseen2);
   void join(const gaussian_terms& terms);
   [[nodiscard]] std::size_t root(std::size_t n) {
     while (root_[n] != n) n = root_[n] = root_[root_[n]];
@@ -167,17 +167,18 @@ void width_shares::join(const gaussian_terms& terms) {
   }
 }
 
-/// A width that is negligible already is no longer halved: the term that wants it smaller is held.
-void width_shares::cut(const state_type& st, const gaussian_terms& terms, double tan_theta, double hg2,
-                       double negligible) {
+/// least: HG^2 that one cycle may leave; unseen2: below it the width makes no difference any more, and the term that
+/// wants it smaller is held.
+void width_shares::cut(const state_type& st, const gaussian_terms& terms, double tan_theta, double hg2, double least,
+                       double unseen2) {
   const std::array<double, 4> changes = terms.changes(tan_theta);
   const double change = changes[0] + changes[1] + changes[2] + changes[3];
-  if (!(hg2 > 1.0e-12) || !(change < -0.5 * hg2)) return;
+  if (!(hg2 > 1.0e-12) || !(hg2 + change < least)) return;
   const auto most = static_cast<std::size_t>(std::ranges::min_element(changes) - changes.begin());
   const auto number = static_cast<std::size_t>(terms.number[most]);
   double& share = share_[root(number)];
-  share = std::min(share, -0.5 * hg2 / change);
-  if (hg2 > negligible) return;
+  share = std::min(share, std::max(hg2 - least, 0.0) / -change);
+  if (hg2 > 1.01 * unseen2) return;
   const bool known = std::ranges::any_of(held_, [&](const auto& h) { return h.n == terms.number[most]; });
   if (!known)
     held_.push_back({terms.number[most], st.ne.vx(terms.number[most] - 1) > 0 ? 1.0 : -1.0,
@@ -198,34 +199,39 @@ void width_shares::look_at(const state_type& st, int ip) {
     const gaussian_terms& terms = of_phase[static_cast<std::size_t>(key.phase)][static_cast<std::size_t>(key.wave - 1)];
     // a twentieth of the whole width, or a fifth of a step, is not seen in the pattern
     const double unseen = std::max(static_cast<double>(p.refl.hw[k]) / 20.0, static_cast<double>(p.step) / 5.0);
-    cut(st, terms, std::tan(0.5 * p.refl.pos[k] * degree), std::pow(p.refl.halfg[k], 2), unseen * unseen);
+    const double hg2 = std::pow(p.refl.halfg[k], 2), h2 = std::pow(p.refl.hw[k], 2), unseen2 = unseen * unseen;
+    // half of it, and more where the Lorentzian width is most of the whole
+    const double least = std::max(0.5 * hg2 * std::min(1.0, hg2 / h2), unseen2);
+    cut(st, terms, std::tan(0.5 * p.refl.pos[k] * degree), hg2, least, unseen2);
   }
 }
 
-/// A value that no shift may leave behind: below `floor` it becomes `fixed` and the multiplier is halved, so that later
-/// shifts of this slot are smaller.
+/// A value that no shift may leave behind: below 0 it becomes `fixed`. The multiplier may be halved, so that later shifts
+/// of this slot are smaller.
 struct guard {
   int k;
   float fixed;
   bool lorentzian_only;  ///< only for the peak shapes that hold a Lorentzian width there
-  const char* words;
-  std::string_view held;
+  std::string_view words, held;
 };
+constexpr std::string_view halved_words = ": Multiplier divided by 2";
 constexpr std::array guards{
-    guard{slot::x, 0.0001f, true, " WARNING, parameter X < 0, fixed to 0.0001: Multiplier divided by 2",
+    guard{slot::x, 0.0001f, true, " WARNING, parameter X < 0, fixed to 0.0001",
           "held at 0.0001: a Lorentzian width is not negative"},
-    guard{slot::y, 0.0001f, true, " WARNING, parameter Y < 0, fixed to 0.0001: Multiplier divided by 2",
+    guard{slot::y, 0.0001f, true, " WARNING, parameter Y < 0, fixed to 0.0001",
           "held at 0.0001: a Lorentzian width is not negative"},
     guard{slot::xi, 0.00001f, true,
-          " WARNING, parameter L_Aniso_Strain < 0, fixed to 0.00001: Multiplier divided by 2",
+          " WARNING, parameter L_Aniso_Strain < 0, fixed to 0.00001",
           "held at 0.00001: it is not negative"},
-    guard{slot::scale, 1.0e-10f, false, " WARNING, Scale factor <0, fixed to 1.E-10: Multiplier divided by 2",
+    guard{slot::scale, 1.0e-10f, false, " WARNING, Scale factor <0, fixed to 1.E-10",
           "held at 1.E-10: a scale factor is not negative"},
-    guard{slot::pref1, 0.f, false, " WARNING, Pref. Or. parameter < 0, fixed to 0.0: Multiplier divided by 2",
+    guard{slot::pref1, 0.f, false, " WARNING, Pref. Or. parameter < 0, fixed to 0.0",
           "held at 0: it is not negative"},
 };
 
-void guard_phase_slot(const state_type& st, const slot_ref& s, slot_change& change, shift_report& report) {
+void guard_phase_slot(const state_type& st, const slot_ref& s, multiplier_at_guard at_guard, slot_change& change,
+                      shift_report& report) {
+  const bool halved = at_guard == multiplier_at_guard::halved;
   const auto g = std::find_if(guards.begin(), guards.end(), [&](const guard& row) { return row.k == s.k; });
   if (g == guards.end() || !(s.value < 0.f)) return;
   const int npro = st.mix(s.owner, s.ip).npro;
@@ -234,24 +240,26 @@ void guard_phase_slot(const state_type& st, const slot_ref& s, slot_change& chan
   if (s.k == slot::pref1 && st.pattern[static_cast<std::size_t>(s.ip)].nori == 0) return;
   s.value = g->fixed;
   report.held.push_back({s.number, s.code > 0.f ? -1.0 : 1.0, g->held});
-  s.code *= 0.5f;
+  if (halved) s.code *= 0.5f;
   change.shift = g->lorentzian_only ? 1.f : change.shift;
   if (s.k == slot::scale) {
     report.warnings.push_back(" WARNING, Negative Scale factor for phase:" + std::to_string(s.owner + 1));
-    report.warnings.emplace_back(" Program is fixing SCALE to 1.E-10 and dividing by 2 the multiplier of shifts");
+    report.warnings.emplace_back(halved ? " Program is fixing SCALE to 1.E-10 and dividing by 2 the multiplier of shifts"
+                                        : " Program is fixing SCALE to 1.E-10");
   } else {
-    report.warnings.emplace_back(g->words);
+    report.warnings.push_back(std::string(g->words) + std::string(halved ? halved_words : ""));
   }
 }
 
-void guard_global_slot(const slot_ref& s, float before, slot_change& change, shift_report& report) {
+void guard_global_slot(const slot_ref& s, float before, multiplier_at_guard at_guard, slot_change& change,
+                       shift_report& report) {
   const bool too_large = s.k == gslot::p0 && s.value > 1.f;
   const bool negative = s.k >= gslot::p0 && s.k <= gslot::tau && s.value < 0.f;
   if (!too_large && !negative) return;
   report.held.push_back({s.number, (too_large ? 1.0 : -1.0) * (s.code > 0.f ? 1.0 : -1.0),
                          too_large ? "held below 1" : "held: it is not negative"});
   s.value = before;
-  s.code *= 0.5f;
+  if (at_guard == multiplier_at_guard::halved) s.code *= 0.5f;
   change.shift = 0.f;
   if (too_large) {
     report.warnings.emplace_back(" Warning! Microabsorption parameter P0 > 1, fixed to previous value !");
@@ -303,7 +311,7 @@ shift_report standing(state_type& st) {
   return report;
 }
 
-shift_report apply(state_type& st) {
+shift_report apply(state_type& st, multiplier_at_guard at_guard) {
   shift_report report;
   box_state boxes(st);
   width_shares widths(st);
@@ -323,8 +331,8 @@ shift_report apply(state_type& st) {
     if (in_gaussian_width(s)) shift *= widths.of(n);
     boxes.move(st, s, shift, report);
     change.shift = s.value - before;
-    if (s.family == slot_family::phase) guard_phase_slot(st, s, change, report);
-    if (s.family == slot_family::global) guard_global_slot(s, before, change, report);
+    if (s.family == slot_family::phase) guard_phase_slot(st, s, at_guard, change, report);
+    if (s.family == slot_family::global) guard_global_slot(s, before, at_guard, change, report);
     change.value = s.value;
     if (char& done = named[static_cast<std::size_t>(n)]; !done && multiplier != 0.f) {
       done = 1;

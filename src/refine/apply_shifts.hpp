@@ -51,7 +51,9 @@ void set_reference_multipliers(kalvaris_params::state_type& st);
 /// every Gaussian width at least half of its square; the share belongs to the numbers that meet in one phase and
 /// pattern, so that a phase at its edge does not stop the others. sigma = |m/m_ref| sqrt(rjac(n,n)) with the inverse in rjac. Then
 /// rebuilds what depends on slots: wavelengths, ratio, direct cells with esds, valx and svalx.
-shift_report apply(kalvaris_params::state_type& st);
+/// at_guard: what becomes of the multiplier of a slot that a guard sets back.
+enum class multiplier_at_guard { halved, kept };
+shift_report apply(kalvaris_params::state_type& st, multiplier_at_guard at_guard);
 
 /// Direct cell of a phase from the A..F of 1/d^2 in pattern ip, with esds from the inverse matrix (zero when maxs is
 /// 0).

@@ -14,7 +14,7 @@ using kalvaris_params::reflection_list;
 using kalvaris_params::state_type;
 
 /// Added to the diagonal of G, as a share of it: peaks at one place have only their sum determined.
-constexpr double ridge = 0.01;
+constexpr double ridge = 0.003;
 constexpr double kept_share = 0.05;             ///< of an intensity in one cycle
 constexpr double floor_in_sigmas = 1.0e-3;      ///< an intensity this small is 0 as far as the pattern can tell
 constexpr std::size_t most_band = 48'000'000;   ///< elements of G: 384 MB
@@ -91,6 +91,7 @@ void overlap_equations::reset(const state_type& st, const reflection_list& refl,
   band_.assign(too_wide_ ? 0 : elements, 0.0);
   c_.assign(too_wide_ ? 0 : size() * parameters_, 0.0);
   gi_.assign(size(), 0.0);
+  held_.clear();
   local_of_.assign(size(), -1);
   local_.clear();
   if (too_wide_) unknown_of_.assign(n, -1);
@@ -139,17 +140,17 @@ void overlap_equations::end_block(const float* weights, const float* differences
 
 double overlap_equations::floor_of(std::size_t r) const { return floor_in_sigmas / std::sqrt(g(r, r)); }
 
-/// Cholesky factor of G with the ridge; a fixed unknown, and one that no point feels, is decoupled.
-void overlap_equations::factorise(std::span<const char> fixed) {
+/// Cholesky factor of G with the ridge; a held unknown, and one that no point feels, is decoupled.
+void overlap_equations::factorise() {
   factor_.resize(band_.size());
   const auto l = [&](std::size_t r, std::size_t s) -> double& { return factor_[start_[r] + s - low_[r]]; };
   for (std::size_t r = 0; r < size(); ++r) {
     double diagonal = g(r, r) * (1.0 + ridge);
-    const bool out = fixed[r] != 0 || !(diagonal > 0);
+    const bool out = held_[r] != 0 || !(diagonal > 0);
     for (std::size_t s = low_[r]; s < r; ++s) {
       const std::size_t from = std::max(low_[r], low_[s]);
       const double sum = dot(&l(r, from), &l(s, from), s - from);
-      l(r, s) = out || fixed[s] != 0 ? 0.0 : (g(r, s) - sum) / l(s, s);
+      l(r, s) = out || held_[s] != 0 ? 0.0 : (g(r, s) - sum) / l(s, s);
       diagonal -= l(r, s) * l(r, s);
     }
     // the ridge keeps every pivot above its own share
@@ -183,25 +184,35 @@ std::vector<double> overlap_equations::times_g(std::span<const double> x) const 
   return y;
 }
 
+/// How far down an intensity may go in a cycle.
+double overlap_equations::lowest_move(std::size_t r) const {
+  return std::min(std::max(kept_share * value_[r], floor_of(r)) - value_[r], 0.0);
+}
+
 void overlap_equations::eliminate(normal_equations::normal_matrix& ne) {
   if (size() == 0 || too_wide_) return;
-  std::vector<char> fixed(size(), 0);
-  for (std::size_t r = 0; r < size(); ++r) fixed[r] = !(g(r, r) > 0) || (value_[r] <= floor_of(r) && gi_[r] <= 0);
-  factorise(fixed);
-  std::vector<double> z(gi_);
+  if (held_.empty()) {
+    held_.assign(size(), 0);
+    held_move_.assign(size(), 0.0);
+    for (std::size_t r = 0; r < size(); ++r) held_[r] = !(g(r, r) > 0) || (value_[r] <= floor_of(r) && gi_[r] <= 0);
+  }
+  factorise();
+  const std::vector<double> known = times_g(held_move_);
+  std::vector<double> z(size(), 0.0);
   for (std::size_t r = 0; r < size(); ++r)
-    if (fixed[r]) z[r] = 0.0;
+    if (!held_[r]) z[r] = gi_[r] - known[r];
   solve_lower(z);
   // L^-1 C^T, all parameters of an unknown together
   const std::size_t n = parameters_;
   std::vector<double> y(c_);
   for (std::size_t r = 0; r < size(); ++r) {
     double* yr = y.data() + r * n;
-    const double* row = factor_.data() + start_[r];
-    if (fixed[r]) {
+    if (held_[r]) {
+      for (std::size_t i = 0; i < n; ++i) ne.vx(static_cast<int>(i)) -= yr[i] * held_move_[r];
       std::fill_n(yr, n, 0.0);
       continue;
     }
+    const double* row = factor_.data() + start_[r];
     for (std::size_t s = low_[r]; s < r; ++s)
       if (row[s - low_[r]] != 0.0) subtract(yr, y.data() + s * n, row[s - low_[r]], n);
     for (std::size_t i = 0; i < n; ++i) yr[i] /= row[r - low_[r]];
@@ -213,45 +224,53 @@ void overlap_equations::eliminate(normal_equations::normal_matrix& ne) {
   }
 }
 
+/// Moves of the intensities that belong to shifts of the other parameters.
+std::vector<double> overlap_equations::solve(std::span<const double> shifts) const {
+  const std::vector<double> known = times_g(held_move_);
+  std::vector<double> x(size(), 0.0);
+  for (std::size_t r = 0; r < size(); ++r) {
+    if (held_[r]) continue;
+    x[r] = gi_[r] - known[r];
+    for (std::size_t i = 0; i < parameters_; ++i) x[r] -= c_[r * parameters_ + i] * shifts[i];
+  }
+  solve_lower(x);
+  solve_upper(x);
+  for (std::size_t r = 0; r < size(); ++r)
+    if (held_[r]) x[r] = held_move_[r];
+  return x;
+}
+
+bool overlap_equations::hold_back(std::span<const double> shifts) {
+  if (size() == 0 || too_wide_) return false;
+  constexpr double noticed = 0.02;  // standard deviations below the lowest value
+  const std::vector<double> x = solve(shifts);
+  bool found = false;
+  for (std::size_t r = 0; r < size(); ++r) {
+    if (held_[r] || x[r] >= lowest_move(r)) continue;
+    held_[r] = 1;
+    held_move_[r] = lowest_move(r);
+    found |= (held_move_[r] - x[r]) * std::sqrt(g(r, r)) > noticed;
+  }
+  if (found) return true;
+  factorise();
+  return false;
+}
+
 movement overlap_equations::follow(std::span<const double> shifts, reflection_list& refl) {
   if (size() == 0 || too_wide_) return {};
   constexpr int most_passes = 6;
-  std::vector<double> wanted(gi_), change(size(), 0.0);
-  for (std::size_t r = 0; r < size(); ++r)
-    for (std::size_t i = 0; i < parameters_; ++i) wanted[r] -= c_[r * parameters_ + i] * shifts[i];
-  std::vector<char> fixed(size(), 0);
-  for (std::size_t r = 0; r < size(); ++r) fixed[r] = !(g(r, r) > 0);
-  const auto lowest = [&](std::size_t r) { return std::max(kept_share * value_[r], floor_of(r)) - value_[r]; };
-  movement result;
-  for (int pass = 0; pass < most_passes; ++pass) {
-    const std::vector<double> known = times_g(change);  // of those that stand at their lowest value
-    factorise(fixed);
-    std::vector<double> x(size(), 0.0);
-    for (std::size_t r = 0; r < size(); ++r)
-      if (!fixed[r]) x[r] = wanted[r] - known[r];
-    solve_lower(x);
-    solve_upper(x);
-    bool more = false;
-    for (std::size_t r = 0; r < size(); ++r) {
-      if (fixed[r]) continue;
-      if (x[r] >= lowest(r)) continue;
-      fixed[r] = 1;
-      change[r] = std::min(lowest(r), 0.0);
-      ++result.at_floor;
-      more = true;
-    }
-    if (more && pass + 1 < most_passes) continue;
-    for (std::size_t r = 0; r < size(); ++r)
-      if (!fixed[r]) change[r] = x[r];
-    break;
-  }
+  // the shifts that were taken may differ from those that the equations gave
+  for (int pass = 0; pass < most_passes && hold_back(shifts); ++pass) factorise();
+  const std::vector<double> change = solve(shifts);
   const std::vector<double> effect = times_g(change);
   const double sum = std::inner_product(change.begin(), change.end(), effect.begin(), 0.0);
+  movement result;
   result.in_sigmas = std::sqrt(std::max(sum, 0.0) / static_cast<double>(size()));
+  result.at_floor = static_cast<int>(std::ranges::count_if(held_, [](char h) { return h != 0; }));
   for (std::size_t k = 0; k < unknown_of_.size(); ++k)
     if (const int r = unknown_of_[k]; r >= 0) {
       const auto u = static_cast<std::size_t>(r);
-      refl.ff[k] = static_cast<float>(value_[u] + change[u]);
+      refl.ff[k] = static_cast<float>(value_[u] + std::max(change[u], lowest_move(u)));
     }
   return result;
 }

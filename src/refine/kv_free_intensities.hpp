@@ -42,18 +42,27 @@ class overlap_equations {
   void end_block(const float* weights, const float* differences, const float* derivatives, std::size_t stride,
                  std::span<const int> active);
 
-  /// Takes the intensities out of the equations of the other parameters (upper triangle and vector).
+  /// Takes the intensities out of the equations of the other parameters (upper triangle and vector). An intensity at its
+  /// lowest value whose equation wants it lower is left where it is; so is each that `hold_back` found, at the lowest
+  /// value that a cycle leaves to it.
   void eliminate(normal_equations::normal_matrix& ne);
 
+  /// Looks which intensities would fall below the lowest value that a cycle leaves to them (5 % of what they were) with
+  /// these shifts of the other parameters. True when there are some that were not held back before: the equations of
+  /// the others do not hold then.
+  bool hold_back(std::span<const double> shifts);
+
   /// Moves the intensities by their own equations after the others have shifted by `shifts` [units of the parameters].
-  /// One cycle leaves each at least 5 % of what it was. Writes ff of every reflection that has an equation.
+  /// Writes ff of every reflection that has an equation.
   movement follow(std::span<const double> shifts, kalvaris_params::reflection_list& refl);
 
  private:
   [[nodiscard]] std::size_t size() const { return value_.size(); }
   [[nodiscard]] double& g(std::size_t r, std::size_t s) { return band_[start_[r] + s - low_[r]]; }
   [[nodiscard]] double g(std::size_t r, std::size_t s) const { return band_[start_[r] + s - low_[r]]; }
-  void factorise(std::span<const char> fixed);
+  void factorise();
+  [[nodiscard]] std::vector<double> solve(std::span<const double> shifts) const;
+  [[nodiscard]] double lowest_move(std::size_t r) const;
   void solve_lower(std::span<double> x) const;
   void solve_upper(std::span<double> x) const;
   [[nodiscard]] std::vector<double> times_g(std::span<const double> x) const;
@@ -66,6 +75,8 @@ class overlap_equations {
   std::vector<double> band_, factor_;   ///< lower triangle of G, and of its Cholesky factor
   std::vector<double> c_;               ///< C^T: by unknown, rows of `parameters_`
   std::vector<double> gi_;              ///< g_I
+  std::vector<char> held_;              ///< by unknown: it takes no part in the solution
+  std::vector<double> held_move_;       ///< and moves by this
   std::size_t parameters_ = 0;
   bool too_wide_ = false;
   // the block under way

@@ -3,6 +3,7 @@
 #include <limits>
 #include <optional>
 #include <string>
+#include <utility>
 
 #include "kv_assignk.hpp"
 #include "kv_background.hpp"
@@ -76,6 +77,7 @@ class cycle_runner {
   outcome take_back(int cycle, double chi2);
   // the shifts
   bool solve(double chi2);
+  [[nodiscard]] bool whole_steps() const { return factor.risen || matching || st.run.whole_steps; }
   void damp_reversals();
   void rest();
   void report(int cycle, bool converged, bool last);
@@ -187,7 +189,7 @@ cycle_runner::outcome cycle_runner::one_cycle(int cycle) {
   if (st.run.maxs > 0 && !solve(chi2)) return outcome::failed;
   if (last_asked && factor.risen)
     rest();  // a shift that nobody would test
-  else if (!factor.risen && !st.run.whole_steps)
+  else if (!whole_steps())
     damp_reversals();
   console(" Writing results for cycle no.:" + cycle_number(cycle));
   report(cycle, false, last_asked);
@@ -236,7 +238,6 @@ void cycle_runner::calculate_patterns() {
     auto& overlap = intensities[static_cast<std::size_t>(ip)];
     const bool solved_with_the_rest = together && p.refining();
     calc_patterns_2theta(st, ip, st.run.maxs > 0 && p.refining(), solved_with_the_rest ? &overlap : nullptr);
-    if (solved_with_the_rest) overlap.eliminate(st.ne);
     warn_negative_widths(p, ip);
   }
 }
@@ -347,13 +348,27 @@ cycle_runner::outcome cycle_runner::take_back(int cycle, double chi2) {
 
 // ---- the shifts ----------------------------------------------------------------------------------------------------
 
+/// The shifts of a cycle, with the answer of the intensities: one that would become negative is held back, and the
+/// others are solved again.
 bool cycle_runner::solve(double chi2) {
-  st.ne.fill_lower();
-  const bool first = best.cycle == 0 || st.run.cycles_done == 1;
-  solution = solver.solve(st, factor.lambda, chi2, !first);
-  if (!solution.solved()) {
-    stop_as_singular(solution);
-    return false;
+  constexpr int most_passes = 6;
+  const bool first = st.run.cycles_done == 1;
+  const normal_equations::normal_matrix all = st.ne;
+  for (int pass = 0; pass < most_passes; ++pass) {
+    if (together) {
+      st.ne = all;
+      for (auto& overlap : intensities) overlap.eliminate(st.ne);
+    }
+    st.ne.fill_lower();
+    solution = solver.solve(st, factor.lambda, chi2, !first);
+    if (!solution.solved()) {
+      stop_as_singular(solution);
+      return false;
+    }
+    bool again = false;
+    if (st.run.intensities == intensity_road::together)
+      for (auto& overlap : intensities) again |= overlap.hold_back(std::as_const(st.ne).vector());
+    if (!again) break;
   }
   for (const auto& r : solution.resting)
     listing(" => Parameter held in this cycle: " + name_of(r.n) + ", " + std::string(r.why));
@@ -384,7 +399,8 @@ void cycle_runner::report(int cycle, bool converged, bool last) {
   r.intensities = last;
   for (int ip = 0; ip < st.run.n_patt; ++ip)  // before the shifts: yc and the intensities belong together
     if (takes_part(pattern(ip)) && last) bragg(st, ip, intensity_update::none);
-  r.shifts = apply_shifts::apply(st);
+  using apply_shifts::multiplier_at_guard;
+  r.shifts = apply_shifts::apply(st, whole_steps() ? multiplier_at_guard::kept : multiplier_at_guard::halved);
   if (!converged) follow(r.shifts.taken);
   solver.hold(r.shifts.held);
   for (const std::string& w : r.shifts.warnings) console(w);

@@ -20,6 +20,7 @@ class normal_matrix {
   [[nodiscard]] double vx(int i) const { return vx_[static_cast<std::size_t>(i)]; }
   [[nodiscard]] std::span<double> matrix() { return rjac_; }
   [[nodiscard]] std::span<double> vector() { return vx_; }
+  [[nodiscard]] std::span<const double> vector() const { return vx_; }
   /// What the shifts make smaller: weight times squared difference, over all observations added.
   [[nodiscard]] double weighted_sum() const { return weighted_sum_; }
 
