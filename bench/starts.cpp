@@ -13,7 +13,6 @@
 #include <cstdlib>
 #include <exception>
 #include <iostream>
-#include <limits>
 #include <map>
 #include <mutex>
 #include <sstream>
@@ -31,7 +30,6 @@ using starts_run::case_folder;
 using starts_run::outcome;
 
 constexpr double reaches = 1.01;          ///< a start within this factor of the optimum has reached it
-constexpr double fits_as_well = 1.02;     ///< and its residual over all points within this one
 constexpr int cycles_of_reference = 100;  ///< enough for a case to come to its end
 
 struct settings {
@@ -212,9 +210,22 @@ control_file read_control(const fs::path& file) {
 /// A case refined to its end.
 struct base {
   outcome result;
-  std::string control;  ///< its control file
+  std::string control;          ///< its control file
+  std::vector<double> weights;  ///< of the patterns
   [[nodiscard]] bool good() const { return result.how == outcome::end::normal && result.chi2 > 0.0; }
+  [[nodiscard]] double chi2_of(const outcome& o) const;
 };
+
+/// The joint chi-square of another run on the points that lie under the reflections of this one. That of a listing
+/// counts the points under its own reflections, which depend on the widths, with Ias 0 on those of the start: runs that
+/// end with the same model differ by per cents. All points have the same weighted sum of squares in both.
+double base::chi2_of(const outcome& o) const {
+  if (o.how != outcome::end::normal || o.fits.size() != result.fits.size()) return 0.0;
+  double chi2 = result.chi2;
+  for (std::size_t ip = 0; ip < weights.size() && ip < o.fits.size(); ++ip)
+    chi2 += weights[ip] * (o.fits[ip].residual - result.fits[ip].residual) / result.fits[ip].freedom;
+  return chi2;
+}
 
 base refine_base(const settings& s, const case_folder& c, const scratch& room) {
   const fs::path directory = room / (c.name + "_base"), file = directory / (c.name + ".pcr");
@@ -224,6 +235,7 @@ base refine_base(const settings& s, const case_folder& c, const scratch& room) {
   control.set_cycles(cycles_of_reference);
   starts_run::write_text(file, control.text());
   base b;
+  for (const auto& p : control.state().pattern) b.weights.push_back(static_cast<double>(p.w_pat));
   b.result = starts_run::run(s.reference, directory, c.name);
   b.control = starts_run::text_of(file);
   fs::remove_all(directory);
@@ -253,6 +265,7 @@ struct start {
   std::uint64_t seed = 0;
   std::string control;  ///< the control file that it starts from
   outcome result;
+  double chi2 = 0.0;  ///< on the points of the reference; 0 when it did not end normally
 };
 
 /// The stages of a person: each goes on from the result of the one before.
@@ -292,6 +305,7 @@ void run_start(const settings& s, const base& from, const scratch& room, start& 
   it.control = control.text();
   starts_run::write_text(file, it.control);
   it.result = s.usual_order ? run_in_usual_order(s, directory, c.name) : starts_run::run(s.program, directory, c.name);
+  it.chi2 = from.chi2_of(it.result);
   fs::remove_all(directory);
 }
 
@@ -299,7 +313,7 @@ std::vector<start> run_starts(const settings& s, const std::vector<base>& bases,
   std::vector<start> all;
   for (std::size_t c = 0; c < s.cases.size(); ++c)
     for (std::size_t l = 0; l < s.levels.size(); ++l)
-      for (int n = 1; n <= s.starts && bases[c].good(); ++n) all.push_back({c, l, n, 0, {}, {}});
+      for (int n = 1; n <= s.starts && bases[c].good(); ++n) all.push_back({c, l, n, 0, {}, {}, 0.0});
   in_parallel(static_cast<int>(all.size()), s.jobs, [&](int i) {
     start& it = all[static_cast<std::size_t>(i)];
     run_start(s, bases[it.case_number], room, it);
@@ -310,10 +324,7 @@ std::vector<start> run_starts(const settings& s, const std::vector<base>& bases,
 // ---- optima
 // ----------------------------------------------------------------------------------------------------------
 
-struct optimum {
-  double chi2 = std::numeric_limits<double>::infinity(), residual = std::numeric_limits<double>::infinity();
-};
-using optima_table = std::map<std::string, optimum>;
+using optima_table = std::map<std::string, double>;
 
 optima_table read_optima(const fs::path& file) {
   optima_table table;
@@ -321,9 +332,9 @@ optima_table read_optima(const fs::path& file) {
   for (std::string line; std::getline(lines, line);) {
     std::istringstream words(line);
     std::string name;
-    optimum o;
-    if (!(words >> name >> o.chi2 >> o.residual) || !(o.chi2 > 0.0)) refuse("not a line of optima: " + line);
-    table[name] = o;
+    double chi2 = 0.0;
+    if (!(words >> name >> chi2) || !(chi2 > 0.0)) refuse("not a line of optima: " + line);
+    table[name] = chi2;
   }
   return table;
 }
@@ -332,28 +343,27 @@ void write_optima(const fs::path& file, const optima_table& table) {
   if (file.empty()) return;
   std::ostringstream text;
   text.precision(8);
-  for (const auto& [name, o] : table) text << name << ' ' << o.chi2 << ' ' << o.residual << '\n';
+  for (const auto& [name, chi2] : table) text << name << ' ' << chi2 << '\n';
   starts_run::write_text(file, text.str());
-}
-
-/// A smaller chi-square counts when the fit of all points is no worse: that of the points under reflections alone also
-/// falls when the reflections leave points to the background.
-void take_smaller(optimum& best, const outcome& o) {
-  if (o.how != outcome::end::normal || !(o.chi2 > 0.0) || !(o.chi2 < best.chi2)) return;
-  if (o.residual <= reaches * best.residual) best = {o.chi2, o.residual};
 }
 
 optima_table find_optima(const settings& s, const std::vector<base>& bases, const std::vector<start>& all) {
   optima_table table = read_optima(s.optima);
-  for (std::size_t c = 0; c < s.cases.size(); ++c) take_smaller(table[s.cases[c].name], bases[c].result);
-  for (const start& it : all) take_smaller(table[s.cases[it.case_number].name], it.result);
+  const auto take = [&](const std::string& name, double chi2) {
+    const auto row = table.try_emplace(name, chi2).first;
+    if (chi2 < row->second) row->second = chi2;
+  };
+  for (std::size_t c = 0; c < s.cases.size(); ++c)
+    if (bases[c].good()) take(s.cases[c].name, bases[c].result.chi2);
+  for (const start& it : all)
+    if (it.chi2 > 0.0) take(s.cases[it.case_number].name, it.chi2);
   for (std::size_t c = 0; c < s.cases.size(); ++c) {
-    const double best = table[s.cases[c].name].chi2;
-    if (bases[c].good() && best * reaches < bases[c].result.chi2)
+    if (!bases[c].good()) continue;
+    const double best = table.at(s.cases[c].name);
+    if (best * reaches < bases[c].result.chi2)
       std::cout << "! " << s.cases[c].name << ": a chi-square of " << best << " was seen, below that of the reference, "
                 << bases[c].result.chi2 << '\n';
   }
-  std::erase_if(table, [](const auto& row) { return !std::isfinite(row.second.chi2); });
   write_optima(s.optima, table);
   return table;
 }
@@ -364,10 +374,10 @@ optima_table find_optima(const settings& s, const std::vector<base>& bases, cons
 enum class verdict { reached, false_end, failed, out_of_cycles };
 constexpr std::array verdict_words{"reached", "false end", "failed", "out of cycles"};
 
-verdict judge(const outcome& o, const optimum& best) {
-  if (o.how != outcome::end::normal) return verdict::failed;
-  if (o.chi2 < reaches * best.chi2 && o.residual < fits_as_well * best.residual) return verdict::reached;
-  return o.converged ? verdict::false_end : verdict::out_of_cycles;
+verdict judge(const start& it, double optimum) {
+  if (!(it.chi2 > 0.0)) return verdict::failed;
+  if (it.chi2 < reaches * optimum) return verdict::reached;
+  return it.result.converged ? verdict::false_end : verdict::out_of_cycles;
 }
 
 struct counts {
@@ -426,7 +436,7 @@ void print_failing(const settings& s, const std::vector<start>& all, const std::
     const outcome& o = all[i].result;
     std::printf("%-36s %-20llu %-13s %12.5g %10.4g %6d  %s\n", name_of(s, all[i]).c_str(),
                 static_cast<unsigned long long>(all[i].seed), verdict_words[static_cast<std::size_t>(verdicts[i])],
-                o.chi2, o.chi2 / optima.at(s.cases[all[i].case_number].name).chi2, o.cycles, o.reason.c_str());
+                all[i].chi2, all[i].chi2 / optima.at(s.cases[all[i].case_number].name), o.cycles, o.reason.c_str());
   }
 }
 
@@ -442,11 +452,11 @@ void keep_failing(const settings& s, const std::vector<start>& all, const std::v
 
 void write_record(const settings& s, const std::vector<start>& all, const std::vector<verdict>& verdicts) {
   std::ostringstream text;
-  text << "start\tseed\tend\tconverged\tchi2\tresidual\tcycles\tseconds\n";
+  text << "start\tseed\tend\tconverged\tchi2\tchi2 listed\tcycles\tseconds\n";
   for (std::size_t i = 0; i < all.size(); ++i) {
     const outcome& o = all[i].result;
     text << name_of(s, all[i]) << '\t' << all[i].seed << '\t' << verdict_words[static_cast<std::size_t>(verdicts[i])]
-         << '\t' << o.converged << '\t' << o.chi2 << '\t' << o.residual << '\t' << o.cycles << '\t' << o.seconds
+         << '\t' << o.converged << '\t' << all[i].chi2 << '\t' << o.chi2 << '\t' << o.cycles << '\t' << o.seconds
          << '\n';
   }
   starts_run::write_text(s.record, text.str());
@@ -460,7 +470,7 @@ bool measure_starts(const settings& s, const scratch& room) {
   const auto all = run_starts(s, bases, room);
   const auto optima = find_optima(s, bases, all);
   std::vector<verdict> verdicts;
-  for (const start& it : all) verdicts.push_back(judge(it.result, optima.at(s.cases[it.case_number].name)));
+  for (const start& it : all) verdicts.push_back(judge(it, optima.at(s.cases[it.case_number].name)));
   print_table(s, all, verdicts);
   if (s.list) print_failing(s, all, verdicts, optima);
   if (!s.keep.empty()) keep_failing(s, all, verdicts);

@@ -13,8 +13,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <fstream>
-#include <map>
-#include <numeric>
+#include <optional>
 #include <sstream>
 #include <stdexcept>
 #include <thread>
@@ -24,6 +23,7 @@ namespace starts_run {
 namespace {
 
 constexpr const char* console_name = "starts_console.txt";
+constexpr int place_of_residual = 5;  ///< in the line of sums of the listing
 
 struct process_end {
   int status = 0;
@@ -120,29 +120,29 @@ void copy_inputs(const case_folder& from, const fs::path& to) {
 }
 
 listed read_listing(std::string_view text) {
+  enum class block { none, all_points, bragg };
   listed found;
-  std::map<int, double> residuals;
-  int pattern = 0;
-  bool all_points = false, sums_follow = false;
+  block in = block::none;
+  std::size_t pattern = 0;
+  bool sums_follow = false;
   std::istringstream lines{std::string(text)};
   for (std::string line; std::getline(lines, line);) {
     if (sums_follow) {
       std::istringstream numbers(line);
-      double value = 0.0;
-      for (int i = 0; i < 5; ++i) numbers >> value;
-      residuals[pattern] = value;
-      all_points = sums_follow = false;
+      for (int i = 0; i < place_of_residual; ++i) numbers >> found.fits[pattern].residual;
     }
-    if (const auto n = number_behind(line, "WITH ALL NON-EXCLUDED POINTS FOR PATTERN:"))
-      pattern = static_cast<int>(*n), all_points = true;
-    sums_follow = all_points && line.find("SumYdif") != std::string::npos;
+    for (const auto& [words, kind] : {std::pair{"WITH ALL NON-EXCLUDED POINTS FOR PATTERN:", block::all_points},
+                                      std::pair{"WITH BRAGG CONTRIBUTIONS FOR PATTERN:", block::bragg}})
+      if (const auto n = number_behind(line, words); n && *n >= 1.0) {
+        in = kind, pattern = static_cast<std::size_t>(*n) - 1;
+        if (found.fits.size() <= pattern) found.fits.resize(pattern + 1);
+      }
+    sums_follow = in == block::all_points && line.find("SumYdif") != std::string::npos;
+    if (const auto n = number_behind(line, "N-P+C:"); n && in == block::bragg) found.fits[pattern].freedom = *n;
     if (const auto n = number_behind(line, "CYCLE No.:")) found.cycles = static_cast<int>(*n);
-    if (const auto n = number_behind(line, "Global Chi2 (Bragg contrib.):")) found.chi2 = n;
+    if (const auto n = number_behind(line, "Global Chi2 (Bragg contrib.):")) found.chi2 = *n;
     found.converged = found.converged || line.find("Convergence reached") != std::string::npos;
   }
-  if (!residuals.empty())
-    found.residual = std::accumulate(residuals.begin(), residuals.end(), 0.0,
-                                     [](double sum, const auto& entry) { return sum + entry.second; });
   return found;
 }
 
@@ -157,8 +157,8 @@ outcome run(const program& with, const fs::path& directory, const std::string& c
 
   outcome result;
   result.seconds = end.seconds;
-  const listed told = read_listing(text_of(file(".out")));
-  result.chi2 = told.chi2.value_or(0.0), result.residual = told.residual.value_or(0.0);
+  listed told = read_listing(text_of(file(".out")));
+  result.chi2 = told.chi2, result.fits = std::move(told.fits);
   result.cycles = told.cycles, result.converged = told.converged;
   const std::string summary = text_of(file(".sum"));
   const bool complete = summary.find("Global Chi2 of the last listing") != std::string::npos;

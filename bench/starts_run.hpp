@@ -2,7 +2,6 @@
 // It owns nothing; the directories belong to the caller.
 #pragma once
 #include <filesystem>
-#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -25,15 +24,21 @@ struct program {
   double timeout = 60.0;             ///< [s]
 };
 
+/// How well one pattern fits.
+struct pattern_fit {
+  double residual = 0.0;  ///< weighted sum of squares of all points
+  double freedom = 0.0;   ///< points under reflections less parameters
+};
+
 struct outcome {
   enum class end { normal, stopped, abnormal, timed_out };
   end how = end::abnormal;
   bool converged = false;
   int cycles = 0;
-  double chi2 = 0.0;      ///< joint, of the last listing; 0 when there is none
-  double residual = 0.0;  ///< weighted sum of squares of all points of all patterns
-  double seconds = 0.0;   ///< of the processor
-  std::string reason;     ///< why it did not end normally
+  double chi2 = 0.0;  ///< joint, of the last listing; 0 when there is none
+  std::vector<pattern_fit> fits;
+  double seconds = 0.0;  ///< of the processor
+  std::string reason;    ///< why it did not end normally
 };
 /// Runs the program on code.pcr in the directory. Afterwards code.pcr holds what the run wrote, also when it wrote it
 /// as a new file.
@@ -41,7 +46,8 @@ outcome run(const program& with, const fs::path& directory, const std::string& c
 
 /// What a listing tells of its last cycle.
 struct listed {
-  std::optional<double> chi2, residual;
+  double chi2 = 0.0;
+  std::vector<pattern_fit> fits;
   int cycles = 0;
   bool converged = false;
 };
