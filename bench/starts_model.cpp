@@ -38,6 +38,7 @@ std::unique_ptr<state_type> read_file(const std::filesystem::path& file, std::st
   auto st = std::make_unique<state_type>();
   std::ostringstream said;
   st->io.console = &said;
+  st->io.only_looking = true;  // a file that is missing is for the run to tell
   run_names::set_names(st->io, file.string(), "");
   kalvaris_inout::openfile(st->io, {kalvaris_inout::file_key::control});
   if (!st->io.file_error) read_pcr_mod::read_pcr(*st);

@@ -44,7 +44,7 @@ class Starts : public testing::Test {
   }
   [[nodiscard]] control_file read(const std::string& text) const {
     control_file control(put(text));
-    EXPECT_EQ(control.refusal(), "");
+    if (!control.refusal().empty()) throw std::runtime_error(control.refusal());
     return control;
   }
   /// The text with the first `from` behind the words replaced.
@@ -67,6 +67,7 @@ values values_of(state_type& st) {
 }
 
 constexpr double rounding = 1e-5;
+constexpr double float_rounding = 1e-6;  ///< of the numbers in a control file
 
 /// Slots that moved, with value after over value before, and after less before.
 struct change {
@@ -80,8 +81,10 @@ std::map<std::tuple<slot_family, int, int, int>, change> changes(const values& b
 }
 
 void expect_within(double value, double limit, bool corner) {
-  EXPECT_LE(std::abs(value), limit * (1 + rounding));
-  if (corner) EXPECT_NEAR(std::abs(value), limit, limit * 2e-3);
+  EXPECT_LE(std::abs(value), limit + float_rounding);
+  if (corner) {
+    EXPECT_NEAR(std::abs(value), limit, limit * 2e-3);
+  }
 }
 
 TEST_F(Starts, EachLevelMovesWhatIsRefinedAsFarAsItSays) {
@@ -112,8 +115,11 @@ TEST_F(Starts, EachLevelMovesWhatIsRefinedAsFarAsItSays) {
           const double width = phase(slot::w);
           expect_within(std::log(width), 2 * std::log(level.width), false);
           EXPECT_NEAR(phase(slot::u), width, rounding * width);
-          if (ip == 0) EXPECT_NEAR(phase(slot::y), std::sqrt(width), rounding * width);  // V is fixed here
-          if (ip == 1) EXPECT_NEAR(phase(slot::v), width, rounding * width);
+          if (ip == 0) {
+            EXPECT_NEAR(phase(slot::y), std::sqrt(width), rounding * width);  // V is fixed here
+          } else {
+            EXPECT_NEAR(phase(slot::v), width, rounding * width);
+          }
           const double a = phase(slot::cell_a), b = phase(slot::cell_a + 1), c = phase(slot::cell_a + 2);
           expect_within(a - 1, level.cell, corner);
           expect_within(c - 1, level.cell, corner);
@@ -143,9 +149,9 @@ TEST_F(Starts, ASeedGivesOneStart) {
 
 TEST_F(Starts, SlotsOfOneNumberMoveTogetherAndWithinTheirLimits) {
   // quartz O: y against half of x; B of calcite C takes the number that y gave up
-  std::string text = with(case_text("calcite_quartz"), "O      O         0.41", "181.00", "-170.50");
+  std::string text = with(case_text("calcite_quartz"), "0.264", "181.00", "-170.50");
   text = with(text, "C      C ", "0.00       0.00       0.00       0.00", "0.00       0.00       0.00       181.00");
-  text = with(text, "  0   7   2  -4", "  0   0   0   0   0   0\n", "  0   1   0   0   0   0\n");
+  text = with(text, "  0   7   2  -4", "1   0   0   0   0   0", "1   0   0   1   0   0");
   text += "9 0.0073 0.0074 0.0 0 Scale_calcite\n";
   double farthest = 0.0;
   for (int number = 1; number <= 20; ++number) {
@@ -162,7 +168,8 @@ TEST_F(Starts, SlotsOfOneNumberMoveTogetherAndWithinTheirLimits) {
     EXPECT_LE(size, 0.1 * (1 + 1e-3));
     farthest = std::max(farthest, size);
     const float scale = control.state().mix(0, 0).par[slot::scale];
-    EXPECT_TRUE(scale == 0.0073f || scale == 0.0074f) << scale;
+    EXPECT_GE(scale, 0.0073f);
+    EXPECT_LE(scale, 0.0074f);
   }
   EXPECT_GT(farthest, 0.08);
 }
