@@ -14,6 +14,13 @@ namespace {
 
 constexpr int cycles_of_reference = 100;  ///< enough for a case to come to its end
 
+/// The control file with the values of a result and the codes that were given: guards change multipliers.
+std::string control_of_result(const fs::path& file, const control_file& given) {
+  control_file result = read_control(file);
+  result.take_codes(given, starts_model::step::all);
+  return result.text();
+}
+
 base refine_base(const settings& s, const case_folder& c, const scratch& room) {
   const fs::path directory = room / (c.name + "_base"), file = directory / (c.name + ".pcr");
   starts_run::copy_inputs(c, directory);
@@ -24,7 +31,7 @@ base refine_base(const settings& s, const case_folder& c, const scratch& room) {
   base b;
   for (const auto& p : control.state().pattern) b.weights.push_back(static_cast<double>(p.w_pat));
   b.result = starts_run::run(s.reference, directory, c.name);
-  b.control = starts_run::text_of(file);
+  b.control = control_of_result(file, control);
   fs::remove_all(directory);
   return b;
 }

@@ -100,13 +100,13 @@ optima_table find_optima(const settings& s, const std::vector<base>& bases, cons
 }
 
 void print_heading() {
-  std::printf("\n%-22s %-8s %6s %8s %7s %6s %6s %7s %7s %8s\n", "case", "level", "starts", "reached%", "cycles", "open",
+  std::printf("\n%-28s %-8s %6s %8s %7s %6s %6s %7s %7s %8s\n", "case", "level", "starts", "reached%", "cycles", "open",
               "false", "failed", "out of", "s/start");
 }
 
 void print_row(const std::string& name, std::string_view level, const counts& n) {
   const int reached = n.of(verdict::reached);
-  std::printf("%-22s %-8s %6d %8.1f %7.1f %6d %6d %7d %7d %8.2f\n", name.c_str(), std::string(level).c_str(), n.starts,
+  std::printf("%-28s %-8s %6d %8.1f %7.1f %6d %6d %7d %7d %8.2f\n", name.c_str(), std::string(level).c_str(), n.starts,
               100.0 * reached / std::max(n.starts, 1), n.cycles / std::max(reached, 1), n.open,
               n.of(verdict::false_end), n.of(verdict::failed), n.of(verdict::out_of_cycles),
               n.seconds / std::max(n.starts, 1));
@@ -137,7 +137,7 @@ void print_failing(const settings& s, const std::vector<start>& all, const std::
   for (std::size_t i = 0; i < all.size(); ++i) {
     if (verdicts[i] == verdict::reached) continue;
     const start& it = all[i];
-    std::printf("%-36s %-20llu %-13s %6d", name_of(s, it).c_str(), static_cast<unsigned long long>(it.seed),
+    std::printf("%-40s %-20llu %-13s %6d", name_of(s, it).c_str(), static_cast<unsigned long long>(it.seed),
                 words_of(verdicts[i]), it.result.cycles);
     if (verdicts[i] == verdict::failed)
       std::printf("  %s\n", it.result.reason.c_str());

@@ -63,11 +63,11 @@ bool matching(const settings& s, const scratch& room) {
     const auto u = static_cast<std::size_t>(i);
     if (bases[u].good()) results[u] = match(s, s.cases[u], bases[u], room);
   });
-  std::printf("\n%-22s %10s", "case", "structure");
+  std::printf("\n%-28s %10s", "case", "structure");
   for (const char* name : {"A", "A again", "B", "B again"}) std::printf(" |%22s", name);
   std::printf("\n");
   for (std::size_t i = 0; i < results.size(); ++i) {
-    std::printf("%-22s %10.5g", s.cases[i].name.c_str(), bases[i].result.chi2);
+    std::printf("%-28s %10.5g", s.cases[i].name.c_str(), bases[i].result.chi2);
     for (const outcome& o : results[i].runs) std::printf(" |%s", cell_of(o, bases[i].chi2_of(o)).c_str());
     std::printf("\n");
   }
