@@ -33,6 +33,14 @@ auto& at(list& values, int i) {
 
 bool in_cell(int k) { return k >= slot::cell_a && k <= slot::cell_f; }
 
+/// What the reader or the split of the codes refused; blank when nothing was.
+std::string failure_of(const state_type& st) {
+  std::string words = st.io.file_error ? st.io.file_error_mess : std::string();
+  const auto& message = st.fmt.mess_findfmt;
+  for (int i = 0; st.fmt.ierr_fmt != 0 && i < message.nlines; ++i) words += at(message.txt, i) + " ";
+  return st.fmt.ierr_fmt != 0 && words.empty() ? "refused" : words;
+}
+
 /// The control file of the name in a state of its own; the words of the refusal otherwise.
 std::unique_ptr<state_type> read_file(const std::filesystem::path& file, std::string& refusal) {
   auto st = std::make_unique<state_type>();
@@ -42,10 +50,7 @@ std::unique_ptr<state_type> read_file(const std::filesystem::path& file, std::st
   run_names::set_names(st->io, file.string(), "");
   kalvaris_inout::openfile(st->io, {kalvaris_inout::file_key::control});
   if (!st->io.file_error) read_pcr_mod::read_pcr(*st);
-  if (st->io.file_error) refusal = st->io.file_error_mess;
-  const auto& message = st->fmt.mess_findfmt;
-  if (st->fmt.ierr_fmt != 0)
-    for (int i = 0; i < message.nlines; ++i) refusal += at(message.txt, i) + " ";
+  refusal = failure_of(*st);
   kalvaris_inout::close_all(st->io);
   st->io.console = nullptr;
   return st;
@@ -108,7 +113,7 @@ control_file::control_file(const std::filesystem::path& file) {
   numbered->io.console = &said;
   if (!refusal_.empty()) return;
   if (!kv_setup::prepare_codes(*numbered)) {
-    refusal_ = "its codes are refused: " + said.str();
+    refusal_ = failure_of(*numbered);
     return;
   }
   find_parameters(*numbered);

@@ -259,8 +259,10 @@ TEST_F(Starts, ProfileMatchingKeepsWhatThePatternStillSays) {
 }
 
 TEST_F(Starts, ARefusedFileSaysWhy) {
-  const control_file control(put(with(case_text("ceo2_lebail"), "maxs", "81.00", "91.00")));
-  EXPECT_NE(control.refusal(), "");
+  const std::string text = case_text("ceo2_lebail");
+  EXPECT_THAT(control_file(put(with(text, "maxs", "8\n", "9\n"))).refusal(), HasSubstr("9"));  // no slot carries 9
+  EXPECT_THAT(control_file(put(with(text, "!Mcycle", "60", "x"))).refusal(), HasSubstr("Mcycle"));
+  EXPECT_THAT(control_file(room_ / "none.pcr").refusal(), HasSubstr("none"));
 }
 
 // ---- runs and their judgement
