@@ -109,9 +109,9 @@ control_file::control_file(const std::filesystem::path& file) {
   if (!refusal_.empty()) return;
   // The codes are split in a second copy: the first keeps direct cells and the words as they stand in the file.
   const auto numbered = read_file(file, refusal_);
+  if (!refusal_.empty()) return;
   std::ostringstream said;
   numbered->io.console = &said;
-  if (!refusal_.empty()) return;
   if (!kv_setup::prepare_codes(*numbered)) {
     refusal_ = failure_of(*numbered);
     return;
@@ -188,7 +188,7 @@ void control_file::disturb(const level& by, dice& random) {
   disturb_scales(by.scale, random);
   disturb_cells(by.cell, random);
   disturb_widths(by.width, random);
-  if (by.atoms > 0.0) disturb_atoms(by.atoms, random);
+  disturb_atoms(by.atoms, random);
 }
 
 /// One shift of each pattern: zero, displacement or transparency, the first that is refined.

@@ -8,7 +8,9 @@
 
 #include <algorithm>
 #include <array>
+#include <cerrno>
 #include <chrono>
+#include <cmath>
 #include <csignal>
 #include <cstdlib>
 #include <cstring>
@@ -38,10 +40,16 @@ double seconds_of(const rusage& used) {
   return time(used.ru_utime) + time(used.ru_stime);
 }
 
-/// Waits for the process, which is killed when it takes too long.
+/// Waits for the process, which is killed when it takes too long: by the time of its processor, since other work makes
+/// the runs wait, and long after that by the clock, since a process that hangs takes no time of the processor.
 process_end wait_for(pid_t process, double timeout) {
   using clock = std::chrono::steady_clock;
-  const auto latest = clock::now() + std::chrono::duration<double>(timeout);
+  constexpr double waiting = 10.0;
+  const auto seconds = static_cast<rlim_t>(std::ceil(timeout));
+  const rlimit limit{seconds, seconds + 1};
+  if (prlimit(process, RLIMIT_CPU, &limit, nullptr) != 0 && errno != ESRCH)
+    throw std::runtime_error("the time of a run cannot be limited");
+  const auto latest = clock::now() + std::chrono::duration<double>(waiting * timeout);
   process_end end;
   rusage used{};
   for (;;) {
@@ -54,6 +62,7 @@ process_end wait_for(pid_t process, double timeout) {
     }
     std::this_thread::sleep_for(std::chrono::milliseconds(3));
   }
+  end.timed_out = end.timed_out || (WIFSIGNALED(end.status) && WTERMSIG(end.status) == SIGXCPU);
   end.seconds = seconds_of(used);
   return end;
 }

@@ -21,7 +21,7 @@ void copy_inputs(const case_folder& from, const fs::path& to);
 struct program {
   fs::path binary;
   std::vector<std::string> options;  ///< in front of the code
-  double timeout = 60.0;             ///< [s]
+  double timeout = 60.0;             ///< [s] of the processor; ten times as long by the clock
 };
 
 /// How well one pattern fits.

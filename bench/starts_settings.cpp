@@ -78,7 +78,7 @@ const std::array option_rows{
     option_row{"--jobs", "N", "runs at a time [2]",
                [](settings& s, const std::string& w) { s.jobs = positive("--jobs", w); }},
     option_row{
-        "--timeout", "SECONDS", "of a run [60]",
+        "--timeout", "SECONDS", "of a run, time of the processor [60]",
         [](settings& s, const std::string& w) { s.program.timeout = s.reference.timeout = positive("--timeout", w); }},
     option_row{"--matching", "", "profile matching of each case instead of starts",
                [](settings& s, const std::string&) { s.matching = true; }},

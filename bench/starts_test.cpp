@@ -89,8 +89,11 @@ void expect_within(double value, double limit, bool corner) {
 
 TEST_F(Starts, EachLevelMovesWhatIsRefinedAsFarAsItSays) {
   // two patterns, hexagonal: zeros, scales, widths of two shapes, one cell, z of Al, x of O
-  const std::string text = case_text("corundum_joint");
+  std::string text = case_text("corundum_joint");
+  // the displacement refined beside the zero: it stays
+  text = with(with(text, "maxs", "0.0 11.00 0.0 0.00", "0.0 11.00 0.01 251.00"), "maxs", "24\n", "25\n");
   const auto before = values_of(read(text).state());
+  std::set<bool> signs;
   for (const auto& level : starts_model::levels)
     for (const bool corner : {false, true})
       for (int number = 1; number <= 5; ++number) {
@@ -108,6 +111,7 @@ TEST_F(Starts, EachLevelMovesWhatIsRefinedAsFarAsItSays) {
         };
         const auto zero = control.state().pattern[0].glb[gslot::zero];  // 0 in the file
         expect_within(static_cast<double>(zero), level.zero, corner);
+        signs.insert(zero > 0.f);
         expect_within(take(slot_family::global, 1, 1, gslot::zero).shift, level.zero, corner);
         for (int ip = 0; ip < 2; ++ip) {
           const auto phase = [&](int k) { return take(slot_family::phase, 0, ip, k).ratio; };
@@ -130,6 +134,7 @@ TEST_F(Starts, EachLevelMovesWhatIsRefinedAsFarAsItSays) {
         expect_within(take(slot_family::atom, 1, 0, aslot::x).shift * 4.7605, level.atoms, corner);
         EXPECT_TRUE(left.empty()) << "slot " << std::get<3>(*left.begin()) << " moved as well";
       }
+  EXPECT_EQ(signs.size(), 2u);
 }
 
 TEST_F(Starts, ASeedGivesOneStart) {
@@ -153,11 +158,11 @@ TEST_F(Starts, SlotsOfOneNumberMoveTogetherAndWithinTheirLimits) {
   text = with(text, "C      C ", "0.00       0.00       0.00       0.00", "0.00       0.00       0.00       181.00");
   text = with(text, "  0   7   2  -4", "1   0   0   0   0   0", "1   0   0   1   0   0");
   text += "9 0.0073 0.0074 0.0 0 Scale_calcite\n";
-  double farthest = 0.0;
   for (int number = 1; number <= 20; ++number) {
     control_file control = read(text);
     const auto before = values_of(control.state());
-    dice random(static_cast<std::uint64_t>(number), false);
+    const bool corner = number % 2 == 0;
+    dice random(static_cast<std::uint64_t>(number), corner);
     control.disturb(starts_model::levels[2], random);
     const auto moved = changes(before, values_of(control.state()));
     const auto shift = [&](int atom, int k) { return moved.at({slot_family::atom, atom, 0, k}).shift; };
@@ -165,13 +170,11 @@ TEST_F(Starts, SlotsOfOneNumberMoveTogetherAndWithinTheirLimits) {
     // hexagonal axes: |v|^2 = a^2 (x^2 + y^2 - x y) + c^2 z^2
     const double x = shift(4, aslot::x), y = shift(4, aslot::y), z = shift(4, aslot::z);
     const double size = std::sqrt(4.9145 * 4.9145 * (x * x + y * y - x * y) + 5.4066 * 5.4066 * z * z);
-    EXPECT_LE(size, 0.1 * (1 + 1e-3));
-    farthest = std::max(farthest, size);
+    expect_within(size, 0.1, corner);
     const float scale = control.state().mix(0, 0).par[slot::scale];
     EXPECT_GE(scale, 0.0073f);
     EXPECT_LE(scale, 0.0074f);
   }
-  EXPECT_GT(farthest, 0.08);
 }
 
 TEST_F(Starts, AWidthThatFixedCoefficientsWouldMakeNegativeIsDrawnAgain) {
@@ -196,14 +199,15 @@ TEST_F(Starts, StagesFreeTheParametersInTheirOrder) {
     std::array<int, 4> refined;  ///< counted in the control file
   };
   for (const row& r : {row{"corundum_joint", {9, 13, 20, 24}}, row{"ceo2_lebail", {3, 5, 8, 8}},
-                       row{"calcite_quartz", {6, 11, 15, 25}}, row{"zro2_neutron", {}}}) {
-    if (r.refined[3] == 0) continue;
+                       row{"calcite_quartz", {6, 11, 15, 25}}}) {
     SCOPED_TRACE(r.name);
     const control_file full = read(case_text(r.name));
-    for (std::size_t k = 0; k < starts_model::steps.size(); ++k) {
-      control_file part = read(case_text(r.name));
+    std::string text = case_text(r.name);
+    for (std::size_t k = 0; k < starts_model::steps.size(); ++k) {  // each goes on from the file of the one before
+      control_file part = read(text);
       EXPECT_EQ(part.take_codes(full, starts_model::steps[k]), r.refined[k]);
-      EXPECT_EQ(read(part.text()).refined(), r.refined[k]);
+      text = part.text();
+      EXPECT_EQ(read(text).refined(), r.refined[k]);
       EXPECT_EQ(values_of(part.state()), values_of(read(case_text(r.name)).state()));
     }
   }
@@ -312,18 +316,19 @@ TEST_F(Starts, ARunIsToldByWhatItLeaves) {
       "echo ' => No. of fitted parameters: 3   No. of cycles:   7' > $2.sum; "
       "echo ' => Global Chi2 of the last listing: 1.5' >> $2.sum; "
       "echo ' => Global Chi2 (Bragg contrib.):  1.5' > $2.out; ";
-  for (const row& r : {row{end + "echo new > $2.new", how::normal, ""},
-                       row{"echo ' => STOP for a reason'; exit 1", how::stopped, "STOP for"},
-                       row{"kill -SEGV $$", how::stopped, "signal 11"}, row{"exit 3", how::stopped, "status 3"},
-                       row{"echo ' Singular Matrix!! '", how::abnormal, "Singular Matrix"},
-                       row{"sleep 20", how::timed_out, "timeout"}}) {
+  for (const row& r :
+       {row{end + "echo new > $2.new", how::normal, ""},
+        row{"echo ' => STOP for a reason'; exit 1", how::stopped, "STOP for"},
+        row{"kill -SEGV $$", how::stopped, "signal 11"}, row{"exit 3", how::stopped, "status 3"},
+        row{"echo ' Singular Matrix!! '", how::abnormal, "Singular Matrix"}, row{"sleep 20", how::timed_out, "timeout"},
+        row{"while :; do :; done", how::timed_out, "timeout"}}) {
     SCOPED_TRACE(r.script);
     const fs::path binary = room_ / "program.sh";
     starts_run::write_text(binary, "#!/bin/sh\ntest \"$1\" = --strict || exit 9\n" + r.script + "\n");
     chmod(binary.c_str(), 0755);
     starts_run::write_text(room_ / "x.pcr", "old\n");
     starts_run::write_text(room_ / "x.sum", "Global Chi2 of the last listing, of an earlier run");
-    const auto o = starts_run::run({binary, {"--strict"}, 0.5}, room_, "x");
+    const auto o = starts_run::run({binary, {"--strict"}, 0.3}, room_, "x");
     EXPECT_EQ(o.how, r.end);
     EXPECT_THAT(o.reason, HasSubstr(r.reason));
     EXPECT_EQ(o.cycles, r.end == how::normal ? 7 : 0);
