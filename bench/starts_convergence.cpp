@@ -101,14 +101,14 @@ optima_table find_optima(const settings& s, const std::vector<base>& bases, cons
 
 void print_heading() {
   std::printf("\n%-28s %-8s %6s %8s %7s %6s %6s %7s %7s %8s\n", "case", "level", "starts", "reached%", "cycles", "open",
-              "false", "failed", "out of", "s/start");
+              "false", "failed", "no end", "s/start");
 }
 
 void print_row(const std::string& name, std::string_view level, const counts& n) {
   const int reached = n.of(verdict::reached);
   std::printf("%-28s %-8s %6d %8.1f %7.1f %6d %6d %7d %7d %8.2f\n", name.c_str(), std::string(level).c_str(), n.starts,
               100.0 * reached / std::max(n.starts, 1), n.cycles / std::max(reached, 1), n.open,
-              n.of(verdict::false_end), n.of(verdict::failed), n.of(verdict::out_of_cycles),
+              n.of(verdict::false_end), n.of(verdict::failed), n.of(verdict::not_converged),
               n.seconds / std::max(n.starts, 1));
 }
 
@@ -124,7 +124,7 @@ void print_table(const settings& s, const std::vector<start>& all, const std::ve
   for (const auto& [level, n] : by_level) print_row("all", s.levels[level].name, n);
   std::printf(
       "cycles: mean of the starts that reach the optimum; open: of them, not converged; false: converged elsewhere;\n"
-      "failed: diverged, singular, stopped; out of: cycles used up elsewhere\n");
+      "failed: diverged, singular, stopped; no end: neither converged nor there, cycles used up or given up\n");
 }
 
 std::string name_of(const settings& s, const start& it) {

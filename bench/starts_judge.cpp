@@ -43,7 +43,7 @@ void optima_table::take(const std::string& case_name, double chi2) {
 verdict judge(double chi2, bool converged, double optimum) {
   if (!(chi2 > 0.0)) return verdict::failed;
   if (chi2 < reaches * optimum) return verdict::reached;
-  return converged ? verdict::false_end : verdict::out_of_cycles;
+  return converged ? verdict::false_end : verdict::not_converged;
 }
 
 const char* words_of(verdict v) { return verdict_words[static_cast<std::size_t>(v)]; }

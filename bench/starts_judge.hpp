@@ -40,8 +40,8 @@ class optima_table {
   std::map<std::string, double> smallest_;
 };
 
-enum class verdict { reached, false_end, failed, out_of_cycles };
-inline constexpr std::array verdict_words{"reached", "false end", "failed", "out of cycles"};
+enum class verdict { reached, false_end, failed, not_converged };
+inline constexpr std::array verdict_words{"reached", "false end", "failed", "not converged"};
 /// chi2: on the points of the reference, 0 after a run that did not end normally.
 [[nodiscard]] verdict judge(double chi2, bool converged, double optimum);
 [[nodiscard]] const char* words_of(verdict v);

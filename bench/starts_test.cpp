@@ -360,18 +360,18 @@ TEST_F(Starts, VerdictsAndOptima) {
   using starts_judge::verdict;
   EXPECT_EQ(starts_judge::judge(1.0099, false, 1.0), verdict::reached);
   EXPECT_EQ(starts_judge::judge(1.0101, true, 1.0), verdict::false_end);
-  EXPECT_EQ(starts_judge::judge(1.0101, false, 1.0), verdict::out_of_cycles);
+  EXPECT_EQ(starts_judge::judge(1.0101, false, 1.0), verdict::not_converged);
   EXPECT_EQ(starts_judge::judge(0.0, true, 1.0), verdict::failed);
   starts_judge::counts n;
   starts_run::outcome o;
   o.cycles = 8, o.seconds = 0.5;
   n.add(o, verdict::reached);
   o.cycles = 30;
-  n.add(o, verdict::out_of_cycles);
+  n.add(o, verdict::not_converged);
   EXPECT_EQ(n.cycles, 8.0);
   EXPECT_EQ(n.seconds, 1.0);
   EXPECT_EQ(n.open, 1);
-  EXPECT_EQ(n.of(verdict::out_of_cycles), 1);
+  EXPECT_EQ(n.of(verdict::not_converged), 1);
 
   const fs::path file = room_ / "optima.txt";
   starts_run::write_text(file, "one 1.5\ntwo 2.5\n");
