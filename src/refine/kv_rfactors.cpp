@@ -43,7 +43,7 @@ point_terms terms_at(const pattern_type& p, int i) {
   const auto u = static_cast<std::size_t>(i);
   const double b = kv_background::backa(p, i);
   const double c = static_cast<double>(p.yc[u]) + b;
-  return {p.y[u] - c, p.var[u], p.y[u], c, p.y[u] - b};
+  return {p.y[u] - c, variance(p, i, c), p.y[u], c, p.y[u] - b};
 }
 
 void store(const sums& s, double dw, agreement_set& a) {
@@ -97,6 +97,23 @@ void expected_values(agreement_set& a, int points, int share) {
 }
 
 }  // namespace
+
+double variance(const pattern_type& p, int i, double ycal) {
+  const auto u = static_cast<std::size_t>(i);
+  switch (p.iwgt) {
+    case 2: {
+      const double mean = (p.y[u] + 2.0 * ycal) / 15.0;
+      return mean * mean + p.var[u];
+    }
+    case 3: {
+      const auto& w = p.wght;
+      const double mean = ycal + w.f * (p.y[u] - ycal);
+      return p.var[u] + (w.a * mean) * (w.a * mean) + w.b * mean + w.d;
+    }
+    default:
+      return p.var[u];
+  }
+}
 
 int parameter_share(const state_type& st) { return st.run.maxs / st.run.n_patt; }
 
