@@ -15,16 +15,18 @@ using kalvaris_params::state_type;
 /// What one point adds to the sums.
 struct point_terms {
   double d = 0, var = 1, y = 0, c = 0, net = 0;
+  static constexpr double nothing = 1.0e-10;  // between the peaks of net data the calculated value is 0
   [[nodiscard]] double deviance() const {
-    return std::abs(c) > 1.0e-10 && std::abs(y) > 1.0e-10 ? y * std::log(std::abs(y / c)) - d : 0.0;
+    return std::abs(c) > nothing && std::abs(y) > nothing ? y * std::log(std::abs(y / c)) - d : 0.0;
   }
+  [[nodiscard]] double inverse() const { return std::abs(c) > nothing ? 1.0 / c : 0.0; }
 };
 
 struct sums {
   double s1 = 0, s2 = 0, s3 = 0, d1 = 0, d2 = 0, qq1 = 0, qq2 = 0, devinc = 0, yinv = 0;
   void add(const point_terms& t) {
     devinc += t.deviance();
-    yinv += 1.0 / t.c;
+    yinv += t.inverse();
     s1 += std::abs(t.d);
     s2 += t.d * t.d / t.var;
     s3 += t.c;
