@@ -4,107 +4,43 @@
 
 #include <random>
 
+#include "agreement_by_hand.hpp"
 #include "kv_rfactors.hpp"
 #include "model_state.hpp"
 
 namespace {
 
 namespace kp = kalvaris_params;
+using namespace agreement_by_hand;
 
-struct counted_point {
-  double y, c, net, v;
-  bool bragg;
-  [[nodiscard]] double d() const { return y - c; }
-  [[nodiscard]] double r() const { return d() / std::sqrt(v); }
-};
-
-/// Variance of a point by the scheme, from what the data brought.
-double variance_of(const kp::pattern_type& p, std::size_t i, double c) {
-  const double y = p.y[i], var = p.var[i], own = std::abs(c) / p.iww[i] * p.cnorm;
-  const double of_mean = y + 2 * c, mean = (1 - p.wght.f) * c + p.wght.f * y;
-  return p.iwgt == 0   ? var
-         : p.iwgt == 1 ? own
-         : p.iwgt == 2 ? var + of_mean * of_mean / 225
-                       : var + std::pow(p.wght.a * mean, 2) + p.wght.b * mean + p.wght.d;
-}
-
-std::vector<counted_point> points_of(const kp::pattern_type& p) {
-  std::vector<counted_point> points;
-  for (std::size_t i = 0; i < static_cast<std::size_t>(p.npts); ++i) {
-    if (p.kr[i] == 25000) continue;
-    const double b = p.bk[i], c = p.yc[i] + b;
-    points.push_back({p.y[i], c, p.y[i] - b, p.iwgt == 1 ? p.var[i] : variance_of(p, i, c), p.kr[i] != 0});
-  }
-  return points;
-}
-
-template <class F>
-double sum_over(const std::vector<counted_point>& points, F&& f) {
-  double sum = 0;
-  for (const counted_point& q : points) sum += f(q);
-  return sum;
-}
-
-/// Residuals of one sign in a row, as far as they go together, are one observation. The point behind the last run is
-/// not known, so that the last residual stays out.
-double correlated_residuals(std::vector<counted_point> points) {
-  std::erase_if(points, [](const counted_point& q) { return !q.bragg; });
-  double sum = 0, together = 0;
-  for (std::size_t i = 0; i + 1 < points.size(); ++i) {
-    const double r = points[i].r(), next = points[i + 1].r();
-    double share = 0;
-    if (r * next > 0) {
-      const double q = std::sqrt(2 * M_PI * (r * r + next * next));
-      share = q / (q + 2);
-    }
-    together += std::abs(r) * share;
-    sum += (1 - share * share) * r * r;
-    if (share == 0 || i + 2 == points.size()) sum += together * together, together = 0;
-  }
-  return std::sqrt(sum / sum_over(points, [](const counted_point& q) { return q.r() * q.r(); }));
-}
-
-void expect_sums(const std::vector<counted_point>& points, double durbin_watson, double share,
-                 const kp::agreement_set& a) {
+void expect_set(const factors& f, const kp::agreement_set& a) {
   using set = kp::agreement_set;
-  const auto sum = [&](auto&& f) { return sum_over(points, f); };
-  const double n = static_cast<double>(points.size()), freed = n - share;
-  const double s1 = sum([](const auto& q) { return std::abs(q.d()); });
-  const double s2 = sum([](const auto& q) { return q.r() * q.r(); });
-  const double d1 = sum([](const auto& q) { return q.y; });
-  const double d2 = sum([](const auto& q) { return q.y * q.y / q.v; });
-  const double net = sum([](const auto& q) { return q.net; });
-  const double net2 = sum([](const auto& q) { return q.net * q.net / q.v; });
-  const double deviance = 2 * sum([](const auto& q) {
-                            return q.c == 0 || q.y == 0 ? 0.0 : q.y * std::log(std::abs(q.y / q.c)) - q.y + q.c;
-                          });
-  const double inverse = sum([](const auto& q) { return q.c == 0 ? 0.0 : 1 / (6 * q.c); });
   struct row {
     const char* name;
     float set::*member;
     double value;
   };
-  for (const row& t : {row{"s1", &set::s1, s1},
-                       row{"s2", &set::s2, s2},
-                       row{"s3", &set::s3, sum([](const auto& q) { return q.c; })},
-                       row{"d1", &set::d1, d1},
-                       row{"d2", &set::d2, d2},
-                       row{"net", &set::qq1, net},
-                       row{"net squared", &set::qq2, net2},
-                       row{"Rp", &set::r_patt, 100 * s1 / d1},
-                       row{"Rwp", &set::r_wpatt, 100 * std::sqrt(s2 / d2)},
-                       row{"Rexp", &set::r_expected, 100 * std::sqrt(freed / d2)},
-                       row{"cRp", &set::cr_patt, 100 * s1 / net},
-                       row{"cRwp", &set::cr_wpatt, 100 * std::sqrt(s2 / net2)},
-                       row{"cRexp", &set::cr_expected, 100 * std::sqrt(freed / net2)},
-                       row{"chi2", &set::chi2, s2 / freed},
-                       row{"deviance", &set::devinc, deviance},
-                       row{"Bartlett", &set::yinv, inverse},
-                       row{"Dev*", &set::dstar, deviance / (inverse + freed)},
-                       row{"Durbin-Watson", &set::dw, durbin_watson / s2},
-                       row{"its limit", &set::qdw, 2 * ((n - 1) / freed - 3.0902 / std::sqrt(n + 2))},
-                       row{"deviate", &set::n_s, std::sqrt(freed / 2) * (s2 / freed - 1)},
-                       row{"degrees of freedom", &set::freed, freed}})
+  for (const row& t : {row{"s1", &set::s1, f.s1},
+                       row{"s2", &set::s2, f.s2},
+                       row{"s3", &set::s3, f.s3},
+                       row{"d1", &set::d1, f.d1},
+                       row{"d2", &set::d2, f.d2},
+                       row{"net", &set::qq1, f.net},
+                       row{"net squared", &set::qq2, f.net2},
+                       row{"Rp", &set::r_patt, f.rp},
+                       row{"Rwp", &set::r_wpatt, f.rwp},
+                       row{"Re", &set::r_expected, f.re},
+                       row{"cRp", &set::cr_patt, f.crp},
+                       row{"cRwp", &set::cr_wpatt, f.crwp},
+                       row{"cRe", &set::cr_expected, f.cre},
+                       row{"chi2", &set::chi2, f.chi2},
+                       row{"deviance", &set::devinc, f.deviance},
+                       row{"Bartlett", &set::yinv, f.inverse},
+                       row{"Dev*", &set::dstar, f.dstar},
+                       row{"Durbin-Watson", &set::dw, f.dw},
+                       row{"its limit", &set::qdw, f.dw_limit},
+                       row{"deviate", &set::n_s, f.deviate},
+                       row{"degrees of freedom", &set::freed, f.freed}})
     EXPECT_NEAR(a.*t.member, t.value, 2e-6 * std::abs(t.value) + 1e-9) << t.name;
 }
 
@@ -133,13 +69,9 @@ TEST(Rfactors, AreThePublishedSumsOverTheirPoints) {
     }
     kv_rfactors::chisq1(st, 1, true);
     kv_rfactors::calc_rfac(st, 1);
-    const std::vector<counted_point> all = points_of(p);
-    std::vector<counted_point> bragg = all;
-    std::erase_if(bragg, [](const counted_point& q) { return !q.bragg; });
-    double durbin_watson = 0;
-    for (std::size_t i = 1; i < all.size(); ++i) durbin_watson += std::pow(all[i].r() - all[i - 1].r(), 2);
-    expect_sums(all, durbin_watson, 3, p.all);
-    expect_sums(bragg, durbin_watson, 3, p.bragg);
+    const points all = points_of(p, 25000);
+    expect_set(factors_of(all, durbin_watson_sum(all), 3), p.all);
+    expect_set(factors_of(bragg_points(all), durbin_watson_sum(all), 3), p.bragg);
     EXPECT_NEAR(p.scor, correlated_residuals(all), 1e-5);
     EXPECT_GT(p.scor, 1.05f);
     const float before = p.scor;
