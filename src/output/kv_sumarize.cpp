@@ -228,6 +228,17 @@ void write_results(state_type& st, const apply_shifts::shift_report& last) {
   sum(st, fmt_line{}.a("\n => Global Chi2 of the last listing: ").g(12, 5, static_cast<double>(st.run.t_chi2)).str());
 }
 
+namespace {
+
+/// Decimals that show three digits of a standard deviation, six at least.
+int decimals_for(double sigma) {
+  constexpr int least = 6, most = 12, digits = 3;
+  if (!(sigma > 0.0) || !std::isfinite(sigma)) return least;
+  return std::clamp(digits - 1 - static_cast<int>(std::floor(std::log10(sigma))), least, most);
+}
+
+}  // namespace
+
 void write_parameters(state_type& st) {
   if (st.run.maxs == 0) return;
   sum(st, "\n => Refined parameters, values and standard deviations ==>\n");
@@ -236,8 +247,10 @@ void write_parameters(state_type& st) {
   constexpr int name_width = 50;
   for (int n = 1; n <= known; ++n) {
     std::string line = fmt_line{}.i(6, n).x(2).a(name_width, at(st.parm.nampar, n)).str();
-    kv_listing_text::put_number(line, 16, 6, static_cast<double>(at(st.parm.valx, n)));
-    kv_listing_text::put_number(line, 16, 6, static_cast<double>(at(st.parm.svalx, n)));
+    const auto sigma = static_cast<double>(at(st.parm.svalx, n));
+    const int decimals = decimals_for(sigma);
+    kv_listing_text::put_number(line, 16, decimals, static_cast<double>(at(st.parm.valx, n)));
+    kv_listing_text::put_number(line, 16, decimals, sigma);
     sum(st, line);
   }
 }

@@ -7,6 +7,7 @@
 #include "kv_listing_text.hpp"
 #include "kv_peak_geometry.hpp"
 #include "kv_prf_columns.hpp"
+#include "kv_rfactors.hpp"
 #include "kv_sumarize.hpp"
 #include "lmix_fixed_format.hpp"
 
@@ -88,7 +89,7 @@ void residual_lines(state_type& st, int ip) {
     const kv_prf::plot_point q = kv_prf::point_at(st, p, i);
     if (q.excluded) continue;
     at(quarter, std::min(3, 4 * i / p.npts)) += q.difference();
-    mean_residual += std::sqrt(2.0 / std::numbers::pi * static_cast<double>(at(p.var, i)));  // <|d|> of a normal law
+    mean_residual += std::sqrt(2.0 / std::numbers::pi * kv_rfactors::variance(p, i, q.calc));  // <|d|> of a normal law
     observed += q.obs;
     net += q.obs - q.background;
   }

@@ -15,16 +15,18 @@ using kalvaris_params::state_type;
 /// What one point adds to the sums.
 struct point_terms {
   double d = 0, var = 1, y = 0, c = 0, net = 0;
+  static constexpr double nothing = 1.0e-10;  // between the peaks of net data the calculated value is 0
   [[nodiscard]] double deviance() const {
-    return std::abs(c) > 1.0e-10 && std::abs(y) > 1.0e-10 ? y * std::log(std::abs(y / c)) - d : 0.0;
+    return std::abs(c) > nothing && std::abs(y) > nothing ? y * std::log(std::abs(y / c)) - d : 0.0;
   }
+  [[nodiscard]] double inverse() const { return std::abs(c) > nothing ? 1.0 / c : 0.0; }
 };
 
 struct sums {
   double s1 = 0, s2 = 0, s3 = 0, d1 = 0, d2 = 0, qq1 = 0, qq2 = 0, devinc = 0, yinv = 0;
   void add(const point_terms& t) {
     devinc += t.deviance();
-    yinv += 1.0 / t.c;
+    yinv += t.inverse();
     s1 += std::abs(t.d);
     s2 += t.d * t.d / t.var;
     s3 += t.c;
@@ -43,7 +45,7 @@ point_terms terms_at(const pattern_type& p, int i) {
   const auto u = static_cast<std::size_t>(i);
   const double b = kv_background::backa(p, i);
   const double c = static_cast<double>(p.yc[u]) + b;
-  return {p.y[u] - c, p.var[u], p.y[u], c, p.y[u] - b};
+  return {p.y[u] - c, variance(p, i, c), p.y[u], c, p.y[u] - b};
 }
 
 void store(const sums& s, double dw, agreement_set& a) {
@@ -97,6 +99,23 @@ void expected_values(agreement_set& a, int points, int share) {
 }
 
 }  // namespace
+
+double variance(const pattern_type& p, int i, double ycal) {
+  const auto u = static_cast<std::size_t>(i);
+  switch (p.iwgt) {
+    case 2: {
+      const double mean = (p.y[u] + 2.0 * ycal) / 15.0;
+      return mean * mean + p.var[u];
+    }
+    case 3: {
+      const auto& w = p.wght;
+      const double mean = ycal + w.f * (p.y[u] - ycal);
+      return p.var[u] + (w.a * mean) * (w.a * mean) + w.b * mean + w.d;
+    }
+    default:
+      return p.var[u];
+  }
+}
 
 int parameter_share(const state_type& st) { return st.run.maxs / st.run.n_patt; }
 

@@ -6,6 +6,12 @@
 
 namespace kv_rfactors {
 
+/// Variance of point i (0-based) of pattern p for the calculated value ycal, background included, by iwgt. Equations
+/// and agreement factors are weighted with it alike, so that chi-square is what the equations minimise. 0, 1: that of
+/// the data, which maximum likelihood (1) has replaced. 2: that of the data and (0.2 P)^2 with P = (y + 2 ycal)/3. 3:
+/// that of the data and (a P)^2 + b P + d with P = ycal + f (y - ycal).
+[[nodiscard]] double variance(const kalvaris_params::pattern_type& p, int i, double ycal);
+
 /// Fills the sums, Rp, Rwp (plain and background-corrected) and the Durbin-Watson statistic of pattern ip (0-based)
 /// from y, yc, bk, var and kr. last: also scor, the factor of J.-F. Berar & P. Lelann, J. Appl. Cryst. 24 (1991) 1,
 /// by which the standard deviations would have to be multiplied for residuals that are correlated along the pattern.

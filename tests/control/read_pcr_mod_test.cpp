@@ -134,6 +134,10 @@ TEST(ReadPcr, WordsOfVaryAndFixActOnTheirParametersOnly) {
   EXPECT_EQ(st.mix(0, 0).apar[slot::w], 1.f);
   EXPECT_EQ(st.mix(0, 0).apar[slot::u], 0.f);
   EXPECT_EQ(p.pos.size(), 6u);
+  // a point of the background in an excluded region stays fixed
+  std::string text = control_files::with(control_files::zincite, "0   7   1   6   0", "0   7   1   6   1");
+  const auto& q = run.read(control_files::with(text, "\n       0\n", "\n 50. 70.\n       0\n")).pattern[0];
+  for (int j = 0; j < 6; ++j) EXPECT_EQ(q.aglb[gslot::bac + j], j == 2 ? 0.f : 1.f) << run.message();
 }
 
 struct command_row {
@@ -168,6 +172,40 @@ TEST(ReadPcr, CommandsOfTheNameLineActOnCoordinates) {
   state_type& fixed = run.read(control_files::with(control_files::zincite, "ZnO wurtzite", "ZnO wurtzite FIX xyz"));
   EXPECT_EQ(fixed.atom[1].a[aslot::z], 0.f);
   EXPECT_EQ(fixed.atom[1].a_read[aslot::z], 1.f);
+  const std::string named = control_files::with(control_files::lab6_free(), "\nLaB6\n!Nat", "\nVARY xyz LaB6\n!Nat");
+  EXPECT_EQ(run.read(named).atom[1].a[aslot::x], 101.f) << "a code that stands there is kept" << run.message();
+  EXPECT_EQ(run.state->atom[1].a[aslot::y], 1.f);
+}
+
+TEST(ReadPcr, AWavelengthWithACodeTakesTheSecondOneAlong) {
+  run_directory run;
+  const std::string fixed = "0.00 0.00000     0.00     0\n";
+  for (const auto& [words, first] :
+       {std::pair{"0.00 1.600000    11.00     0\n", 1.6f}, {"0.00 1.600000 0.00 0\n", 1.54056f}}) {
+    const auto& p = run.read(control_files::with(control_files::lab6_free(), fixed, words)).pattern[0];
+    EXPECT_FLOAT_EQ(p.lamda[0], first) << run.message();
+    EXPECT_FLOAT_EQ(p.lamda[1], 1.54439f * first / 1.54056f);
+    EXPECT_FLOAT_EQ(p.glb[gslot::lambda], first);
+  }
+}
+
+TEST(ReadPcr, ShapesWithoutAConstantMixingLoseItWithItsCode) {
+  run_directory run;
+  const std::string scale =
+      "2.500000E-03   0.00000   0.00000   0.00000   0.00000   0.00000        0\n"
+      "      11.00000      0.00      0.00      0.00      0.00      0.00\n";
+  const std::string all =
+      control_files::with(control_files::lab6_free(), scale, "2.5E-03 .4 .1 .2 .3 .4 0\n11 31 41 51 61 71\n");
+  for (const int npr : {1, 3, 5, 7}) {
+    SCOPED_TRACE(npr);
+    const std::string flags = "0.000   0   " + std::to_string(npr) + "   0\n";
+    const auto& m = run.read(control_files::with(all, "0.000   0   7   0\n", flags)).mix(0, 0);
+    EXPECT_EQ(m.npro, npr) << run.message();
+    EXPECT_FLOAT_EQ(m.par[slot::shape1], npr == 5 ? 0.4f : 0.f);
+    EXPECT_EQ(m.apar[slot::shape1], npr == 5 ? 31.f : 0.f);
+    for (int k = slot::str1; k <= slot::str3; ++k) EXPECT_EQ(m.apar[k] != 0.f, npr == 5);
+    EXPECT_EQ(m.apar[slot::bov], 41.f);
+  }
 }
 
 // --- What is read beside the examples

@@ -222,6 +222,9 @@ std::vector<file_row> all_files() {
   std::vector<file_row> rows{
       {"lab6", lab6, {"! Linear restraints", "\n   0.35000   0.10000    1   1.00000    11\n"}},
       {"corundum", corundum, {"! Distance restraints"}},
+      {"series of the absorption",
+       with(lab6, "0.7998    0.0000    45.000    0.0000    0.0000", "0.7998   -0.5000    45.000    0.0000    0.6250"),
+       {"  -0.500000", "  0.625000"}},
       {"ceria", ceria},
       {"yttria", yttria, {"144.8450", "!      Gamma-2", "Sigma-Q", "!Absorption"}},
       {"boride", boride, {"!Nsym Cen Laue MagMat\n", "\nMSYM  u,v,w,0.00\n", "! Propagation vectors: "}},

@@ -771,6 +771,20 @@ TEST(DataFormats, WhatIsNotAsItShouldBeGetsOneLineWithTheFirstPlace) {
   }
 }
 
+TEST(DataFormats, SortedPointsKeepTheirIntensitiesAndDeviations) {
+  std::string content = "1\n2\n3\n4\n5\n6\n";
+  for (const int x : {1, 2, 3, 4, 6, 5, 7, 8, 9, 10, 11, 12}) content += text("%d %d %d\n", x, 10 * x, x);
+  data_run run(10, content);
+  run.read();
+  ASSERT_EQ(run.stopped, "");
+  const pattern_type& p = run.pattern();
+  ASSERT_EQ(p.npts, 12);
+  for (std::size_t i = 0; i < 12; ++i) {
+    const auto x = static_cast<float>(i + 1);
+    EXPECT_EQ((std::array{p.txv[i], p.y[i], p.var[i]}), (std::array{x, 10 * x, x * x}));
+  }
+}
+
 // --- Hostile files -------------------------------------------------------------------------------------------------
 
 void expect_sound(data_run& run, const std::string& content) {

@@ -4,7 +4,6 @@
 #include <random>
 #include <sstream>
 
-#include "kv_rfactors.hpp"
 #include "model_state.hpp"
 
 namespace {
@@ -128,36 +127,169 @@ TEST(ShiftMemory, FirstNegativeShiftIsHalvedAndAPositiveOneIsNot) {
   }
 }
 
-TEST(ApplyShifts, LimitsGuardsAndMultipliers) {
+/// A state with the codes of P1 and P2, which no guard minds, and the solution of the equations.
+kp::state_type asymmetry_of(float code_1, float code_2, double shift) {
   kp::state_type st = model_state::quartz(7);
-  std::ostringstream console;
-  st.io.console = &console;
   auto& m = st.mixes[0];
-  m.par[kp::slot::x] = 0.02f, m.par[kp::slot::y] = 0.03f;
-  m.apar[kp::slot::x] = 11.f;   // guarded: falls below 0
-  m.apar[kp::slot::w] = 21.f;   // boxed
-  m.apar[kp::slot::v] = -21.f;  // follows the boxed one with the other sign
-  m.apar[kp::slot::u] = 30.5f;  // alone with half a multiplier: sigma is not halved
-  st.run.limits.push_back({2, 0.f, 0.015f, 0.f, 0, ""});
-  st.run.nrell = 1;
-  st.run.maxs = 3;
+  m.par[kp::slot::asy1] = 0.04f, m.par[kp::slot::asy2] = 0.02f;
+  m.apar[kp::slot::asy1] = code_1, m.apar[kp::slot::asy2] = code_2;
   st.run.relax = {0.f, 1.f, 1.f, 0.8f, 1.f};
+  st.run.maxs = 1;
   model_state::load_cells(st);
   kalvaris_codes::mod_codes(st);
-  st.ne.reset(3);
-  st.ne.vx(0) = -0.05, st.ne.vx(1) = 0.02, st.ne.vx(2) = 0.01;
-  for (int n = 0; n < 3; ++n) st.ne.rjac(n, n) = 4e-6;
-  const auto report = apply_shifts::apply(st);
-  EXPECT_FLOAT_EQ(m.par[kp::slot::x], 0.0001f);
-  EXPECT_FLOAT_EQ(m.apar[kp::slot::x], 0.5f);
-  EXPECT_FLOAT_EQ(m.par[kp::slot::u], 0.01f * 0.5f * 0.8f);
-  // V stands before W in the walk: it is the first slot of number 2, and its value goes to the lower bound
-  EXPECT_FLOAT_EQ(m.par[kp::slot::v], 0.f);
-  EXPECT_FLOAT_EQ(m.par[kp::slot::w], 0.012f);
-  ASSERT_EQ(report.limited.size(), 1u);
-  EXPECT_EQ(report.limited[0], -2);
-  ASSERT_EQ(report.warnings.size(), 1u);
-  for (const auto& c : report.changes) EXPECT_NEAR(c.sigma, 2e-3f, 1e-6f) << c.k;
+  st.ne.reset(1);
+  st.ne.vx(0) = shift, st.ne.rjac(0, 0) = 4e-6;
+  return st;
+}
+
+TEST(ApplyShifts, MultipliersLimitsAndDeviations) {
+  struct row {
+    float code_1, code_2;
+    double shift;
+    float low, high;  ///< limits of the first slot
+    float p1, p2, sigma_2;
+    int limited;
+    double outward;  ///< of the solution, 0: free
+  };
+  for (const row& t : {row{11.f, 12.f, 0.01, -1, 1, 0.048f, 0.036f, 4e-3f, 0, 0},
+                       row{10.5f, -11.f, 0.01, -1, 1, 0.044f, 0.012f, 4e-3f, 0, 0},
+                       row{-11.f, 10.25f, 0.01, -1, 1, 0.032f, 0.022f, 5e-4f, 0, 0},
+                       row{11.f, 12.f, 0.01, -1, 0.045f, 0.045f, 0.030f, 4e-3f, 1, 1},
+                       row{11.f, -10.5f, -0.01, 0.037f, 1, 0.037f, 0.0215f, 1e-3f, -1, -1},
+                       row{-11.f, 0.f, 0.01, 0.037f, 1, 0.037f, 0.02f, 0, -1, 1},
+                       row{-11.f, 0.f, -0.01, -1, 0.045f, 0.045f, 0.02f, 0, 1, -1}}) {
+    SCOPED_TRACE(testing::Message() << t.code_1 << ' ' << t.code_2 << ' ' << t.shift);
+    kp::state_type st = asymmetry_of(t.code_1, t.code_2, t.shift);
+    if (t.limited != 0) st.run.limits.push_back({1, t.low, t.high, 0.f, 0, ""}), st.run.nrell = 1;
+    const auto report = apply_shifts::apply(st);
+    EXPECT_FLOAT_EQ(st.mixes[0].par[kp::slot::asy1], t.p1);
+    EXPECT_FLOAT_EQ(st.mixes[0].par[kp::slot::asy2], t.p2);
+    ASSERT_EQ(report.changes.size(), t.code_2 == 0.f ? 1u : 2u);
+    EXPECT_FLOAT_EQ(report.changes[0].sigma, 2e-3f);
+    EXPECT_FLOAT_EQ(report.changes[0].shift, t.p1 - 0.04f);
+    if (t.code_2 != 0.f) {
+      EXPECT_FLOAT_EQ(report.changes[1].sigma, t.sigma_2);
+    }
+    EXPECT_FLOAT_EQ(st.parm.valx[1], t.p1);
+    EXPECT_FLOAT_EQ(st.parm.svalx[1], 2e-3f);
+    EXPECT_EQ(report.limited, t.limited == 0 ? std::vector<int>{} : std::vector{t.limited});
+    ASSERT_EQ(report.held.size(), t.limited == 0 ? 0u : 1u);
+    if (t.limited != 0) {
+      EXPECT_EQ(report.held[0].outward, t.outward);
+    }
+  }
+}
+
+TEST(ApplyShifts, GuardsFixTheValueAndHalveTheMultiplier) {
+  namespace s = kp::slot;
+  struct row {
+    int k, npro;
+    float start, guarded, outward;
+  };
+  for (const row& t :
+       {row{s::x, 7, 0.02f, 0.0001f, 1}, row{s::y, 7, 0.02f, 0.0001f, 1}, row{s::xi, 7, 0.02f, 0.00001f, 1},
+        row{s::x, 5, 0.02f, -0.03f, 0}, row{s::scale, 5, 0.02f, 1e-10f, 1}, row{s::pref1, 7, 0.02f, 0.f, 1},
+        row{s::bov, 7, 0.02f, -0.03f, 0}}) {
+    SCOPED_TRACE(testing::Message() << t.k << ' ' << t.npro);
+    for (const float code : {11.f, -11.f}) {
+      kp::state_type st = asymmetry_of(0.f, 0.f, 0.0);
+      const auto k = static_cast<std::size_t>(t.k);
+      st.mixes[0].npro = t.npro;
+      st.mixes[0].par[k] = t.start, st.mixes[0].lpar[k] = 1, st.mixes[0].apar[k] = code > 0 ? 1.f : -1.f;
+      st.run.maxs = 1, st.run.relax[3] = 1.f;
+      apply_shifts::set_reference_multipliers(st);
+      st.ne.reset(1);
+      st.ne.vx(0) = code > 0 ? -0.05 : 0.05;
+      const auto report = apply_shifts::apply(st);
+      EXPECT_FLOAT_EQ(st.mixes[0].par[k], t.guarded);
+      EXPECT_FLOAT_EQ(std::abs(st.mixes[0].apar[k]), t.outward != 0 ? 0.5f : 1.f);
+      EXPECT_EQ(report.warnings.empty(), t.outward == 0);
+      ASSERT_EQ(report.held.size(), t.outward != 0 ? 1u : 0u);
+      if (t.outward != 0) {
+        EXPECT_EQ(report.held[0].outward, code > 0 ? -1 : 1);
+      }
+    }
+  }
+}
+
+TEST(ApplyShifts, RadiationFollowsItsParameters) {
+  kp::state_type st = asymmetry_of(0.f, 0.f, 0.0);
+  kp::pattern_type& p = st.pattern[0];
+  p.lglb[kp::gslot::lambda] = 1, p.aglb[kp::gslot::lambda] = 1.f, p.lglb[kp::gslot::ratio2] = 2,
+  p.aglb[kp::gslot::ratio2] = 1.f;
+  st.run.maxs = 2;
+  apply_shifts::set_reference_multipliers(st);
+  st.ne.reset(2);
+  st.ne.vx(0) = 0.01, st.ne.vx(1) = -0.03;
+  const std::array<float, 2> before = p.lamda;
+  apply_shifts::apply(st);
+  EXPECT_FLOAT_EQ(p.lamda[0], before[0] + 0.01f);
+  EXPECT_FLOAT_EQ(p.lamda[1] / p.lamda[0], before[1] / before[0]);
+  EXPECT_FLOAT_EQ(p.ratio[1], 0.47f);
+}
+
+TEST(Iterate, DeviationsGrowWithTheMisfitAndNeverShrink) {
+  // the same residuals under other variances: deviations go with the variances while these cover the residuals, then
+  // with the residuals
+  const auto esd_of = [](float factor) {
+    refinement r(1.0);
+    for (float& v : r.st.pattern[0].var) v *= factor;
+    EXPECT_EQ(kv_iterate_calc_cw::iterate(r.st, r.hooks), 0);
+    return r.st.parm.svalx[4];
+  };
+  const float esd = esd_of(1.f);
+  EXPECT_NEAR(esd_of(16.f) / esd, 4.f, 0.1f);
+  EXPECT_NEAR(esd_of(0.0625f) / esd, 1.f, 0.03f);
+}
+
+TEST(Iterate, FiltersTheBackgroundInEveryNthCycle) {
+  refinement r(1.0);
+  r.disturb();
+  kp::pattern_type& p = r.st.pattern[0];
+  p.nbckgd = 2, p.isbac = -1, p.fwindow = 40.f, p.win_cyc = 2;
+  r.st.run.mcycle = 4, r.st.run.eps = 1e-6f;
+  std::vector<std::vector<float>> backgrounds;
+  r.hooks.cycle_done = [&](const cycle_report&) { backgrounds.push_back(p.bk); };
+  ASSERT_EQ(kv_iterate_calc_cw::iterate(r.st, r.hooks), 0);
+  ASSERT_EQ(backgrounds.size(), 4u);
+  EXPECT_EQ(backgrounds[1], backgrounds[0]);
+  EXPECT_NE(backgrounds[2], backgrounds[1]);
+  EXPECT_EQ(backgrounds[3], backgrounds[2]);
+}
+
+TEST(Iterate, PointsFollowTheReflectionsWithIasOne) {
+  for (const int iasg : {0, 1}) {
+    refinement r(1.0);
+    r.disturb();
+    r.st.run.iasg = iasg;
+    r.st.pattern[0].wdt = 8.f;
+    r.st.pattern[0].glb[kp::gslot::zero] += 0.05f;
+    ASSERT_EQ(kv_iterate_calc_cw::iterate(r.st, r.hooks), 0);
+    const auto assigned = r.st.pattern[0].kr;
+    kv_assignk::assignk(r.st, 0);
+    EXPECT_EQ(assigned == r.st.pattern[0].kr, iasg == 1);
+  }
+}
+
+TEST(Iterate, NegativeWidthsAreToldAtOnceAndAtTheEnd) {
+  struct row {
+    int k;
+    const char* words;
+  };
+  for (const row& t : {row{kp::slot::w, "negative GAUSSIAN"}, row{kp::slot::y, "negative LORENTZIAN"}}) {
+    SCOPED_TRACE(t.words);
+    refinement r(1.0);
+    r.st.run.maxs = 0;
+    float& width = r.st.mixes[0].par[static_cast<std::size_t>(t.k)];
+    const float good = width;
+    width = -0.2f;
+    ASSERT_EQ(kv_iterate_calc_cw::iterate(r.st, r.hooks), 0);
+    EXPECT_NE(r.console.str().find(t.words), std::string::npos);
+    EXPECT_NE(r.console.str().find("Negative GAUSSIAN and/or LORENTZIAN"), std::string::npos);
+    width = good;
+    kv_iterate_calc_cw::calc_patterns_2theta(r.st, 0, false);
+    EXPECT_FALSE(r.st.pattern[0].flag_gauss || r.st.pattern[0].flag_lorentz);
+  }
 }
 
 TEST(Iterate, AParameterAtItsGuardLeavesTheOthersTheirMinimum) {
@@ -218,28 +350,6 @@ TEST(Iterate, FewerPointsThanParametersEndAbnormally) {
   EXPECT_NE(r.console.str().find("Too few points under reflections"), std::string::npos);
 }
 
-TEST(Rfactors, AgreeWithSumsByHandAndLeaveExcludedPointsOut) {
-  kp::state_type st = model_state::quartz(7);
-  kp::pattern_type& p = st.pattern[0];
-  p.npts = 4;
-  p.y = {10.f, 20.f, 40.f, 1000.f};
-  p.yc = {0.f, 12.f, 33.f, 0.f};
-  p.bk = {8.f, 6.f, 5.f, 1.f};
-  p.var = {10.f, 20.f, 40.f, 1000.f};
-  p.kr = {0, kp::pack_kr(1, 1, 25000), kp::pack_kr(1, 1, 25000), 25000};
-  p.num = 3, p.num1 = 2;
-  st.run.maxs = 1;
-  kv_rfactors::chisq1(st, 0, true);
-  kv_rfactors::calc_rfac(st, 0);
-  EXPECT_NEAR(p.all.r_patt, 100.0 * (2 + 2 + 2) / 70, 1e-4);
-  EXPECT_NEAR(p.all.r_wpatt, 100.0 * std::sqrt((0.4 + 0.2 + 0.1) / 70.0), 1e-4);
-  EXPECT_NEAR(p.all.chi2, 0.7 / 2, 1e-5);
-  EXPECT_NEAR(p.bragg.s2, 0.3, 1e-6);
-  EXPECT_NEAR(p.bragg.chi2, 0.3, 1e-5);
-  const double r[3] = {2 / std::sqrt(10.0), 2 / std::sqrt(20.0), 2 / std::sqrt(40.0)};
-  EXPECT_NEAR(p.all.dw, (std::pow(r[1] - r[0], 2) + std::pow(r[2] - r[1], 2)) / 0.7, 1e-5);
-}
-
 TEST(Bragg, PartitionGivesBackTheIntensitiesOfAPerfectModel) {
   refinement r(0.0);
   kv_background::build(r.st.pattern[0]);
@@ -267,6 +377,16 @@ TEST(Bragg, LeBailFindsTheIntensitiesFromEqualOnes) {
     found += p.refl.ff[k];
     wanted += truth[k];
   }
+  std::map<std::int32_t, float> of_first;
+  for (std::size_t k = 0; k < truth.size(); ++k) {
+    auto key = kp::unpack_irefs(p.refl.irefs[k]);
+    if (key.wave == 1) of_first[p.refl.irefs[k]] = p.refl.ff[k];
+  }
+  for (std::size_t k = 0; k < truth.size(); ++k) {
+    auto key = kp::unpack_irefs(p.refl.irefs[k]);
+    key.wave = 1;
+    EXPECT_EQ(p.refl.ff[k], of_first.at(kp::pack_irefs(key))) << "both wavelengths have one";
+  }
   double difference = 0, sum = 0;
   for (const auto& [d, f] : of_spacing) {
     difference += std::abs(f[0] - f[1]);
@@ -274,6 +394,19 @@ TEST(Bragg, LeBailFindsTheIntensitiesFromEqualOnes) {
   }
   EXPECT_LT(difference / sum, 0.05);
   EXPECT_LT(r.st.mixes[0].r_bragg, 1.f);
+}
+
+TEST(Bragg, ExtractedIntensitiesStayAboveZero) {
+  refinement r(0.0);
+  kp::pattern_type& p = r.st.pattern[0];
+  kv_iterate_calc_cw::calc_patterns_2theta(r.st, 0, false);
+  r.st.phase[0].jbt = 2;
+  p.wdt = 8.f;
+  for (std::size_t i = 0; i < p.y.size(); ++i)
+    if (p.txv[i] > 40.f) p.y[i] = 0.5f * p.bk[i];
+  kv_iterate_calc_cw::calc_patterns_2theta(r.st, 0, false);
+  kv_iterate_calc_cw::bragg(r.st, 0);
+  for (const float f : p.refl.ff) EXPECT_GT(f, 0.f);
 }
 
 }  // namespace

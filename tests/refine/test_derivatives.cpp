@@ -1,5 +1,6 @@
 #include <gtest/gtest.h>
 
+#include "apply_shifts.hpp"
 #include "model_state.hpp"
 
 namespace {
@@ -40,27 +41,20 @@ float& code_of(kp::state_type& st, const probe& p) {
   return st.atom[static_cast<std::size_t>(p.owner)].a[k];
 }
 
-/// What the cycle does with a changed wavelength or ratio before it calculates.
-void refresh_radiation(kp::pattern_type& p) {
-  const float second = p.lamda[1] / p.lamda[0];
-  p.lamda[0] = p.glb[kp::gslot::lambda];
-  p.lamda[1] = second * p.lamda[0];
-  p.ratio[1] = p.glb[kp::gslot::ratio2];
-}
-
+/// The solution of the equations is 0: the shifts that are applied only carry the slot to what follows from it.
 std::vector<double> central_difference(kp::state_type& st, const probe& p) {
   float& value = value_of(st, p);
   const float start = value;
   value = start + p.step;
   const double up = static_cast<double>(value);
-  refresh_radiation(st.pattern[0]);
+  apply_shifts::apply(st);
   std::vector<double> d = model_state::calculated(st);
   value = start - p.step;
   const double down = static_cast<double>(value);
-  refresh_radiation(st.pattern[0]);
+  apply_shifts::apply(st);
   const std::vector<double> low = model_state::calculated(st);
   value = start;
-  refresh_radiation(st.pattern[0]);
+  apply_shifts::apply(st);
   for (std::size_t i = 0; i < d.size(); ++i) d[i] = (d[i] - low[i]) / (up - down);
   return d;
 }
@@ -113,10 +107,10 @@ void expect_exact_derivatives(kp::state_type& st, const std::vector<probe>& prob
   const std::vector<double> model = model_state::calculated(st);
 
   st.ne.reset(st.run.maxs);
-  kv_iterate_calc_cw::calc_patterns_2theta(st, 0, true);
-  st.ne.fill_lower();
   std::vector<std::vector<double>> d;
   for (const probe& p : probes) d.push_back(central_difference(st, p));
+  kv_iterate_calc_cw::calc_patterns_2theta(st, 0, true);
+  st.ne.fill_lower();
 
   std::vector<double> size(probes.size(), 0.0);
   for (std::size_t n = 0; n < d.size(); ++n)

@@ -114,6 +114,9 @@ TEST(FurtherCodes, ASharedParameterIsCalledByAllThatItMoves) {
 
 TEST(FurtherCodes, BetasOfAnIsotropicVibrationDampLikeIt) {
   kp::state_type st = model_state::quartz(7);
+  (void)lmix_crystallographic_symmetry::set_spacegroup("P -1", st.phase[0].spgr);
+  const float cell[6] = {4.9f, 5.6f, 6.4f, 82.f, 97.f, 105.f};
+  std::copy(cell, cell + 6, st.mixes[0].par.begin() + kp::slot::cell_a);
   model_state::load_cells(st);
   const auto b = kalvaris_codes::get_betas_from_biso(0.8f, st.phase[0].cellp);
   for (const auto& [h, k, l] : {std::array{1.f, 0.f, 0.f}, {2.f, 1.f, 3.f}, {-1.f, 4.f, 2.f}}) {

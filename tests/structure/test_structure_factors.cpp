@@ -144,6 +144,23 @@ INSTANTIATE_TEST_SUITE_P(Groups, StructureFactor,
                                          group_case{"F d -3 m:2", 0}, group_case{"R -3 c", 4},
                                          group_case{"I -4 3 d", 1}));
 
+TEST(StructureFactor, AnAtomWithItsOwnRangeOfOperatorsIsSummedOverTheseAlone) {
+  kp::state_type st = phase_of("P 21 21 21", 0, {some_atoms[0]});
+  st.atom[0].isap = {2, 3};
+  kp::state_type explicitly = phase_of("P 1", 0, {some_atoms[0], some_atoms[0]});
+  for (const std::size_t i : {0u, 1u}) {
+    const auto image = lmix_crystallographic_symmetry::applyso(st.phase[0].spgr.symop[i + 1], {0.11f, 0.23f, 0.37f});
+    std::ranges::copy(image, explicitly.atom[i].xl.begin() + aslot::x);
+  }
+  kv_structure_factors::workspace work;
+  for (const auto& h : {std::array{1.f, 2.f, 2.f}, {2.f, 0.f, 1.f}, {0.f, 3.f, -1.f}}) {
+    const auto fsq = [&](const kp::state_type& s) {
+      return kv_structure_factors::stfac(kv_structure_factors::prepare(s, 0, 0, {}), h, 0.05, work, {}).fsq;
+    };
+    EXPECT_NEAR(fsq(st) / fsq(explicitly), 1.0, 1e-4);
+  }
+}
+
 TEST(StructureFactor, EquivalentReflectionsAreEqual) {
   const kp::state_type st = phase_of("P 63 m c", 0, some_atoms);
   const auto model = kv_structure_factors::prepare(st, 0, 0, {});
