@@ -104,7 +104,7 @@ run_end kalvaris(state_type& st, const run_stages& stages, bool from_new) {
 
   stages.read_pcr(st);
   stop_on_failure(st, st.fmt.ierr_fmt != 0, " Error reading the PCR file:");
-  if (st.run.n_patt > 1 || st.io.multi_pattern) kalvaris_inout::openfile(st.io, {file_key::per_pattern});
+  if (st.run.n_patt > 1 || !st.run.s_format) kalvaris_inout::openfile(st.io, {file_key::per_pattern});
 
   stages.write_out(st);
   stop_on_failure(st, st.fmt.ierr_fmt > 0, " Error during treating the content of the PCR file:");
