@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <array>
 #include <cstdlib>
-#include <fstream>
 
 #include "pcr_forms.hpp"
 #include "pcr_sections.hpp"
@@ -38,15 +37,14 @@ bool read_sections(reading& r) {
 }
 
 /// A title with the word asks for a copy of the lines that were read, up to the one that was refused.
-void echo_lines(const state_type& st, std::string_view text, int lines) {
+void echo_lines(state_type& st, std::string_view text, int lines) {
   if (st.io.only_looking || lmix_string_utilities::u_case(st.run.title).find("PRINT_PCR") == std::string::npos) return;
   std::size_t end = 0;
   for (int k = 0; k < lines && end < text.size(); ++k) {
     const std::size_t line_end = text.find('\n', end);
     end = line_end == std::string_view::npos ? text.size() : line_end + 1;
   }
-  std::ofstream echo(kalvaris_inout::run_path(st.io, "debug_PCR.lst"), std::ios::binary);
-  echo << text.substr(0, end);
+  kalvaris_inout::write_now(st.io, "debug_PCR.lst", std::string(text.substr(0, end)));
 }
 
 bool check_limit(reading& r, const place& at, const parameter_limit& limit) {

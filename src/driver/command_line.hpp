@@ -22,7 +22,7 @@ enum : int {
 };
 }  // namespace status
 
-enum class option_id { help, version, formats, strict, explain, check, man_page, completion };
+enum class option_id { help, version, formats, strict, explain, check, undo, man_page, completion };
 
 /// An option: long, and in front of the first word without a dash.
 struct option_row {
@@ -33,14 +33,15 @@ struct option_row {
 std::span<const option_row> options();
 
 struct command {
-  bool help = false, version = false, formats = false, strict = false, explain = false, check = false, man_page = false,
-       completion = false;
+  bool help = false, version = false, formats = false, strict = false, explain = false, check = false, undo = false,
+       man_page = false, completion = false;
   std::vector<std::string> words;  ///< what follows the options
   std::string refusal;             ///< why the command line is refused, blank when it is not
 };
 command parse(std::span<const std::string> arguments);
 
-/// True when the word asks for a series of runs: its first three letters are seq or cyc in any case.
+/// True when the word asks for a series of runs: seq, sequential, cyc, cyclic or cycle, in any case. A longer word or
+/// one with an extension is the name of a control file.
 bool asks_for_series(std::string_view word);
 
 std::string usage_text();                        ///< the forms of the command
@@ -49,7 +50,7 @@ std::string man_page(std::string_view version);  ///< the manual page, in the ma
 std::string completion();                        ///< completion rules of the options and of control files for bash
 
 /// Does what the arguments ask for and returns the exit status. Console lines go to `out`, why a command line was
-/// refused to `err`.
+/// refused and that lines of `out` were lost to `err`.
 int run(std::span<const std::string> arguments, const kalvaris_sub::run_stages& stages, std::string_view version,
         std::ostream& out, std::ostream& err);
 

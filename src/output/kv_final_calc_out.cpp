@@ -133,7 +133,8 @@ void final_calcn_output(state_type& st) {
   });
   for_each_pattern([&](int ip) { kv_prf::write_background(st, ip); });
   kalvaris_codes::restore_codes(st);
-  read_pcr_mod::save_pcr(st, false);
+  if (!read_pcr_mod::save_pcr(st, false))
+    kalvaris_inout::stop_cond(st.io, " => A parameter is not a number: nothing is written", true);
   for_each_pattern([&](int ip) { write_lists(st, ip); });
   for_each_pattern([&](int ip) { kv_prf::write_plot(st, ip); });
   for_each_pattern([&](int ip) { name_unwritten_files(st, ip); });

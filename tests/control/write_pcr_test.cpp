@@ -201,7 +201,7 @@ TEST(WritePcr, WorseChiSquareSparesTheControlFile) {
   state_type& st = run.read(control_files::ceria);
   st.run.t_chi2_ini = 1.f;
   st.run.t_chi2 = 5.f;
-  EXPECT_TRUE(save_pcr(st, false));
+  EXPECT_TRUE(save_pcr(st, false) && kalvaris_inout::commit(st.io));
   EXPECT_EQ(st.run.nxt, 2);
   EXPECT_EQ(run.get("code.pcr"), control_files::ceria);
   EXPECT_THAT(run.get("code.new"), HasSubstr("\n!Job"));
@@ -211,15 +211,16 @@ TEST(WritePcr, WorseChiSquareSparesTheControlFile) {
 
   st.run.nxt = 1;
   st.run.t_chi2 = 0.5f;
-  EXPECT_TRUE(save_pcr(st, false));
+  EXPECT_TRUE(save_pcr(st, false) && kalvaris_inout::commit(st.io));
   EXPECT_THAT(run.get("code.pcr"), HasSubstr("\n!Date: "));
+  EXPECT_EQ(run.get("code.pcr.bak"), control_files::ceria);
   const std::string saved = run.get("code.pcr");
   st.mix(0, 0).par[slot::w] = NAN;
   EXPECT_FALSE(save_pcr(st, false));
   EXPECT_EQ(run.get("code.pcr"), saved);
   EXPECT_THAT(run.console.str(),
               HasSubstr(" Warning! The control file was not written: a parameter is not a number\n"));
-  EXPECT_EQ(std::distance(std::filesystem::directory_iterator(run.path), {}), 2);
+  EXPECT_EQ(std::distance(std::filesystem::directory_iterator(run.path), {}), 3);
 }
 
 std::string n_12_6(float x) { return pcr_numbers::line{}.n(12, 6, x).str(); }
