@@ -23,7 +23,7 @@ write_decision_type write_decision(const state_type& st, bool cycles_failed) {
 }
 
 std::string write_pcr(const state_type& st, std::string_view date_line) {
-  writing w{st, code_words(st), {}};
+  writing w{st, {}};
   write_head(w, date_line);
   write_flags(w);
   write_patterns(w);

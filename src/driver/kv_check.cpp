@@ -81,8 +81,6 @@ class trial {
       std::size_t at = upper.find("WARNING");
       if (at == std::string::npos && upper.find("NOT FOUND") == std::string::npos) continue;
       at = at == std::string::npos ? 0 : line.find_first_not_of(" :!,", at + 7);
-      // the check of the numbers names these codes
-      if (line.find("Codes above the number of refined") != std::string::npos) continue;
       if (at != std::string::npos) found.push_back(without_arrow(line.substr(at)));
     }
     return found;
@@ -251,14 +249,29 @@ void look_for_room(examination& e) {
         "Make file and folder writable, or copy them to another place.");
 }
 
+/// What the stages have told so far.
+void add_notices(examination& e) {
+  for (const kalvaris_params::notice& n : e.st.notices)
+    e.add(n.warning ? severity::warning : severity::note, 0, n.text, n.advice);
+}
+
 /// Everything that a run does before its first cycle, with no listing open.
 bool set_up(examination& e) {
   trial t(e.st);
   const bool good = t.run([&] { kv_setup::write_out(e.st); });
   kalvaris_inout::close_all(e.st.io);
   e.add_warnings(t);
+  add_notices(e);
   if (!good) e.add(severity::error, 0, t.reason());
   return good;
+}
+
+/// The numbers of the parameters, where errors elsewhere stand in the way of all of set_up. What is refused in them was
+/// found before.
+void set_up_codes(examination& e) {
+  trial t(e.st);
+  (void)t.run([&] { (void)kv_setup::prepare_codes(e.st); });
+  add_notices(e);
 }
 
 /// Reflections that the table of a resolution file does not reach: its end row stands for them.
@@ -309,7 +322,9 @@ report look_at(state_type& st) {
     look_for_files(e);
     look_for_room(e);
     read_data(e);
-    if (!e.has_error() && set_up(e)) {
+    const bool refused = e.has_error();
+    if (refused) set_up_codes(e);
+    if (!refused && set_up(e)) {
       reflections_outside_tables(e);
       no_reflections(e);
     } else {

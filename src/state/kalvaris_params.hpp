@@ -690,7 +690,7 @@ struct phase_type {
   std::vector<rigid_body_type> bodies;
   std::vector<mode_set_type> mode_sets;
   std::vector<mode_type> modes;  ///< set by set
-  bool stfac_nref = false;  ///< nothing refined changes its structure factors: those of the first cycle hold
+  bool stfac_nref = false;       ///< nothing refined changes its structure factors: those of the first cycle hold
   /// Profile matching in any form: the intensities are not calculated from atoms.
   [[nodiscard]] bool profile_matching() const { return jbt == 2 || jbt == -2 || jbt == 3 || jbt == -3; }
   bool operator==(const phase_type&) const = default;
@@ -725,10 +725,11 @@ struct mix_type {
 
 /// A parameter with limits.
 struct parameter_limit {
-  int number = 0;  ///< parameter number
+  int number = 0;  ///< parameter number, 0: of none
   float vlim1 = 0.f, vlim2 = 0.f, step = 0.f;
   int condition = 0;
   std::string name;
+  int number_read = 0;  ///< parameter number of the control file
   bool operator==(const parameter_limit&) const = default;
 };
 
@@ -738,7 +739,8 @@ struct linear_restraint {
   int n = 0;             ///< terms as written; negative: listed only
   bool noapply = false;  ///< listed only: n is negative or the sigma is not above 0
   std::vector<float> coef;
-  std::vector<int> para;  ///< parameter numbers
+  std::vector<int> para;       ///< parameter numbers, 0: none
+  std::vector<int> para_read;  ///< those of the control file
   bool operator==(const linear_restraint&) const = default;
 };
 
@@ -799,6 +801,7 @@ struct run_type {
   int n_pat_plot = 1;
   float t1_lim = 0.f, t2_lim = 0.f;
   int maximum_lcode = 0;         ///< highest parameter number met
+  std::vector<int> number_now;   ///< of the run, by parameter number as read, 0: no code carries it; empty: as read
   bool pattern_to_plot = false;  ///< the line stood in the file
   std::vector<parameter_limit> limits;
   // what the writer of the control file needs and the run may change
@@ -813,6 +816,13 @@ struct run_type {
   intensity_road intensities = intensity_road::together;
   cycles_end_type cycles_end;
   bool operator==(const run_type&) const = default;
+};
+
+/// What a stage found in its input and the user should know: printed by a run, listed by a look at it.
+struct notice {
+  bool warning = false;  ///< the run goes on to an end that is hardly meant; otherwise a note
+  std::string text;      ///< what was found
+  std::string advice;    ///< what to do, a sentence; blank when the text says it
 };
 
 /// Bookkeeping of the refined parameters, 1-based: element 0 unused, maxs + 1 long.
@@ -847,6 +857,10 @@ struct state_type {
   kalvaris_util::clock_type clock;
   lmix_string_utilities::findfmt_state fmt;  ///< ierr_fmt, line_nb, mess_findfmt of the control-file reader
   data_file_type data_file;
+  std::vector<notice> notices;  ///< in the order of the stages
+
+  /// Keeps the notice and, unless the run is only looked at, prints it on console and listing.
+  void tell(notice said);
 
   [[nodiscard]] mix_type& mix(int ph, int ip) { return mixes[static_cast<std::size_t>(ph * run.n_patt + ip)]; }
   [[nodiscard]] const mix_type& mix(int ph, int ip) const {
