@@ -63,7 +63,8 @@ class judge {
   void judge_weights();
   bool see_peaks();
   bool judge_far_movement();
-  bool take_far(int phase, std::span<const found_peak> peaks);
+  bool take_far(int phase, const std::vector<found_peak>& of);
+  [[nodiscard]] std::vector<found_peak> peaks_without_others(int ph) const;
   void judge_model();
   void judge_unexplained();
   void judge_phases();
@@ -80,7 +81,8 @@ class judge {
   double total = 0, excess = 0;
   width_line width;
   std::vector<found_peak> peaks;
-  std::vector<place> lines;
+  double highest = 0;  ///< of the peaks
+  std::vector<place> lines, calculated_peaks;  ///< calculated: from the list, from the calculated curve
   std::optional<match> far;  ///< movement that brings calculated peaks on observed ones
   int far_phase = -1;
 };
@@ -126,50 +128,56 @@ bool judge::see_peaks() {
   if (!seen) return false;
   width = *seen;
   peaks = find_peaks(fit.x, fit.y, fit.var, width, peak_sigma);
-  double highest = 0.0;
   for (const found_peak& p : peaks) highest = std::max(highest, p.height);
   std::erase_if(peaks, [&](const found_peak& p) { return p.height < least_height * highest; });
   lines = merged_lines(fit, width, -1);
+  for (const found_peak& p : find_peaks(fit.x, fit.calc, fit.var, width, peak_sigma))
+    if (p.height >= least_height * highest) calculated_peaks.push_back({p.position, p.height, false});
   return !peaks.empty();
 }
 
-/// Movements so far that calculated and observed peaks no longer overlap: sought on the lists of their positions.
+/// Movements so far that calculated and observed peaks hardly overlap: sought on the lists of their positions.
 bool judge::judge_far_movement() {
-  const match now = best_match(peaks, lines, width, movement::common, 0.0);
-  if (2 * now.matched >= now.observed) return false;
   if (take_far(-1, peaks)) return true;
-  if (fit.phases.size() < 2) return false;
-  for (int ph = 0; ph < static_cast<int>(fit.phases.size()); ++ph) {
-    // what the other phases leave
-    std::vector<found_peak> left = peaks;
-    for (int other = 0; other < static_cast<int>(fit.phases.size()); ++other) {
-      if (other == ph) continue;
-      const auto theirs = merged_lines(fit, width, other);
-      std::erase_if(left, [&](const found_peak& p) {
-        return std::ranges::any_of(theirs, [&](const place& q) {
-          return std::abs(q.position - p.position) < 0.5 * width.at(p.position);
-        });
-      });
-    }
-    if (take_far(ph, left)) return true;
-  }
+  const int n = static_cast<int>(fit.phases.size());
+  for (int ph = 0; ph < n && n > 1; ++ph)
+    if (fit.phases[static_cast<std::size_t>(ph)].contributes && take_far(ph, peaks_without_others(ph))) return true;
   return false;
 }
 
-bool judge::take_far(int phase, std::span<const found_peak> of) {
-  constexpr double reach_in_widths = 20.0, part_of_range = 0.15, largest_stretch = 0.06;
+/// Observed peaks at which no line of another phase stands.
+std::vector<found_peak> judge::peaks_without_others(int ph) const {
+  std::vector<found_peak> left = peaks;
+  for (int other = 0; other < static_cast<int>(fit.phases.size()); ++other) {
+    if (other == ph) continue;
+    const auto theirs = merged_lines(fit, width, other);
+    std::erase_if(left, [&](const found_peak& p) {
+      return std::ranges::any_of(theirs, [&](const place& q) {
+        return std::abs(q.position - p.position) < 0.5 * width.at(p.position);
+      });
+    });
+  }
+  return left;
+}
+
+bool judge::take_far(int phase, const std::vector<found_peak>& of) {
+  constexpr double reach_in_widths = 20.0, part_of_range = 0.15;
+  constexpr double much_better = 1.5;  // of the score as it stands
+  constexpr double clearly = 1.1;      // of the score of a plainer movement
   if (static_cast<int>(of.size()) < fewest_peaks) return false;
   const auto places = merged_lines(fit, width, phase);
-  const match now = best_match(of, places, width, movement::common, 0.0);
+  match now = match_of(of, places, width, {});
+  if (const match by_curve = match_of(of, calculated_peaks, width, {}); phase < 0 && by_curve.score > now.score)
+    now = by_curve;  // asymmetry moves the tops of peaks away from the lines
   const double reach = std::min(reach_in_widths * width.at(of.front().position),
                                 part_of_range * (fit.x.back() - fit.x.front()));
   std::optional<match> best;
-  for (const movement how : {movement::common, movement::stretch, movement::displacement}) {
-    if (phase >= 0 && how != movement::stretch) continue;
-    const match m = best_match(of, places, width, how, how == movement::stretch ? largest_stretch : reach);
-    if (m.matched < fewest_peaks || m.matched < 2 * now.matched || 5 * m.matched < 2 * m.observed || m.odds > most_odds)
+  for (const family how : {family::common, family::stretch, family::displacement, family::common_and_stretch}) {
+    if (phase >= 0 && how != family::stretch) continue;
+    const match m = best_match(of, places, width, how, reach);
+    if (m.matched < fewest_peaks || m.score < much_better * now.score || 5 * m.matched < 2 * m.observed ||
+        m.odds > most_odds)
       continue;
-    constexpr double clearly = 1.03;  // a common shift is the plainest
     if (!best || m.score > clearly * best->score) best = m;
   }
   if (!best) return false;
@@ -187,35 +195,32 @@ void judge::judge_model() {
 }
 
 std::optional<remark> judge::movement_remark() const {
+  constexpr double reach_in_widths = 3.0, clearly = 0.05;  // of the excess
   if (!fit.two_theta || lines.empty()) return {};
-  const double typical = width.at(0.5 * (fit.x.front() + fit.x.back())), reach = 1.5 * typical;
-  std::optional<moved_sum> best;
-  movement kind_of_best{};
-  for (const movement how : {movement::common, movement::stretch, movement::displacement}) {
-    const moved_sum m = best_moved_sum(fit, how, reach);
-    constexpr double clearly = 0.97;
-    if (!best || m.sum < clearly * best->sum) best = m, kind_of_best = how;
-  }
+  const double reach = reach_in_widths * width.at(0.5 * (fit.x.front() + fit.x.back()));
+  moved_sum best{{}, total};
+  match m;
+  for (const family how : {family::common, family::stretch, family::displacement, family::common_and_stretch})
+    if (const moved_sum s = best_moved_sum(fit, how, reach); best.sum - s.sum > clearly * excess) best = s, m.how = how;
   double largest = 0.0;
-  for (const place& p : lines)
-    if (p.position > fit.x.front() && p.position < fit.x.back())
-      largest = std::max(largest, std::abs(moved(kind_of_best, p.position, best->a) - p.position) / width.at(p.position));
-  if (largest < least_shift) return {};
-  match m = best_match(peaks, lines, width, kind_of_best, 0.0);
-  const int now = m.matched;
   std::vector<place> there = lines;
-  for (place& p : there) p.position = moved(kind_of_best, p.position, best->a);
-  const match after = best_match(peaks, there, width, kind_of_best, 0.0);
-  m.matched = after.matched, m.sigma = after.sigma, m.a = best->a;
-  remark r = kv_misfit_words::moved(fit, m, now, -1, gain(best->sum));
-  return r;
+  for (place& p : there) {
+    const double before = p.position;
+    p.position = moved(best.by, before);
+    if (before > fit.x.front() && before < fit.x.back())
+      largest = std::max(largest, std::abs(p.position - before) / width.at(before));
+  }
+  if (largest < least_shift) return {};
+  const int now = match_of(peaks, lines, width, {}).matched;
+  const match after = refined_match(peaks, there, width, m.how);
+  m.by = best.by, m.matched = after.matched, m.observed = after.observed, m.sigma = after.sigma;
+  return kv_misfit_words::moved(fit, m, now, -1, gain(best.sum));
 }
 
 std::optional<remark> judge::width_remark() const {
-  const width_sum w = best_width_factor(fit);
+  const width_change w = best_width_factor(fit);
   if (std::max(w.factor, 1.0 / w.factor) < least_width_factor) return {};
-  const double share = (std::min(total, w.sum_now) - w.sum) / excess;
-  return kv_misfit_words::width(w.factor, width.at(0.5 * (fit.x.front() + fit.x.back())), share);
+  return kv_misfit_words::width(w.factor, width.at(0.5 * (fit.x.front() + fit.x.back())), w.fall / excess);
 }
 
 std::optional<remark> judge::background_remark() const {
@@ -226,13 +231,21 @@ std::optional<remark> judge::background_remark() const {
   return kv_misfit_words::background(fit, offset, gain(offset.sum));
 }
 
-/// Some calculated line stands at the peak, moved as found; those of matched phases take any height.
+/// Some calculated line stands at the peak, moved as found. Where no cause is known yet that displaces or widens the
+/// peaks, a line of a structure counts when its area is a fair part of that of the peak.
 bool judge::near_a_line(const found_peak& p) const {
-  constexpr double near = 0.7;
-  return std::ranges::any_of(lines, [&](const place& q) {
-    const double at = far ? moved(far->how, q.position, far->a) : q.position;
-    return std::abs(at - p.position) < near * width.at(p.position) && (far || q.follows_data);
-  });
+  constexpr double near = 0.7, fair_part = 0.2;
+  const double reach = near * width.at(p.position);
+  const bool any_line = far || !found.empty();
+  if (std::ranges::any_of(lines, [&](const place& q) {
+        return (any_line || q.follows_data) &&
+               std::abs((far ? moved(far->by, q.position) : q.position) - p.position) < reach;
+      }))
+    return true;
+  double area = 0.0;
+  for (const line& l : fit.lines)
+    if (std::abs(l.position - p.position) < reach) area += l.weight * fit.phases[static_cast<std::size_t>(l.phase)].scale;
+  return !far && area > fair_part * p.height * width.at(p.position);
 }
 
 /// Calculated over observed Bragg part of the core of a peak.
@@ -247,30 +260,26 @@ double judge::explained_part(const found_peak& p) const {
 
 void judge::judge_unexplained() {
   constexpr double explained = 0.25, window = 1.2;
-  const bool geometry = !found.empty() && (found.back().what == kind::shift || found.back().what == kind::cell);
   std::vector<double> residual(fit.size());
   for (std::size_t i = 0; i < fit.size(); ++i) residual[i] = fit.y[i] - fit.calc[i];
-  std::vector<found_peak> left = find_peaks(fit.x, far ? std::span<const double>(fit.y) : residual, fit.var, width, peak_sigma);
-  double highest = 0.0;
-  for (const found_peak& p : peaks) highest = std::max(highest, p.height);
+  std::vector<found_peak> left =
+      find_peaks(fit.x, far ? std::span<const double>(fit.y) : residual, fit.var, width, peak_sigma);
   std::erase_if(left, [&](const found_peak& p) {
     return p.height < least_height * highest || near_a_line(p) || (!far && explained_part(p) > explained);
   });
   if (left.empty()) return;
-  double theirs = 0.0, all = 0.0;
+  double theirs = 0.0;
   for (std::size_t i = 0; i < fit.size(); ++i) {
-    const double d = fit.y[i] - fit.calc[i], part = d * d / fit.var[i] - 1.0;
-    all += part;
+    const double d = fit.y[i] - fit.calc[i];
     if (std::ranges::any_of(left, [&](const found_peak& p) {
           return std::abs(fit.x[i] - p.position) < window * width.at(p.position);
         }))
-      theirs += part;
+      theirs += d * d / fit.var[i] - 1.0;
   }
-  const double share = theirs / all;
-  if (share < least_gain || (geometry && !far)) return;
+  const double share = theirs / excess;
+  if (share < least_gain) return;
   remark r = kv_misfit_words::unexplained(left, highest, share);
-  // a cause with few parameters stands first unless it explains less
-  const auto before = std::ranges::find_if(found, [&](const remark& q) {
+  const auto before = std::ranges::find_if(found, [&](const remark& q) {  // the cause that explains more comes first
     return (q.what == kind::width || q.what == kind::background) && q.gain < r.gain;
   });
   found.insert(before, std::move(r));
@@ -280,8 +289,6 @@ void judge::judge_unexplained() {
 void judge::judge_phases() {
   constexpr double apart = 1.0, significant = 3.0;
   if (far && far_phase < 0) return;
-  double highest = 0.0;
-  for (const found_peak& p : peaks) highest = std::max(highest, p.height);
   for (int ph = 0; ph < static_cast<int>(fit.phases.size()); ++ph) {
     const phase_view& phase = fit.phases[static_cast<std::size_t>(ph)];
     if (!phase.contributes || ph == far_phase) continue;

@@ -115,36 +115,49 @@ struct place {
 };
 [[nodiscard]] std::vector<place> merged_lines(const fit_view& fit, const width_line& width, int only_phase);
 
-/// How calculated positions move: by an amount, by a part of tan(theta), by a part of cos(theta).
-enum class movement { common, stretch, displacement };
-/// Position [deg] moved by a [deg; stretch: by ln sin(theta)].
-[[nodiscard]] double moved(movement how, double position, double a);
+/// How calculated positions move: all by the same, by a part of tan(theta) as when cell or wavelength change, by a part
+/// of cos(theta) as when the sample is displaced, or by the first two together.
+enum class family { common, stretch, displacement, common_and_stretch };
+struct movement {
+  double shift = 0;         ///< [deg]
+  double stretch = 0;       ///< of ln sin(theta)
+  double displacement = 0;  ///< coefficient of cos(theta) [deg]
+};
+/// Position [deg] after the movement.
+[[nodiscard]] double moved(const movement& by, double position);
 
 struct match {
-  movement how{};
-  double a = 0;                    ///< amount
-  double sigma = 0;                ///< of the amount, from the scatter
-  double score = 0;                ///< part of the observed peaks (roots of heights) that stand on calculated ones
-  int matched = 0, observed = 0;   ///< peaks
-  double odds = 1;                 ///< chance that lines thrown at random match as well, all trials counted
+  family how{};
+  movement by, sigma;             ///< sigma: from the scatter of the matched peaks
+  double score = 0;               ///< part of the observed peaks (roots of heights) that stand on calculated ones
+  int matched = 0, observed = 0;  ///< peaks
+  double odds = 1;                ///< chance that lines thrown at random match as well, all trials counted
 };
-/// The best movement of one kind within +-reach; reach 0: as it stands.
+/// How observed peaks stand on calculated ones after the movement.
+[[nodiscard]] match match_of(std::span<const found_peak> observed, std::span<const place> calculated,
+                             const width_line& width, const movement& by);
+/// The same, and the movement of the family that the distances of the matched peaks still ask for, with its sigma.
+[[nodiscard]] match refined_match(std::span<const found_peak> observed, std::span<const place> calculated,
+                                  const width_line& width, family how);
+/// The best movement of a family with shifts within +-reach [deg] and stretches within +-largest_stretch.
 [[nodiscard]] match best_match(std::span<const found_peak> observed, std::span<const place> calculated,
-                               const width_line& width, movement how, double reach);
+                               const width_line& width, family how, double reach);
+inline constexpr double largest_stretch = 0.06;
 
 struct moved_sum {
-  double a = 0, sum = 0;
+  movement by;
+  double sum = 0;
 };
-/// Least weighted sum with the Bragg part moved by up to +-reach [deg, at the place of its largest movement] and its
-/// height free.
-[[nodiscard]] moved_sum best_moved_sum(const fit_view& fit, movement how, double reach);
+/// Least weighted sum with the Bragg part moved by up to +-reach [deg] where it moves most, its height free.
+[[nodiscard]] moved_sum best_moved_sum(const fit_view& fit, family how, double reach);
 
-struct width_sum {
-  double factor = 1, sum = 0, sum_now = 0;
+struct width_change {
+  double factor = 1, fall = 0;  ///< fall: of the sum
 };
-/// Least weighted sum over factors on the calculated widths, the heights of the phases free; sum_now: by the same
-/// plain peaks with factor 1.
-[[nodiscard]] width_sum best_width_factor(const fit_view& fit);
+/// Factor on the calculated widths that makes the weighted sum fall most: with plain peaks, the heights of the phases
+/// free, against the smaller of their sum and that of the fit with factor 1; or with the change of plain peaks added to
+/// what was calculated.
+[[nodiscard]] width_change best_width_factor(const fit_view& fit);
 
 /// Bragg part of one phase by plain pseudo-Voigts, widths times factor, for a scale factor of 1.
 [[nodiscard]] std::vector<double> plain_peaks(const fit_view& fit, int phase, double factor);

@@ -1,5 +1,6 @@
 // Peaks: found in a curve, matched with the calculated reflections, moved and widened until the sum is least.
 #include <algorithm>
+#include <array>
 #include <cmath>
 #include <numbers>
 
@@ -87,44 +88,87 @@ struct pair {
 
 class matcher {
  public:
-  matcher(std::span<const found_peak> observed, std::span<const place> calculated, const width_line& width, movement how)
-      : observed_(observed), calculated_(calculated), width_(width), how_(how), moved_(calculated.size()) {}
-
-  std::vector<pair> pairs(double a, double within) {
-    for (std::size_t j = 0; j < moved_.size(); ++j) moved_[j] = moved(how_, calculated_[j].position, a);
-    std::vector<pair> found;
+  matcher(std::span<const found_peak> observed, std::span<const place> calculated, const width_line& width)
+      : observed_(observed), width_(width) {
+    for (const found_peak& p : observed) all_ += std::sqrt(p.height);
+    for (const place& p : calculated) start_.push_back(p.position);
+    place_at({});
+  }
+  void place_at(const movement& by) {
+    moved_.clear();
+    for (const double p : start_) moved_.push_back(moved(by, p));
+  }
+  /// Each observed peak with the nearest calculated one, shifted by so much more, where that is within so many widths.
+  template <class F>
+  void for_pairs(double shift, double within, F&& f) const {
     std::size_t j = 0;
     for (std::size_t i = 0; i < observed_.size() && !moved_.empty(); ++i) {
-      const double p = observed_[i].position;
+      const double p = observed_[i].position - shift;
       while (j + 1 < moved_.size() && std::abs(moved_[j + 1] - p) <= std::abs(moved_[j] - p)) ++j;
-      if (std::abs(p - moved_[j]) <= within * width_.at(p)) found.push_back({i, j, p - moved_[j]});
+      const double width = width_.at(observed_[i].position), distance = p - moved_[j];
+      if (std::abs(distance) <= within * width) f(pair{i, j, distance}, distance / width);
     }
-    return found;
   }
-  double score(double a) {
+  [[nodiscard]] double score(double shift) const {
     constexpr double within = 0.7;
-    double sum = 0.0, all = 0.0;
-    for (const found_peak& p : observed_) all += std::sqrt(p.height);
-    for (const pair& q : pairs(a, within)) {
-      const found_peak& p = observed_[q.observed];
-      sum += std::sqrt(p.height) * (1.0 - std::abs(q.distance) / (within * width_.at(p.position)));
-    }
-    return all > 0.0 ? sum / all : 0.0;
+    double sum = 0.0;
+    for_pairs(shift, within, [&](const pair& q, double in_widths) {
+      sum += std::sqrt(observed_[q.observed].height) * (1.0 - std::abs(in_widths) / within);
+    });
+    return all_ > 0.0 ? sum / all_ : 0.0;
   }
-  /// What the movement by 1 does at the place of an observed peak [deg].
-  [[nodiscard]] double slope(const pair& q) const {
-    const double theta = 0.5 * observed_[q.observed].position * degree;
-    if (how_ == movement::common) return 1.0;
-    return how_ == movement::displacement ? std::cos(theta) : 2.0 * std::tan(theta) / degree;
-  }
+  [[nodiscard]] double position(const pair& q) const { return observed_[q.observed].position; }
 
  private:
   std::span<const found_peak> observed_;
-  std::span<const place> calculated_;
   const width_line& width_;
-  movement how_;
-  std::vector<double> moved_;
+  std::vector<double> start_, moved_;
+  double all_ = 0;
 };
+
+constexpr double match_within = 0.5;  ///< widths between peaks that stand on each other
+
+/// What a movement by 1 does at an angle [deg].
+struct slopes {
+  double shift = 1, stretch = 0, displacement = 0;
+};
+slopes slopes_at(double position) {
+  const double theta = 0.5 * std::min(position, 170.0) * degree;
+  return {1.0, 2.0 * std::tan(theta) / degree, std::cos(theta)};
+}
+
+/// Least squares of the distances of matched peaks on the movements of the family.
+void refine(const matcher& m, match& best) {
+  double a11 = 0, a12 = 0, a22 = 0, b1 = 0, b2 = 0, dd = 0;
+  int n = 0;
+  m.for_pairs(0.0, match_within, [&](const pair& q, double) {
+    const slopes s = slopes_at(m.position(q));
+    const double s1 = best.how == family::stretch        ? s.stretch
+                      : best.how == family::displacement ? s.displacement
+                                                         : 1.0;
+    const double s2 = best.how == family::common_and_stretch ? s.stretch : 0.0;
+    a11 += s1 * s1, a12 += s1 * s2, a22 += s2 * s2;
+    b1 += s1 * q.distance, b2 += s2 * q.distance, dd += q.distance * q.distance;
+    ++n;
+  });
+  const int unknowns = best.how == family::common_and_stretch ? 2 : 1;
+  if (n <= unknowns) return;
+  if (unknowns == 1) a22 = 1.0;
+  const double det = a11 * a22 - a12 * a12;
+  if (!(det > 0.0)) return;
+  const double x1 = (a22 * b1 - a12 * b2) / det, x2 = (a11 * b2 - a12 * b1) / det;
+  const double scatter = std::max(0.0, dd - x1 * b1 - x2 * b2) / (n - unknowns);
+  const double sigma1 = std::sqrt(scatter * a22 / det);
+  best.sigma = {};
+  switch (best.how) {
+    case family::stretch: best.by.stretch += x1, best.sigma.stretch = sigma1; break;
+    case family::displacement: best.by.displacement += x1, best.sigma.displacement = sigma1; break;
+    case family::common_and_stretch:
+      best.by.stretch += x2, best.sigma.stretch = std::sqrt(scatter * a11 / det);
+      [[fallthrough]];
+    case family::common: best.by.shift += x1, best.sigma.shift = sigma1; break;
+  }
+}
 
 /// Four-point interpolation of a curve on ascending abscissae; the ends are continued by their last value.
 double curve_at(std::span<const double> x, std::span<const double> curve, double at, std::size_t& hint) {
@@ -192,11 +236,11 @@ std::pair<double, double> least_on_grid(double first, double step, int n, F&& f)
 
 }  // namespace
 
-double moved(movement how, double position, double a) {
+double moved(const movement& by, double position) {
   const double theta = 0.5 * position * degree;
-  if (how == movement::common) return position + a;
-  if (how == movement::displacement) return position + a * std::cos(theta);
-  return 2.0 * std::asin(std::min(1.0, std::sin(theta) * std::exp(a))) / degree;
+  double at = position;
+  if (by.stretch != 0.0) at = 2.0 * std::asin(std::min(1.0, std::sin(theta) * std::exp(by.stretch))) / degree;
+  return at + by.shift + by.displacement * std::cos(theta);
 }
 
 std::vector<found_peak> find_peaks(std::span<const double> x, std::span<const double> curve,
@@ -251,17 +295,22 @@ std::optional<width_line> observed_width(std::span<const double> x, std::span<co
 
 std::vector<place> merged_lines(const fit_view& fit, const width_line& width, int only_phase) {
   constexpr double resolved = 0.6, least_weight = 0.02;
-  std::vector<double> highest(fit.phases.size(), 0.0);
-  for (const line& l : fit.lines) {
-    double& h = highest[static_cast<std::size_t>(l.phase)];
-    h = std::max(h, l.weight);
-  }
+  constexpr int stretches = 16;  // the strength of a line is told beside its neighbours, so that a wrong B hides none
+  const double low = fit.x.front(), range = fit.x.back() - low;
+  const auto stretch_of = [&](double x) { return std::clamp(static_cast<int>((x - low) / range * stretches), 0, stretches - 1); };
+  std::vector<std::array<double, stretches>> highest(fit.phases.size());
+  for (const line& l : fit.lines)
+    for (const int at : {stretch_of(l.position) - 1, stretch_of(l.position), stretch_of(l.position) + 1}) {
+      if (at < 0 || at >= stretches) continue;
+      double& h = highest[static_cast<std::size_t>(l.phase)][static_cast<std::size_t>(at)];
+      h = std::max(h, l.weight);
+    }
   std::vector<place> lines;
   for (const line& l : fit.lines) {
-    const phase_view& phase = fit.phases[static_cast<std::size_t>(l.phase)];
-    if (!phase.contributes || (only_phase >= 0 && l.phase != only_phase)) continue;
-    const double weight = phase.matching ? 1.0 : l.weight / highest[static_cast<std::size_t>(l.phase)];
-    if (weight > 1e-4) lines.push_back({l.position, weight, phase.matching});
+    const auto ph = static_cast<std::size_t>(l.phase);
+    if (!fit.phases[ph].contributes || (only_phase >= 0 && l.phase != only_phase)) continue;
+    const double strongest = highest[ph][static_cast<std::size_t>(stretch_of(l.position))];
+    lines.push_back({l.position, fit.phases[ph].matching ? 1.0 : l.weight / strongest, fit.phases[ph].matching});
   }
   std::ranges::sort(lines, {}, &place::position);
   std::vector<place> merged;
@@ -278,61 +327,148 @@ std::vector<place> merged_lines(const fit_view& fit, const width_line& width, in
   return merged;
 }
 
-match best_match(std::span<const found_peak> observed, std::span<const place> calculated, const width_line& width,
-                 movement how, double reach) {
-  constexpr double within = 0.5;
-  match best;
-  best.how = how;
-  best.observed = static_cast<int>(observed.size());
-  if (observed.empty() || calculated.empty()) return best;
-  matcher m(observed, calculated, width, how);
-  const double first = observed.front().position, last = observed.back().position;
-  const double narrow = std::min(width.at(first), width.at(last));
-  const double largest = how == movement::stretch ? 2.0 * std::tan(0.5 * std::min(last, 150.0) * degree) / degree : 1.0;
-  const double step = narrow / (3.0 * largest);
-  best.score = m.score(0.0);
-  const int n = static_cast<int>(reach / step);
-  for (int k = -n; k <= n; ++k)
-    if (const double s = m.score(k * step); s > best.score) best.score = s, best.a = k * step;
-  for (int round = 0; round < 4; ++round) {
-    double dd = 0.0, ds = 0.0, ss = 0.0;
-    const auto pairs = m.pairs(best.a, within);
-    for (const pair& q : pairs) {
-      const double s = m.slope(q);
-      ds += q.distance * s, ss += s * s, dd += q.distance * q.distance;
-    }
-    best.matched = static_cast<int>(pairs.size());
-    if (pairs.size() < 2) break;
-    best.sigma = std::sqrt(dd / static_cast<double>(pairs.size() - 1) / ss);
-    if (reach > 0.0) best.a += ds / ss;
-  }
-  best.score = m.score(best.a);
+match match_of(std::span<const found_peak> observed, std::span<const place> calculated, const width_line& width,
+               const movement& by) {
+  match m;
+  m.by = by;
+  m.observed = static_cast<int>(observed.size());
+  if (observed.empty() || calculated.empty()) return m;
+  matcher places(observed, calculated, width);
+  places.place_at(by);
+  m.score = places.score(0.0);
+  places.for_pairs(0.0, match_within, [&](const pair&, double) { ++m.matched; });
+  const double first = observed.front().position, last = observed.back().position, edge = width.at(first);
   double covered = 0.0;
   for (const place& p : calculated)
-    if (p.position > first - narrow && p.position < last + narrow) covered += 2.0 * within * width.at(p.position);
-  const double chance = 1.0 - std::exp(-covered / (last - first + narrow));
-  best.odds = binomial_tail(best.matched, best.observed, chance) * std::max(1.0, 2.0 * n / 3.0);
+    if (const double at = moved(by, p.position); at > first - edge && at < last + edge)
+      covered += 2.0 * match_within * width.at(at);
+  m.odds = binomial_tail(m.matched, m.observed, 1.0 - std::exp(-covered / (last - first + edge)));
+  return m;
+}
+
+match refined_match(std::span<const found_peak> observed, std::span<const place> calculated, const width_line& width,
+                    family how) {
+  match m = match_of(observed, calculated, width, {});
+  m.how = how;
+  if (m.matched > 0) refine(matcher(observed, calculated, width), m);
+  return m;
+}
+
+match best_match(std::span<const found_peak> observed, std::span<const place> calculated, const width_line& width,
+                 family how, double reach) {
+  constexpr double steps_per_width = 3.0;
+  match best;
+  best.how = how;
+  if (observed.empty() || calculated.empty()) return best;
+  const double first = observed.front().position, last = observed.back().position;
+  const double step = std::min(width.at(first), width.at(last)) / steps_per_width;
+  const double stretch_step = step / slopes_at(std::min(last, 150.0)).stretch;
+  const bool shifts = how == family::common || how == family::common_and_stretch;
+  const bool stretches = how == family::stretch || how == family::common_and_stretch;
+  const int n_shift = shifts ? static_cast<int>(reach / step) : 0;
+  const int n_stretch = stretches ? static_cast<int>(largest_stretch / stretch_step) : 0;
+  const int n_displacement = how == family::displacement ? static_cast<int>(reach / step) : 0;
+  matcher places(observed, calculated, width);
+  for (int e = -n_stretch; e <= n_stretch; ++e)
+    for (int c = -n_displacement; c <= n_displacement; ++c) {
+      const movement base{0.0, e * stretch_step, c * step};
+      places.place_at(base);
+      for (int k = -n_shift; k <= n_shift; ++k)
+        if (const double s = places.score(k * step); s > best.score) {
+          best.score = s, best.by = base;
+          best.by.shift = k * step;
+        }
+    }
+  for (int round = 0; round < 4; ++round) {
+    places.place_at(best.by);
+    refine(places, best);
+  }
+  const match found = match_of(observed, calculated, width, best.by);
+  best.score = found.score, best.matched = found.matched, best.observed = found.observed;
+  const double trials = (2.0 * n_shift + 1) * (2.0 * n_stretch + 1) * (2.0 * n_displacement + 1);
+  best.odds = found.odds * std::max(1.0, trials / (steps_per_width * (how == family::common_and_stretch ? 3.0 : 1.0)));
   return best;
 }
 
-moved_sum best_moved_sum(const fit_view& fit, movement how, double reach) {
-  constexpr int steps = 12;
-  std::vector<double> bragg(fit.size()), column(fit.size()), path(fit.size());
-  double largest = 0.0;
-  for (std::size_t i = 0; i < fit.size(); ++i) {
-    bragg[i] = fit.calc[i] - fit.background[i];
-    const double theta = 0.5 * std::min(fit.x[i], 170.0) * degree;
-    path[i] = how == movement::common ? 1.0 : how == movement::stretch ? std::tan(theta) : std::cos(theta);
-    largest = std::max(largest, path[i]);
+namespace {
+
+/// The Bragg part on its way: its sum with observed minus background when it is moved.
+class moving_bragg {
+ public:
+  explicit moving_bragg(const fit_view& f) : fit(f), bragg(f.size()), column(f.size()) {
+    for (std::size_t i = 0; i < fit.size(); ++i) bragg[i] = fit.calc[i] - fit.background[i];
   }
-  const auto sum = [&](double a) {
-    std::size_t hint = 0;
-    for (std::size_t i = 0; i < fit.size(); ++i)
-      column[i] = curve_at(fit.x, bragg, fit.x[i] - a * path[i] / largest, hint);
+  double sum(const movement& by) {
+    move(by);
     return least_sum(fit, {column});
+  }
+  /// One step of Gauss and Newton in shift, stretch and height.
+  movement better(const movement& by, double most) {
+    move(by);
+    double a[3][4] = {};
+    for (std::size_t i = 1; i + 1 < fit.size(); ++i) {
+      const double slope = (column[i + 1] - column[i - 1]) / (fit.x[i + 1] - fit.x[i - 1]);
+      const slopes s = slopes_at(fit.x[i]);
+      const double row[4] = {-slope, -slope * s.stretch, column[i], fit.y[i] - fit.background[i]};
+      for (int j = 0; j < 3; ++j)
+        for (int k = 0; k < 4; ++k) a[j][k] += row[j] * row[k] / fit.var[i];
+    }
+    for (int j = 0; j < 3; ++j) {  // elimination without pivoting: the matrix is positive definite
+      if (!(a[j][j] > 0.0)) return by;
+      for (int r = 0; r < 3; ++r) {
+        if (r == j) continue;
+        const double f = a[r][j] / a[j][j];
+        for (int k = j; k < 4; ++k) a[r][k] -= f * a[j][k];
+      }
+    }
+    const double height = a[2][3] / a[2][2];
+    if (!(height > 0.0)) return by;
+    movement next{a[0][3] / a[0][0] / height, a[1][3] / a[1][1] / height, 0.0};
+    const double low = std::abs(next.shift + next.stretch * slopes_at(fit.x.front()).stretch);
+    const double high = std::abs(next.shift + next.stretch * slopes_at(fit.x.back()).stretch);
+    const double damp = std::min(1.0, most / std::max({low, high, 1e-12}));
+    return {by.shift + damp * next.shift, by.stretch + damp * next.stretch, by.displacement};
+  }
+
+ private:
+  void move(const movement& by) {
+    std::size_t hint = 0;
+    for (std::size_t i = 0; i < fit.size(); ++i) {
+      const slopes s = slopes_at(fit.x[i]);
+      const double from = fit.x[i] - by.shift - by.stretch * s.stretch - by.displacement * s.displacement;
+      column[i] = curve_at(fit.x, bragg, from, hint);
+    }
+  }
+  const fit_view& fit;
+  std::vector<double> bragg, column;
+};
+
+}  // namespace
+
+moved_sum best_moved_sum(const fit_view& fit, family how, double reach) {
+  constexpr int steps = 12;
+  moving_bragg curve(fit);
+  const slopes end = slopes_at(fit.x.back()), start = slopes_at(fit.x.front());
+  const auto by = [&](family one, double a) {
+    if (one == family::stretch) return movement{0.0, a / end.stretch, 0.0};
+    if (one == family::displacement) return movement{0.0, 0.0, a / start.displacement};
+    return movement{a, 0.0, 0.0};
   };
-  const auto [a, least] = least_on_grid(-reach, reach / steps, 2 * steps + 1, sum);
-  return {how == movement::stretch ? a * degree / (2.0 * largest) : a / largest, least};
+  const auto along = [&](family one) {
+    const auto [a, least] = least_on_grid(-reach, reach / steps, 2 * steps + 1,
+                                          [&](double amount) { return curve.sum(by(one, amount)); });
+    return moved_sum{by(one, a), least};
+  };
+  if (how != family::common_and_stretch) return along(how);
+  moved_sum best = along(family::common);
+  if (const moved_sum other = along(family::stretch); other.sum < best.sum) best = other;
+  for (int round = 0; round < 10; ++round) {
+    const movement next = curve.better(best.by, reach / steps);
+    const double sum = curve.sum(next);
+    if (!(sum < best.sum)) break;
+    best = {next, sum};
+  }
+  return best;
 }
 
 std::vector<double> plain_peaks(const fit_view& fit, int phase, double factor) {
@@ -352,19 +488,41 @@ std::vector<double> plain_peaks(const fit_view& fit, int phase, double factor) {
   return sum;
 }
 
-width_sum best_width_factor(const fit_view& fit) {
+width_change best_width_factor(const fit_view& fit) {
   constexpr double largest = 6.0;
   constexpr int steps = 12;
-  const auto sum = [&](double ln_factor) {
-    std::vector<std::vector<double>> columns;
-    for (int ph = 0; ph < static_cast<int>(fit.phases.size()); ++ph)
-      if (fit.phases[static_cast<std::size_t>(ph)].contributes)
-        columns.push_back(plain_peaks(fit, ph, std::exp(ln_factor)));
-    return least_sum(fit, std::move(columns));
+  std::vector<int> phases;
+  for (int ph = 0; ph < static_cast<int>(fit.phases.size()); ++ph)
+    if (fit.phases[static_cast<std::size_t>(ph)].contributes) phases.push_back(ph);
+  std::vector<double> rest(fit.size());  // what is calculated but not plain
+  double now = 0.0;
+  for (std::size_t i = 0; i < fit.size(); ++i) {
+    rest[i] = fit.calc[i] - fit.background[i];
+    now += (fit.y[i] - fit.calc[i]) * (fit.y[i] - fit.calc[i]) / fit.var[i];
+  }
+  const auto add = [&](std::vector<double>& to, const std::vector<double>& plain, double height) {
+    for (std::size_t i = 0; i < fit.size(); ++i) to[i] += height * plain[i];
   };
-  const double reach = std::log(largest);
-  const auto [ln_factor, least] = least_on_grid(-reach, reach / steps, 2 * steps + 1, sum);
-  return {std::exp(ln_factor), least, sum(0.0)};
+  for (const int ph : phases) add(rest, plain_peaks(fit, ph, 1.0), -fit.phases[static_cast<std::size_t>(ph)].scale);
+  struct pair_of_sums {
+    double plain = 0, added = 0;
+  };
+  const auto sums = [&](double factor) {
+    std::vector<std::vector<double>> columns;
+    std::vector<double> added = rest;
+    for (const int ph : phases) {
+      columns.push_back(plain_peaks(fit, ph, factor));
+      add(added, columns.back(), fit.phases[static_cast<std::size_t>(ph)].scale);
+    }
+    return pair_of_sums{least_sum(fit, std::move(columns)), least_sum(fit, {std::move(added)})};
+  };
+  const double plain_now = std::min(now, sums(1.0).plain), reach = std::log(largest);
+  const auto fall = [&](double ln_factor) {
+    const pair_of_sums s = sums(std::exp(ln_factor));
+    return -std::max(plain_now - s.plain, now - s.added);
+  };
+  const auto [ln_factor, least] = least_on_grid(-reach, reach / steps, 2 * steps + 1, fall);
+  return {std::exp(ln_factor), -least};
 }
 
 }  // namespace kv_misfit

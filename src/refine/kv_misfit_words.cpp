@@ -10,12 +10,14 @@ namespace kv_misfit_words {
 namespace {
 
 using kv_misfit::kind;
-using kv_misfit::movement;
+using kv_misfit::family;
 
 /// A number with so many decimals and no blanks.
 std::string fixed(double value, int decimals) {
   std::string s = lmix_fixed_format::fmt_line{}.f(24, decimals, value).str();
-  return s.substr(s.find_first_not_of(' '));
+  s.erase(0, s.find_first_not_of(' '));
+  if (s.ends_with('.')) s.pop_back();
+  return s;
 }
 
 /// A number with three figures.
@@ -71,36 +73,60 @@ remark weights(double variance_ratio, double chi2) {
   return r;
 }
 
+namespace {
+
+/// "below" when the calculated peaks must move up.
+std::string_view side(double amount) { return amount > 0.0 ? "below" : "above"; }
+
+std::string cell_words(const kv_misfit::fit_view& fit, const kv_misfit::match& m, int phase) {
+  const bool several = phase < 0 && std::ranges::count_if(fit.phases, &kv_misfit::phase_view::contributes) > 1;
+  const double percent_of_cell = 100.0 * std::abs(std::expm1(m.by.stretch));
+  const bool large = m.by.stretch > 0.0;
+  std::string text = several ? "all cells" : phase >= 0 ? "the cell of " + phase_name(phase) : "the cell";
+  text += std::string(several ? " are too " : " is too ") + (large ? "large" : "small") + " by " +
+          with_sigma(percent_of_cell, 100.0 * m.sigma.stretch) + " %";
+  if (phase < 0) text += std::string(", or the wavelength is too ") + (large ? "short" : "long") + " by as much";
+  return text;
+}
+
+}  // namespace
+
 remark moved(const kv_misfit::fit_view& fit, const kv_misfit::match& m, int matched_now, int phase,
              std::optional<double> gain) {
   remark r;
   r.phase = phase;
   r.gain = gain.value_or(1.0);
-  const std::string evidence = std::to_string(m.matched) + " of " + std::to_string(m.observed) +
-                               " observed peaks then stand on calculated ones, " + std::to_string(matched_now) +
-                               " as it is" + (gain ? ", and the sum falls by " + percent(*gain) : "") + ".";
-  const std::string side = m.a > 0.0 ? " below" : " above";
-  if (m.how == movement::stretch) {
-    r.what = kind::cell;
-    const double percent_of_cell = 100.0 * std::expm1(m.a);
-    r.numbers = {percent_of_cell, 100.0 * m.sigma};
-    const bool several = std::ranges::count_if(fit.phases, &kv_misfit::phase_view::contributes) > 1 && phase < 0;
-    const std::string amount = with_sigma(std::abs(percent_of_cell), 100.0 * m.sigma) + " %";
-    r.text = "The calculated peaks stand" + side + " the observed ones, farther with growing angle as tan(theta): " +
-             (several      ? std::string("the wavelength, or the cells of all phases,")
-              : phase >= 0 ? "the cell of " + phase_name(phase)
-                           : "the cell, or the wavelength,") +
-             (several ? " must be wrong: cells too " : " is wrong: the cell is too ") + (m.a > 0.0 ? "large" : "small") + " by " + amount +
-             (phase >= 0 ? "" : std::string(", or the wavelength too ") + (m.a > 0.0 ? "short" : "long") + " by as much") + ". " + evidence;
-  } else {
-    r.what = kind::shift;
-    r.numbers = {m.a, m.sigma};
-    const bool displaced = m.how == movement::displacement;
-    r.text = "The calculated peaks stand " + with_sigma(std::abs(m.a), m.sigma) + " deg" +
-             (displaced ? " times cos(theta)" : "") + side + " the observed ones: " +
-             (displaced ? "the displacement of the sample" : "the zero of the scale") + " is wrong. " + evidence;
+  const bool displaced = m.how == family::displacement;
+  const double shift = displaced ? m.by.displacement : m.by.shift;
+  const double shift_sigma = displaced ? m.sigma.displacement : m.sigma.shift;
+  r.numbers = {shift, shift_sigma, 100.0 * std::expm1(m.by.stretch), 100.0 * m.sigma.stretch,
+               double(m.matched), double(m.observed), double(matched_now)};
+  const double at_middle = fit.x[fit.size() / 2];
+  const double by_stretch = kv_misfit::moved({0.0, m.by.stretch, 0.0}, at_middle) - at_middle;
+  r.what = std::abs(by_stretch) > std::abs(shift) ? kind::cell : kind::shift;
+  const std::string amount = with_sigma(std::abs(shift), shift_sigma) + " deg";
+  switch (m.how) {
+    case family::common:
+      r.text = "The calculated peaks stand " + amount + " " + std::string(side(shift)) +
+               " the observed ones: the zero of the scale is wrong.";
+      break;
+    case family::displacement:
+      r.text = "The calculated peaks stand " + amount + " times cos(theta) " + std::string(side(shift)) +
+               " the observed ones: the displacement of the sample, or the zero of the scale, is wrong.";
+      break;
+    case family::stretch:
+      r.text = "The calculated peaks stand " + std::string(side(m.by.stretch)) +
+               " the observed ones, farther with growing angle as tan(theta): " + cell_words(fit, m, phase) + ".";
+      break;
+    case family::common_and_stretch:
+      r.text = "The calculated peaks stand off the observed ones by a common shift and by a part of tan(theta): they are " +
+               amount + " too " + (shift > 0.0 ? "low" : "high") + ", and " + cell_words(fit, m, phase) + ".";
+      break;
   }
-  r.numbers.insert(r.numbers.end(), {double(m.matched), double(m.observed), double(matched_now)});
+  r.text += " With that " + std::to_string(m.matched) + " of " + std::to_string(m.observed) +
+            " observed peaks stand on calculated ones, " + std::to_string(matched_now) + " as it is";
+  if (gain) r.text += ", and the sum falls by " + percent(*gain);
+  r.text += ".";
   return r;
 }
 
@@ -153,7 +179,7 @@ remark unexplained(std::span<const kv_misfit::found_peak> peaks, double highest,
   }
   const bool one = peaks.size() == 1;
   r.text = (one ? "One observed peak is" : std::to_string(peaks.size()) + " observed peaks are") +
-           " explained by no phase; they carry " + percent(gain) + " of the excess of the sum. " +
+           " explained by no phase and " + (one ? "carries " : "carry ") + percent(gain) + " of the excess of the sum. " +
            (one ? "" : "The largest, in per cent of the largest peak: ") + list + ".";
   return r;
 }

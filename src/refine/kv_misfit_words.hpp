@@ -11,8 +11,9 @@ using kv_misfit::remark;
 [[nodiscard]] remark dead_points(const kv_misfit::fit_view& fit, const kv_misfit::dead_point_set& dead);
 /// Numbers: scatter over sigma, chi-square.
 [[nodiscard]] remark weights(double variance_ratio, double chi2);
-/// Numbers: shift [deg] and its sigma, or stretch [% of the cell] and its sigma; peaks matched by it, observed, matched
-/// as they are. gain: share of the excess when it was calculated.
+/// Numbers: shift, or coefficient of cos(theta) [deg], and its sigma; by how much the cell is too large [%] and its
+/// sigma; peaks matched with it, observed, matched as they are. What the movement does not hold is 0. gain: share of the
+/// excess when it was calculated.
 [[nodiscard]] remark moved(const kv_misfit::fit_view& fit, const kv_misfit::match& m, int matched_now, int phase,
                            std::optional<double> gain);
 /// Numbers: factor by which the observed peaks are wider than the calculated ones, observed width [deg].
