@@ -66,7 +66,9 @@ class judge {
   bool take_far(int phase, const std::vector<found_peak>& of);
   [[nodiscard]] std::vector<found_peak> peaks_without_others(int ph) const;
   void judge_model();
+  void judge_width_of_moved();
   void judge_unexplained();
+  void see_scales();
   void judge_phases();
   [[nodiscard]] double gain(double sum) const { return (total - sum) / excess; }
   [[nodiscard]] std::optional<remark> movement_remark() const;
@@ -82,9 +84,11 @@ class judge {
   width_line width;
   std::vector<found_peak> peaks;
   double highest = 0;  ///< of the peaks
-  std::vector<place> lines, calculated_peaks;  ///< calculated: from the list, from the calculated curve
+  std::vector<place> lines;                  ///< calculated, from the list
+  std::vector<found_peak> calculated_peaks;  ///< from the calculated curve
   std::optional<match> far;  ///< movement that brings calculated peaks on observed ones
   int far_phase = -1;
+  std::vector<double> usual_scale;
 };
 
 std::vector<remark> judge::remarks() {
@@ -131,8 +135,8 @@ bool judge::see_peaks() {
   for (const found_peak& p : peaks) highest = std::max(highest, p.height);
   std::erase_if(peaks, [&](const found_peak& p) { return p.height < least_height * highest; });
   lines = merged_lines(fit, width, -1);
-  for (const found_peak& p : find_peaks(fit.x, fit.calc, fit.var, width, peak_sigma))
-    if (p.height >= least_height * highest) calculated_peaks.push_back({p.position, p.height, false});
+  calculated_peaks = find_peaks(fit.x, fit.calc, fit.var, width, peak_sigma);
+  std::erase_if(calculated_peaks, [&](const found_peak& p) { return p.height < least_height * highest; });
   return !peaks.empty();
 }
 
@@ -161,15 +165,17 @@ std::vector<found_peak> judge::peaks_without_others(int ph) const {
 }
 
 bool judge::take_far(int phase, const std::vector<found_peak>& of) {
-  constexpr double reach_in_widths = 20.0, part_of_range = 0.15;
+  constexpr double reach_in_widths = 20.0, largest_zero = 2.5, part_of_range = 0.15;
   constexpr double much_better = 1.5;  // of the score as it stands
   constexpr double clearly = 1.1;      // of the score of a plainer movement
   if (static_cast<int>(of.size()) < fewest_peaks) return false;
   const auto places = merged_lines(fit, width, phase);
   match now = match_of(of, places, width, {});
-  if (const match by_curve = match_of(of, calculated_peaks, width, {}); phase < 0 && by_curve.score > now.score)
+  std::vector<place> tops;
+  for (const found_peak& p : calculated_peaks) tops.push_back({p.position, p.height, false});
+  if (const match by_curve = match_of(of, tops, width, {}); phase < 0 && by_curve.score > now.score)
     now = by_curve;  // asymmetry moves the tops of peaks away from the lines
-  const double reach = std::min(reach_in_widths * width.at(of.front().position),
+  const double reach = std::min(std::max(reach_in_widths * width.at(of.front().position), largest_zero),
                                 part_of_range * (fit.x.back() - fit.x.front()));
   std::optional<match> best;
   for (const family how : {family::common, family::stretch, family::displacement, family::common_and_stretch}) {
@@ -182,7 +188,9 @@ bool judge::take_far(int phase, const std::vector<found_peak>& of) {
   }
   if (!best) return false;
   far = best, far_phase = phase;
-  found.push_back(kv_misfit_words::moved(fit, *best, now.matched, phase, std::nullopt));
+  const remark shifted = kv_misfit_words::moved(fit, *best, now.matched, phase, std::nullopt);
+  found.push_back(shifted);
+  if (phase < 0 && !fit.widths_free) judge_width_of_moved();
   return true;
 }
 
@@ -218,9 +226,19 @@ std::optional<remark> judge::movement_remark() const {
 }
 
 std::optional<remark> judge::width_remark() const {
-  const width_change w = best_width_factor(fit);
+  const width_change w = best_width_factor(fit, width);
   if (std::max(w.factor, 1.0 / w.factor) < least_width_factor) return {};
   return kv_misfit_words::width(w.factor, width.at(0.5 * (fit.x.front() + fit.x.back())), w.fall / excess);
+}
+
+/// Widths that are not refined, beside a movement: where positions are refined, they ran away because of the widths.
+void judge::judge_width_of_moved() {
+  fit_view there = fit;
+  for (line& l : there.lines) l.position = moved(far->by, l.position);
+  const width_change w = best_width_factor(there, width);
+  if (std::max(w.factor, 1.0 / w.factor) < least_width_factor || w.fall < least_gain * excess) return;
+  const auto place = fit.positions_free ? found.end() - 1 : found.end();
+  found.insert(place, kv_misfit_words::width(w.factor, width.at(0.5 * (fit.x.front() + fit.x.back())), w.fall / excess));
 }
 
 std::optional<remark> judge::background_remark() const {
@@ -244,8 +262,25 @@ bool judge::near_a_line(const found_peak& p) const {
     return true;
   double area = 0.0;
   for (const line& l : fit.lines)
-    if (std::abs(l.position - p.position) < reach) area += l.weight * fit.phases[static_cast<std::size_t>(l.phase)].scale;
+    if (std::abs(l.position - p.position) < reach) area += l.weight * usual_scale[static_cast<std::size_t>(l.phase)];
   return !far && area > fair_part * p.height * width.at(p.position);
+}
+
+/// Per phase the scale factor, or what its lines that stand at observed peaks ask for in the middle: a fit with needles
+/// for peaks has a scale that says nothing.
+void judge::see_scales() {
+  for (int ph = 0; ph < static_cast<int>(fit.phases.size()); ++ph) {
+    std::vector<double> asked;
+    for (const found_peak& p : peaks) {
+      double weight = 0.0;
+      for (const line& l : fit.lines)
+        if (l.phase == ph && std::abs(l.position - p.position) < 0.7 * width.at(p.position)) weight += l.weight;
+      if (weight > 0.0) asked.push_back(p.height * width.at(p.position) / weight);
+    }
+    std::ranges::sort(asked);
+    const bool known = 2 * asked.size() > peaks.size();
+    usual_scale.push_back(std::max(fit.phases[static_cast<std::size_t>(ph)].scale, known ? asked[asked.size() / 2] : 0.0));
+  }
 }
 
 /// Calculated over observed Bragg part of the core of a peak.
@@ -259,13 +294,11 @@ double judge::explained_part(const found_peak& p) const {
 }
 
 void judge::judge_unexplained() {
+  see_scales();
   constexpr double explained = 0.25, window = 1.2;
-  std::vector<double> residual(fit.size());
-  for (std::size_t i = 0; i < fit.size(); ++i) residual[i] = fit.y[i] - fit.calc[i];
-  std::vector<found_peak> left =
-      find_peaks(fit.x, far ? std::span<const double>(fit.y) : residual, fit.var, width, peak_sigma);
+  std::vector<found_peak> left = peaks;
   std::erase_if(left, [&](const found_peak& p) {
-    return p.height < least_height * highest || near_a_line(p) || (!far && explained_part(p) > explained);
+    return near_a_line(p) || (!far && explained_part(p) > explained);
   });
   if (left.empty()) return;
   double theirs = 0.0;
@@ -305,7 +338,7 @@ void judge::judge_phases() {
     });
     if (own.empty()) continue;
     // height of the phase from its own lines alone, each point seen once
-    const std::vector<double> shape = plain_peaks(fit, ph, 1.0);
+    const std::vector<double> shape = plain_peaks(fit, ph, line_widths(fit));
     double sv = 0.0, ss = 0.0, top = 0.0, chi2 = 0.0, n = 0.0;
     for (std::size_t i = 0; i < fit.size(); ++i) {
       if (std::ranges::none_of(own, [&](const place& p) {
@@ -354,6 +387,32 @@ std::vector<line> lines_of(const state_type& st, int ip) {
   return lines;
 }
 
+template <class Numbers>
+bool any_refined(const Numbers& numbers, std::initializer_list<int> slots) {
+  return std::ranges::any_of(slots, [&](int k) { return numbers[static_cast<std::size_t>(k)] != 0; });
+}
+
+bool positions_are_refined(const state_type& st, int ip) {
+  namespace gslot = kalvaris_params::gslot;
+  if (any_refined(st.pattern[static_cast<std::size_t>(ip)].lglb,
+                  {gslot::zero, gslot::sycos, gslot::sysin, gslot::lambda}))
+    return true;
+  for (int ph = 0; ph < st.run.nphase; ++ph)
+    if (any_refined(st.mix(ph, ip).lpar,
+                    {slot::cell_a, slot::cell_a + 1, slot::cell_a + 2, slot::cell_a + 3, slot::cell_a + 4, slot::cell_f,
+                     slot::zero_ph, slot::sycos_ph, slot::sysin_ph}))
+      return true;
+  return false;
+}
+
+bool widths_are_refined(const state_type& st, int ip) {
+  for (int ph = 0; ph < st.run.nphase; ++ph)
+    if (any_refined(st.mix(ph, ip).lpar, {slot::u, slot::v, slot::w, slot::x, slot::y, slot::gausiz, slot::lorsiz,
+                                          slot::u_r, slot::v_r, slot::w_r}))
+      return true;
+  return false;
+}
+
 fit_view view_of(const state_type& st, int ip) {
   const pattern_type& p = st.pattern[static_cast<std::size_t>(ip)];
   fit_view fit;
@@ -379,6 +438,8 @@ fit_view view_of(const state_type& st, int ip) {
     fit.phases.push_back(view);
   }
   fit.lines = lines_of(st, ip);
+  fit.positions_free = positions_are_refined(st, ip);
+  fit.widths_free = widths_are_refined(st, ip);
   return fit;
 }
 

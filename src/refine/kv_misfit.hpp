@@ -6,6 +6,7 @@
 // of points, and when its size matters beside the width of the peaks. A fit within its standard deviations, and one
 // whose only fault is that its intensities or peak shapes are not perfect, is left in peace.
 #pragma once
+#include <algorithm>
 #include <optional>
 #include <span>
 #include <string>
@@ -57,6 +58,7 @@ struct fit_view {
   std::vector<phase_view> phases;
   bool two_theta = true;      ///< abscissa in degrees
   bool unit_weights = false;  ///< the scale of var means nothing
+  bool positions_free = false, widths_free = false;  ///< refined: of two causes the one that is held is the likelier
   [[nodiscard]] std::size_t size() const { return x.size(); }
 };
 
@@ -95,7 +97,8 @@ struct found_peak {
 /// Width of the peaks as a straight line over the pattern.
 struct width_line {
   double at_start = 0, slope = 0, x0 = 0;
-  [[nodiscard]] double at(double x) const { return at_start + slope * (x - x0); }
+  double least = 0;
+  [[nodiscard]] double at(double x) const { return std::max(at_start + slope * (x - x0), least); }
 };
 
 /// Maxima of the curve seen through a peak of the width that stands on a straight ground; `least_sigma` heights over
@@ -154,12 +157,14 @@ struct moved_sum {
 struct width_change {
   double factor = 1, fall = 0;  ///< fall: of the sum
 };
-/// Factor on the calculated widths that makes the weighted sum fall most: with plain peaks, the heights of the phases
-/// free, against the smaller of their sum and that of the fit with factor 1; or with the change of plain peaks added to
-/// what was calculated.
-[[nodiscard]] width_change best_width_factor(const fit_view& fit);
+/// Factor on the calculated widths that makes the weighted sum fall most. Three ways are tried: plain peaks with the
+/// factor, or with the observed width, the heights of the phases free, against the smaller of the sums of the fit and
+/// of plain peaks as they are; and the change of the plain peaks by the factor added to what was calculated.
+[[nodiscard]] width_change best_width_factor(const fit_view& fit, const width_line& observed);
 
-/// Bragg part of one phase by plain pseudo-Voigts, widths times factor, for a scale factor of 1.
-[[nodiscard]] std::vector<double> plain_peaks(const fit_view& fit, int phase, double factor);
+/// Bragg part of one phase by plain pseudo-Voigts for a scale factor of 1; widths: of each line of the fit [deg].
+[[nodiscard]] std::vector<double> plain_peaks(const fit_view& fit, int phase, std::span<const double> widths);
+/// The calculated widths of the lines times a factor.
+[[nodiscard]] std::vector<double> line_widths(const fit_view& fit, double factor = 1.0);
 
 }  // namespace kv_misfit

@@ -60,14 +60,14 @@ width_line line_through(std::vector<std::pair<double, double>> of) {
     all.push_back(of[k].second);
     x[half].push_back(of[k].first), w[half].push_back(of[k].second);
   }
-  width_line line{middle_of(all), 0.0, of.front().first};
+  width_line line{middle_of(all), 0.0, of.front().first, 0.0};
   constexpr std::size_t enough = 6;
   if (of.size() < enough) return line;
   const double x0 = middle_of(x[0]), x1 = middle_of(x[1]), w0 = middle_of(w[0]), w1 = middle_of(w[1]);
   line.slope = (w1 - w0) / (x1 - x0);
   line.at_start = w0 + line.slope * (of.front().first - x0);
   const double at_end = line.at(of.back().first), least = 0.5 * std::min(w0, w1);
-  if (line.at_start < least || at_end < least) return {middle_of(all), 0.0, of.front().first};
+  if (line.at_start < least || at_end < least) return {middle_of(all), 0.0, of.front().first, 0.0};
   return line;
 }
 
@@ -268,6 +268,7 @@ std::optional<width_line> observed_width(std::span<const double> x, std::span<co
   constexpr double growth = 1.25, least_sigma = 8.0;
   // the height is largest through a window a little wider than the peak: 1.12 for a Gaussian, 1.22 for a Lorentzian
   constexpr double window_over_width = 1.16;
+  constexpr double narrowest = 2.4;  // in steps: seven points are seen through it
   constexpr std::size_t most = 16;
   if (x.size() < 20) return {};
   const double step = (x.back() - x.front()) / static_cast<double>(x.size() - 1);
@@ -276,8 +277,8 @@ std::optional<width_line> observed_width(std::span<const double> x, std::span<co
     found_peak peak;
   };
   std::vector<candidate> all, taken;
-  for (double width = 2.4 * step; width < 0.05 * (x.back() - x.front()); width *= growth)
-    for (const found_peak& p : find_peaks(x, curve, var, {width, 0.0, x.front()}, least_sigma))
+  for (double width = narrowest * step; width < 0.05 * (x.back() - x.front()); width *= growth)
+    for (const found_peak& p : find_peaks(x, curve, var, {width, 0.0, x.front(), 0.0}, least_sigma))
       all.push_back({width, p});
   std::ranges::stable_sort(all, std::ranges::greater{}, [](const candidate& c) { return c.peak.height; });
   for (const candidate& c : all) {
@@ -290,7 +291,9 @@ std::optional<width_line> observed_width(std::span<const double> x, std::span<co
   if (taken.empty()) return {};
   std::vector<std::pair<double, double>> of;
   for (const candidate& c : taken) of.emplace_back(c.peak.position, c.width / window_over_width);
-  return line_through(std::move(of));
+  width_line line = line_through(std::move(of));
+  line.least = narrowest * step;
+  return line;
 }
 
 std::vector<place> merged_lines(const fit_view& fit, const width_line& width, int only_phase) {
@@ -471,12 +474,19 @@ moved_sum best_moved_sum(const fit_view& fit, family how, double reach) {
   return best;
 }
 
-std::vector<double> plain_peaks(const fit_view& fit, int phase, double factor) {
+std::vector<double> line_widths(const fit_view& fit, double factor) {
+  std::vector<double> widths;
+  for (const line& l : fit.lines) widths.push_back(l.width * factor);
+  return widths;
+}
+
+std::vector<double> plain_peaks(const fit_view& fit, int phase, std::span<const double> widths) {
   constexpr double reach = 10.0;  // in widths
   std::vector<double> sum(fit.size(), 0.0);
-  for (const line& l : fit.lines) {
-    if (l.phase != phase || !(l.weight > 0.0)) continue;
-    const double width = l.width * factor;
+  for (std::size_t k = 0; k < fit.lines.size(); ++k) {
+    const line& l = fit.lines[k];
+    if (l.phase != phase) continue;
+    const double width = widths[k];
     const double gauss = (1.0 - l.eta) * std::sqrt(four_ln2 / std::numbers::pi) / width;
     const double lorentz = l.eta * 2.0 / (std::numbers::pi * width);
     const auto first = std::ranges::lower_bound(fit.x, l.position - reach * width) - fit.x.begin();
@@ -488,40 +498,66 @@ std::vector<double> plain_peaks(const fit_view& fit, int phase, double factor) {
   return sum;
 }
 
-width_change best_width_factor(const fit_view& fit) {
+namespace {
+
+/// Sums of a fit with other widths.
+class widened_fit {
+ public:
+  explicit widened_fit(const fit_view& f) : fit(f), rest_(f.size()) {
+    for (int ph = 0; ph < static_cast<int>(fit.phases.size()); ++ph)
+      if (fit.phases[static_cast<std::size_t>(ph)].contributes) phases_.push_back(ph);
+    for (std::size_t i = 0; i < fit.size(); ++i) {
+      rest_[i] = fit.calc[i] - fit.background[i];
+      now_ += (fit.y[i] - fit.calc[i]) * (fit.y[i] - fit.calc[i]) / fit.var[i];
+    }
+    const auto columns = plain(line_widths(fit));
+    for (std::size_t j = 0; j < phases_.size(); ++j) add(rest_, columns[j], -scale(j));
+    plain_now_ = std::min(now_, least_sum(fit, columns));
+  }
+  /// By how much plain peaks of these widths, with heights of their own, make the sum fall.
+  [[nodiscard]] double fall_plain(std::span<const double> widths) const { return plain_now_ - least_sum(fit, plain(widths)); }
+  /// The same, or by how much their change added to the calculated curve does.
+  [[nodiscard]] double fall(double factor) const {
+    auto columns = plain(line_widths(fit, factor));
+    std::vector<double> added = rest_;
+    for (std::size_t j = 0; j < phases_.size(); ++j) add(added, columns[j], scale(j));
+    return std::max(plain_now_ - least_sum(fit, std::move(columns)), now_ - least_sum(fit, {std::move(added)}));
+  }
+
+ private:
+  [[nodiscard]] std::vector<std::vector<double>> plain(std::span<const double> widths) const {
+    std::vector<std::vector<double>> columns;
+    for (const int ph : phases_) columns.push_back(plain_peaks(fit, ph, widths));
+    return columns;
+  }
+  static void add(std::vector<double>& to, const std::vector<double>& curve, double height) {
+    for (std::size_t i = 0; i < to.size(); ++i) to[i] += height * curve[i];
+  }
+  [[nodiscard]] double scale(std::size_t j) const { return fit.phases[static_cast<std::size_t>(phases_[j])].scale; }
+
+  const fit_view& fit;
+  std::vector<int> phases_;
+  std::vector<double> rest_;  ///< what is calculated but not plain
+  double now_ = 0, plain_now_ = 0;
+};
+
+}  // namespace
+
+width_change best_width_factor(const fit_view& fit, const width_line& observed) {
   constexpr double largest = 6.0;
   constexpr int steps = 12;
-  std::vector<int> phases;
-  for (int ph = 0; ph < static_cast<int>(fit.phases.size()); ++ph)
-    if (fit.phases[static_cast<std::size_t>(ph)].contributes) phases.push_back(ph);
-  std::vector<double> rest(fit.size());  // what is calculated but not plain
-  double now = 0.0;
-  for (std::size_t i = 0; i < fit.size(); ++i) {
-    rest[i] = fit.calc[i] - fit.background[i];
-    now += (fit.y[i] - fit.calc[i]) * (fit.y[i] - fit.calc[i]) / fit.var[i];
+  const widened_fit widened(fit);
+  const double reach = std::log(largest);
+  const auto [ln_factor, least] = least_on_grid(-reach, reach / steps, 2 * steps + 1, [&](double ln_f) {
+    return -widened.fall(std::exp(ln_f));
+  });
+  std::vector<double> widths, ratios;
+  for (const line& l : fit.lines) {
+    widths.push_back(observed.at(l.position));
+    if (l.position > fit.x.front() && l.position < fit.x.back()) ratios.push_back(widths.back() / l.width);
   }
-  const auto add = [&](std::vector<double>& to, const std::vector<double>& plain, double height) {
-    for (std::size_t i = 0; i < fit.size(); ++i) to[i] += height * plain[i];
-  };
-  for (const int ph : phases) add(rest, plain_peaks(fit, ph, 1.0), -fit.phases[static_cast<std::size_t>(ph)].scale);
-  struct pair_of_sums {
-    double plain = 0, added = 0;
-  };
-  const auto sums = [&](double factor) {
-    std::vector<std::vector<double>> columns;
-    std::vector<double> added = rest;
-    for (const int ph : phases) {
-      columns.push_back(plain_peaks(fit, ph, factor));
-      add(added, columns.back(), fit.phases[static_cast<std::size_t>(ph)].scale);
-    }
-    return pair_of_sums{least_sum(fit, std::move(columns)), least_sum(fit, {std::move(added)})};
-  };
-  const double plain_now = std::min(now, sums(1.0).plain), reach = std::log(largest);
-  const auto fall = [&](double ln_factor) {
-    const pair_of_sums s = sums(std::exp(ln_factor));
-    return -std::max(plain_now - s.plain, now - s.added);
-  };
-  const auto [ln_factor, least] = least_on_grid(-reach, reach / steps, 2 * steps + 1, fall);
+  const double by_observed = ratios.empty() ? 0.0 : widened.fall_plain(widths);
+  if (by_observed > -least) return {middle_of(std::move(ratios)), by_observed};
   return {std::exp(ln_factor), -least};
 }
 

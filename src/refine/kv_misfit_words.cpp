@@ -191,7 +191,7 @@ remark empty_phase(int phase, int own_lines, double height, double sigma) {
   r.numbers = {double(own_lines), height, sigma};
   r.text = "Of " + phase_name(phase) + " no peak is observed: at its " + std::to_string(own_lines) +
            " lines away from those of other phases its largest peak would be " + with_sigma(height, sigma) +
-           " % of the largest observed one. It is not there, or its cell is wrong.";
+           " % of the largest observed one. It is not there, or its lines stand elsewhere (cell, wavelength, zero).";
   return r;
 }
 
