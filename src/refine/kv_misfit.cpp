@@ -64,9 +64,11 @@ class judge {
   bool see_peaks();
   bool judge_far_movement();
   bool take_far(int phase, const std::vector<found_peak>& of);
+  [[nodiscard]] bool convinces(const match& m, const match& now, const std::vector<found_peak>& of) const;
   [[nodiscard]] std::vector<found_peak> peaks_without_others(int ph) const;
   void judge_model();
   void judge_width_of_moved();
+  void judge_seen_widths();
   void judge_unexplained();
   void see_scales();
   void judge_phases();
@@ -102,8 +104,10 @@ std::vector<remark> judge::remarks() {
   const bool bad = excess > least_excess * std::sqrt(2.0 * n);
   if (see_peaks()) {
     if (bad) {
+      const std::size_t before = found.size();
       if (!fit.two_theta || !judge_far_movement()) judge_model();
       judge_unexplained();
+      if (found.size() == before) judge_seen_widths();
     }
     judge_phases();
   }
@@ -166,8 +170,7 @@ std::vector<found_peak> judge::peaks_without_others(int ph) const {
 
 bool judge::take_far(int phase, const std::vector<found_peak>& of) {
   constexpr double reach_in_widths = 20.0, largest_zero = 2.5, part_of_range = 0.15;
-  constexpr double much_better = 1.5;  // of the score as it stands
-  constexpr double clearly = 1.1;      // of the score of a plainer movement
+  constexpr double clearly = 1.1;  // of the score of a plainer movement
   if (static_cast<int>(of.size()) < fewest_peaks) return false;
   const auto places = merged_lines(fit, width, phase);
   match now = match_of(of, places, width, {});
@@ -181,17 +184,26 @@ bool judge::take_far(int phase, const std::vector<found_peak>& of) {
   for (const family how : {family::common, family::stretch, family::displacement, family::common_and_stretch}) {
     if (phase >= 0 && how != family::stretch) continue;
     const match m = best_match(of, places, width, how, reach);
-    if (m.matched < fewest_peaks || m.score < much_better * now.score || 5 * m.matched < 2 * m.observed ||
-        m.odds > most_odds)
-      continue;
-    if (!best || m.score > clearly * best->score) best = m;
+    if (convinces(m, now, of) && (!best || m.score > clearly * best->score)) best = m;
   }
   if (!best) return false;
   far = best, far_phase = phase;
-  const remark shifted = kv_misfit_words::moved(fit, *best, now.matched, phase, std::nullopt);
-  found.push_back(shifted);
+  found.push_back(kv_misfit_words::moved(fit, *best, now.matched, phase, std::nullopt));
   if (phase < 0 && !fit.widths_free) judge_width_of_moved();
   return true;
+}
+
+/// A movement that brings many peaks, not by chance, onto lines from which they are a good part of a width away.
+bool judge::convinces(const match& m, const match& now, const std::vector<found_peak>& of) const {
+  constexpr double much_better = 1.5, mends = 0.6, least_part = 0.4, least_distance = 0.25;
+  if (m.matched < fewest_peaks || m.matched < least_part * m.observed || m.odds > most_odds) return false;
+  if (m.score < much_better * now.score && m.score - now.score < mends * (1.0 - now.score)) return false;
+  double square = 0.0;
+  for (const found_peak& p : of) {
+    const double distance = (moved(m.by, p.position) - p.position) / width.at(p.position);
+    square += distance * distance / static_cast<double>(of.size());
+  }
+  return square > least_distance * least_distance;
 }
 
 /// Peaks that overlap with the observed ones: what position, width and background leave in the sum.
@@ -239,6 +251,21 @@ void judge::judge_width_of_moved() {
   if (std::max(w.factor, 1.0 / w.factor) < least_width_factor || w.fall < least_gain * excess) return;
   const auto place = fit.positions_free ? found.end() - 1 : found.end();
   found.insert(place, kv_misfit_words::width(w.factor, width.at(0.5 * (fit.x.front() + fit.x.back())), w.fall / excess));
+}
+
+/// Widths as they are seen in both curves, when no other cause was found: the intensities may be too far off for a sum
+/// to tell.
+void judge::judge_seen_widths() {
+  constexpr double strange = 1.5, far_off = 3.0;
+  if (lines.empty() || total < far_off * static_cast<double>(fit.size())) return;
+  const auto calculated = observed_width(fit.x, fit.calc, fit.var);
+  const double middle = 0.5 * (fit.x.front() + fit.x.back());
+  std::vector<double> told = line_widths(fit);
+  std::ranges::sort(told);
+  const double median = told[told.size() / 2], narrow = width.least;
+  const double factor = width.at(middle) / (!calculated || median < narrow ? median : calculated->at(middle));
+  if (std::max(factor, 1.0 / factor) > strange)
+    found.push_back(kv_misfit_words::width(factor, width.at(middle), std::nullopt));
 }
 
 std::optional<remark> judge::background_remark() const {

@@ -51,8 +51,10 @@ double middle_of(std::vector<double> values) {
   return values[values.size() / 2];
 }
 
-/// A straight line through the medians of the lower and the upper half of the positions.
+/// A straight line through the medians of the lower and the upper half of the positions; the median of all where that
+/// line would fall: a doublet that is not resolved below and resolved above is no narrowing of the peaks.
 width_line line_through(std::vector<std::pair<double, double>> of) {
+  constexpr std::size_t enough = 6;
   std::ranges::sort(of);
   std::vector<double> all, x[2], w[2];
   for (std::size_t k = 0; k < of.size(); ++k) {
@@ -61,13 +63,12 @@ width_line line_through(std::vector<std::pair<double, double>> of) {
     x[half].push_back(of[k].first), w[half].push_back(of[k].second);
   }
   width_line line{middle_of(all), 0.0, of.front().first, 0.0};
-  constexpr std::size_t enough = 6;
   if (of.size() < enough) return line;
   const double x0 = middle_of(x[0]), x1 = middle_of(x[1]), w0 = middle_of(w[0]), w1 = middle_of(w[1]);
+  if (!(w1 > w0)) return line;
   line.slope = (w1 - w0) / (x1 - x0);
   line.at_start = w0 + line.slope * (of.front().first - x0);
-  const double at_end = line.at(of.back().first), least = 0.5 * std::min(w0, w1);
-  if (line.at_start < least || at_end < least) return {middle_of(all), 0.0, of.front().first, 0.0};
+  line.least = 0.5 * w0;
   return line;
 }
 
@@ -292,7 +293,7 @@ std::optional<width_line> observed_width(std::span<const double> x, std::span<co
   std::vector<std::pair<double, double>> of;
   for (const candidate& c : taken) of.emplace_back(c.peak.position, c.width / window_over_width);
   width_line line = line_through(std::move(of));
-  line.least = narrowest * step;
+  line.least = std::max(line.least, narrowest * step);
   return line;
 }
 

@@ -130,14 +130,15 @@ remark moved(const kv_misfit::fit_view& fit, const kv_misfit::match& m, int matc
   return r;
 }
 
-remark width(double factor, double observed, double gain) {
+remark width(double factor, double observed, std::optional<double> gain) {
   remark r;
   r.what = kind::width;
-  r.gain = gain;
+  r.gain = gain.value_or(0.0);
   r.numbers = {factor, observed};
   r.text = "The calculated peaks are " + three_figures(std::max(factor, 1.0 / factor)) + " times too " +
            (factor > 1.0 ? "narrow" : "wide") + "; the observed ones are " + three_figures(observed) +
-           " deg wide in the middle of the pattern. With that the sum falls by " + percent(gain) + ".";
+           " deg wide in the middle of the pattern.";
+  if (gain) r.text += " With that the sum falls by " + percent(*gain) + ".";
   return r;
 }
 

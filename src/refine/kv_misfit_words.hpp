@@ -17,7 +17,7 @@ using kv_misfit::remark;
 [[nodiscard]] remark moved(const kv_misfit::fit_view& fit, const kv_misfit::match& m, int matched_now, int phase,
                            std::optional<double> gain);
 /// Numbers: factor by which the observed peaks are wider than the calculated ones, observed width [deg].
-[[nodiscard]] remark width(double factor, double observed, double gain);
+[[nodiscard]] remark width(double factor, double observed, std::optional<double> gain);
 /// Numbers: mean offset, observed minus calculated; in per cent of the background; places above, below, in all.
 [[nodiscard]] remark background(const kv_misfit::fit_view& fit, const kv_misfit::background_offset& offset, double gain);
 /// Numbers: number of peaks, then position and height [% of the largest] of up to five.
