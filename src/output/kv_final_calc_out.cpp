@@ -140,6 +140,7 @@ void final_calcn_output(state_type& st) {
   for_each_pattern([&](int ip) { name_unwritten_files(st, ip); });
   kv_output_cycles::write_correlations(st);
   write_summary(st);
+  kv_sumarize::write_remarks(st);
   list(st, print_dimensions(st));
 }
 
