@@ -23,15 +23,21 @@ namespace command_line {
 
 namespace {
 
-constexpr std::array<option_row, 9> option_rows{{
+constexpr std::array<option_row, 11> option_rows{{
     {"--help", option_id::help, "print this text and end"},
     {"--version", option_id::version, "print the version and end"},
     {"--formats", option_id::formats, "print the layouts of data files that can be read and end"},
-    {"--strict", option_id::strict, "end with status 3 when the cycles end abnormally"},
+    {"--strict", option_id::strict, "end with status 3 when the cycles end abnormally, without convergence, or with parameters held or left out"},
     {"--explain", option_id::explain,
      "print the control file with the meaning of each value and end; without CODE all lines"},
     {"--check", option_id::check,
      "tell what a run would refuse or what looks wrong, calculate nothing, and end with 1 when it would be refused"},
+    {"--steps", option_id::steps,
+     "whole: take every shift whole; halved (default): halve a shift that reverses the one before", "halved|whole"},
+    {"--intensities", option_id::intensities,
+     "profile matching: together (default): solve intensities with the other parameters; partition: shift the others "
+     "with the answer of the intensities, then divide the profile; fixed: shift at fixed intensities, then divide",
+     "together|partition|fixed"},
     {"--undo", option_id::undo,
      "put the control file back to what it was before its last rewriting; what stood there is kept as CODE.pcr.bak, "
      "and "
@@ -48,7 +54,7 @@ constexpr std::array<status_row, 4> status_rows{{
     {status::ended, "the run reached its end"},
     {status::stopped, "the run was stopped: a file, the control file or the data were refused"},
     {status::usage, "the command line was refused"},
-    {status::abnormal, "with --strict: the cycles ended abnormally"},
+    {status::abnormal, "with --strict: the cycles ended abnormally, without convergence, or with parameters held or left out"},
 }};
 
 void set_option(command& result, option_id id) {
@@ -71,6 +77,9 @@ void set_option(command& result, option_id id) {
     case option_id::check:
       result.check = true;
       break;
+    case option_id::steps:
+    case option_id::intensities:
+      break;  // take a word of their own
     case option_id::undo:
       result.undo = true;
       break;
@@ -81,6 +90,22 @@ void set_option(command& result, option_id id) {
       result.completion = true;
       break;
   }
+}
+
+bool set_choice(command& result, const option_row& row, std::string_view word) {
+  using kalvaris_params::intensity_road;
+  if (row.id == option_id::steps) {
+    result.whole_steps = word == "whole";
+    return result.whole_steps || word == "halved";
+  }
+  for (const auto& [name, road] : {std::pair{"together", intensity_road::together},
+                                   std::pair{"partition", intensity_road::partition},
+                                   std::pair{"fixed", intensity_road::fixed}}) {
+    if (word != name) continue;
+    result.intensities = road;
+    return true;
+  }
+  return false;
 }
 
 std::string refusal_of_words(const command& asked) {
@@ -133,8 +158,10 @@ int one_run(const command& asked, const kalvaris_sub::run_stages& stages, std::o
   kalvaris_params::state_type st;
   kalvaris_sub::write_banner([&](std::string_view line) { out << line << '\n'; });
   set_names(asked, st.io, out);
+  st.run.whole_steps = asked.whole_steps;
+  st.run.intensities = asked.intensities;
   const kalvaris_sub::run_end end = kalvaris_sub::kalvaris(st, stages);
-  return end == kalvaris_sub::run_end::abnormal && asked.strict ? status::abnormal : status::ended;
+  return end != kalvaris_sub::run_end::normal && asked.strict ? status::abnormal : status::ended;
 }
 
 int undo(const command& asked, std::ostream& out) {
@@ -196,6 +223,13 @@ command parse(std::span<const std::string> arguments) {
       return result;
     }
     set_option(result, row->id);
+    if (row->choices.empty()) continue;
+    const std::string choice = ++word == arguments.end() ? std::string() : *word;
+    if (!set_choice(result, *row, choice)) {
+      result.refusal = std::string(row->name) + " wants one of " + std::string(row->choices) +
+                       (choice.empty() ? "" : ", not " + choice);
+      return result;
+    }
   }
   result.words.assign(word, arguments.end());
   const bool reference = result.explain && result.words.empty();

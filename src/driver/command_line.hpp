@@ -8,6 +8,7 @@
 #include <string_view>
 #include <vector>
 
+#include "kalvaris_params.hpp"
 #include "kalvaris_sub.hpp"
 
 namespace command_line {
@@ -22,19 +23,22 @@ enum : int {
 };
 }  // namespace status
 
-enum class option_id { help, version, formats, strict, explain, check, undo, man_page, completion };
+enum class option_id { help, version, formats, strict, explain, check, steps, intensities, undo, man_page, completion };
 
 /// An option: long, and in front of the first word without a dash.
 struct option_row {
   std::string_view name;
   option_id id;
   std::string_view text;
+  std::string_view choices = {};  ///< words of which one follows the option, blank when none does
 };
 std::span<const option_row> options();
 
 struct command {
   bool help = false, version = false, formats = false, strict = false, explain = false, check = false, undo = false,
        man_page = false, completion = false;
+  bool whole_steps = false;
+  kalvaris_params::intensity_road intensities = kalvaris_params::intensity_road::together;
   std::vector<std::string> words;  ///< what follows the options
   std::string refusal;             ///< why the command line is refused, blank when it is not
 };

@@ -117,7 +117,8 @@ run_end kalvaris(state_type& st, const run_stages& stages, bool from_new) {
   }
   bring_to_places(st);
   if (st.run.ctr_err) return run_end::abnormal;
-  return ier == 0 ? run_end::normal : run_end::abnormal;
+  if (ier != 0) return run_end::abnormal;
+  return st.run.cycles_end.whole() ? run_end::normal : run_end::open;
 }
 
 }  // namespace kalvaris_sub

@@ -6,6 +6,7 @@
 
 #include "apply_shifts.hpp"
 #include "kalvaris_codes.hpp"
+#include "kept_intensities.hpp"
 #include "kv_background.hpp"
 #include "kv_iterate_calc_cw.hpp"
 #include "kv_listing_text.hpp"
@@ -135,6 +136,7 @@ void final_calcn_output(state_type& st) {
   kalvaris_codes::restore_codes(st);
   if (!read_pcr_mod::save_pcr(st, false))
     kalvaris_inout::stop_cond(st.io, " => A parameter is not a number: nothing is written", true);
+  for_each_pattern([&](int ip) { kept_intensities::write(st, ip); });
   for_each_pattern([&](int ip) { write_lists(st, ip); });
   for_each_pattern([&](int ip) { kv_prf::write_plot(st, ip); });
   for_each_pattern([&](int ip) { name_unwritten_files(st, ip); });

@@ -11,6 +11,7 @@
 #include "kv_free_intensities.hpp"
 #include "kv_iterate_calc_cw.hpp"
 #include "kv_least_squares.hpp"
+#include "kv_live_slots.hpp"
 #include "kv_rfactors.hpp"
 #include "lmix_fixed_format.hpp"
 #include "lmix_string_utilities.hpp"
@@ -58,9 +59,10 @@ class cycle_runner {
   int run();
 
  private:
-  enum class outcome { go_on, converged, calculation_only, no_descent, failed };
+  enum class outcome { go_on, converged, calculation_only, no_descent, no_peaks, failed };
 
   void prepare();
+  [[nodiscard]] std::vector<kv_least_squares::resting_parameter> absorbed_parameters();
   outcome one_cycle(int cycle);
   // the pattern of a cycle
   void prepare_patterns(int cycle);
@@ -85,6 +87,7 @@ class cycle_runner {
   bool has_converged();
   bool shifts_are_small();
   bool intensities_stand();
+  [[nodiscard]] int pattern_without_peaks() const;
   // what ends the cycles
   bool too_few_points();
   bool starts_from_nothing(double chi2);
@@ -136,6 +139,30 @@ void cycle_runner::prepare() {
   together = matching && st.run.intensities != intensity_road::fixed;
   intensities.resize(static_cast<std::size_t>(st.run.n_patt));
   st.run.cycles_end = {};
+  if (matching) solver.leave_out(absorbed_parameters());
+}
+
+/// Parameters that only scale intensities which follow the pattern: whatever they do, the intensities take it back.
+std::vector<kv_least_squares::resting_parameter> cycle_runner::absorbed_parameters() {
+  const auto n = static_cast<std::size_t>(st.run.maxs) + 1;
+  std::vector<std::string_view> why(n);
+  std::vector<char> acts(n, 0);
+  st.for_each_slot([&](const kalvaris_params::slot_ref& s) {
+    if (s.number < 1 || s.number > st.run.maxs) return;
+    const auto u = static_cast<std::size_t>(s.number);
+    const bool of_matching = s.family == kalvaris_params::slot_family::phase &&
+                             kv_free_intensities::follows_pattern(st.phase[static_cast<std::size_t>(s.owner)]);
+    const std::string_view idle =
+        of_matching ? kv_live_slots::why_phase_slot_is_idle(st, s.owner, s.ip, s.k) : std::string_view();
+    if (idle.empty())
+      acts[u] = 1;
+    else
+      why[u] = idle;
+  });
+  std::vector<kv_least_squares::resting_parameter> list;
+  for (std::size_t i = 1; i < n; ++i)
+    if (!acts[i] && !why[i].empty()) list.push_back({static_cast<int>(i), why[i]});
+  return list;
 }
 
 int cycle_runner::run() {
@@ -201,6 +228,7 @@ cycle_runner::outcome cycle_runner::one_cycle(int cycle) {
   }
   previous_chi2 = chi2;
   if (!has_converged()) return outcome::go_on;
+  if (st.run.maxs > 0 && pattern_without_peaks() > 0) return outcome::no_peaks;
 
   std::fill(st.ne.vector().begin(), st.ne.vector().end(), 0.0);
   st.run.icycle_c = st.run.mcycle;
@@ -459,6 +487,22 @@ bool cycle_runner::intensities_stand() {
   return false;
 }
 
+/// Number (1-based) of a pattern whose calculated peaks all together are within the noise, 0 without one: shifts are
+/// small there only because nothing depends on the parameters any more.
+int cycle_runner::pattern_without_peaks() const {
+  for (int ip = 0; ip < st.run.n_patt; ++ip) {
+    const pattern_type& p = st.pattern[static_cast<std::size_t>(ip)];
+    if (!takes_part(p) || !p.refining()) continue;
+    double significance = 0.0;
+    for (std::size_t i = 0; i < p.yc.size(); ++i)
+      if (!kalvaris_params::kr_excluded(p.kr[i], st.dim.maxreflx))
+        significance += static_cast<double>(p.yc[i]) * p.yc[i] / p.var[i];
+    constexpr double three_sigma = 9.0;
+    if (!(significance > three_sigma * std::max(static_cast<double>(p.bragg.chi2), 1.0))) return ip + 1;
+  }
+  return 0;
+}
+
 // ---- what ends the cycles ------------------------------------------------------------------------------------------
 
 /// Every pattern needs more points under its reflections than its share of the parameters.
@@ -526,6 +570,7 @@ void cycle_runner::tell_end(outcome end) {
   record.end = end == outcome::calculation_only ? how::calculated
                : end == outcome::converged      ? how::converged
                : end == outcome::no_descent     ? how::no_descent
+               : end == outcome::no_peaks       ? how::no_peaks
                : st.run.finish_required         ? how::asked_to
                                                 : how::used_up;
   if (end != outcome::calculation_only) collect_remarks();
@@ -535,6 +580,9 @@ void cycle_runner::tell_end(outcome end) {
   if (record.end == how::asked_to) tell(" The cycles ended on request, without convergence" + not_small);
   if (record.end == how::no_descent)
     tell(" WARNING: no shift lowers the weighted sum of squares any more, without convergence" + not_small);
+  if (record.end == how::no_peaks)
+    tell(" WARNING: no calculated intensity is left in pattern" + cycle_number(pattern_without_peaks()) +
+         ": its peaks miss the observed ones. Start with better zero, cell and widths, or with fewer parameters");
   for (const std::string& remark : record.remarks) tell(" WARNING: " + remark);
   const bool normal = record.end == how::converged || record.end == how::calculated;
   console(normal ? "Normal end, final calculations and writing..." : "End without convergence, final calculations and writing...");

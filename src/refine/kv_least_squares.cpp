@@ -134,8 +134,10 @@ solution solver::solve(state_type& st, double lambda, double chi2, bool leave_ou
   constexpr double smallest_diagonal = 1.0e-30;
   const equations eq(st);
   solution result;
+  result.resting = left_out_;
   for (int i = 0; i < eq.n; ++i) {
-    if (eq.diagonal(i) >= smallest_diagonal) continue;
+    const bool out = std::ranges::find(left_out_, i + 1, &resting_parameter::n) != left_out_.end();
+    if (out || eq.diagonal(i) >= smallest_diagonal) continue;
     result.without_effect.push_back(i);
     result.resting.push_back({i + 1, no_effect});
   }

@@ -4,6 +4,7 @@
 #pragma once
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 #include "apply_shifts.hpp"
@@ -35,6 +36,9 @@ class solver {
   /// of ending it.
   solution solve(kalvaris_params::state_type& st, double lambda, double chi2, bool leave_out);
 
+  /// Parameters that take no part in any cycle.
+  void leave_out(std::vector<resting_parameter> parameters) { left_out_ = std::move(parameters); }
+
   /// Parameters that the shifts of a cycle brought to an edge; one that wants inward again is free again.
   void hold(const std::vector<apply_shifts::held_parameter>& held);
 
@@ -46,6 +50,7 @@ class solver {
   void move_linear_alone(const equations& eq, double lambda, double chi2, std::vector<double>& shifts,
                          solution& result);
 
+  std::vector<resting_parameter> left_out_;
   std::vector<apply_shifts::held_parameter> held_;
   bool scales_alone_ = false;       ///< the rule of the scale factors acted in the cycle before
   std::vector<char> linear_;        ///< by parameter (0-based): the pattern is linear in it

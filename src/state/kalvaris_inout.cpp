@@ -42,7 +42,7 @@ struct file_row {
   std::array<std::string_view, 4> names;
 };
 
-constexpr std::array<file_row, 39> file_table{{
+constexpr std::array<file_row, 41> file_table{{
     {-1, variant::plain, 1, open_mode::read, {"%c.new"}},
     {1, variant::plain, 1, open_mode::read, {"%c.pcr"}},
     {3, variant::plain, 3, open_mode::replace, {"%c.sym"}},
@@ -67,6 +67,8 @@ constexpr std::array<file_row, 39> file_table{{
     {14, variant::plain, 14, open_mode::replace, {"%c.sim"}},
     {15, variant::plain, 18, open_mode::replace, {"%c%p.sch"}},
     {16, variant::plain, 19, open_mode::replace, {"%c.new"}},
+    {108, variant::plain, 39, open_mode::read, {"%c%p%t.ints"}},
+    {109, variant::plain, 39, open_mode::replace, {"%c%p%t.ints"}},
     {17, variant::plain, 21, open_mode::replace, {"%c%t.inp"}},
     {17, variant::other, 21, open_mode::replace, {"%c.ins"}},
     {18, variant::plain, 22, open_mode::replace, {"%c%p.atm"}},

@@ -35,7 +35,8 @@ enum : int {
   new_control = 19,
   corrections = 25,
   control_out = 37,
-  control_backup = 38
+  control_backup = 38,
+  kept_intensities = 39
 };
 }
 
@@ -60,6 +61,8 @@ enum : int {
   plot_xvgr = 105,       ///< the plot file as data sets for xmgrace
   plot_xy = 106,         ///< the plot file as plain columns
   plot_agr = 107,        ///< the plot file as an xmgrace project
+  intensities_in = 108,   ///< intensities that profile matching ended with, of a phase
+  intensities_out = 109,
   per_pattern = 1000     ///< no file: from now on the names carry the pattern number
 };
 }

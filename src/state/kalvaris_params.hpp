@@ -602,6 +602,7 @@ struct pattern_type {
   std::vector<int> iww;                     ///< detectors summed into the point
   std::vector<float> yc;                    ///< calculated Bragg sum (the cycle)
   std::vector<float> bk;                    ///< background (the background model)
+  std::vector<std::uint8_t> bk_cut;         ///< points where a refined background left its range and was set to 0
   std::vector<std::int64_t> kr;             ///< packed range of reflections of the point (assignk)
   std::vector<std::vector<float>> bk_pr;    ///< user profiles of the background on the grid of the data
 
@@ -762,6 +763,7 @@ struct cycles_end_type {
     used_up,      ///< all cycles that were asked for, without convergence
     asked_to,     ///< by a request to finish
     no_descent,   ///< no shift lowers the sum, and the shifts are not small
+    no_peaks,     ///< nothing is left of the calculated peaks of a pattern
     broken_off,   ///< divergence, singular matrix, too few points
   };
   how end = how::not_run;
