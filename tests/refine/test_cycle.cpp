@@ -161,7 +161,7 @@ TEST(ApplyShifts, MultipliersLimitsAndDeviations) {
     SCOPED_TRACE(testing::Message() << t.code_1 << ' ' << t.code_2 << ' ' << t.shift);
     kp::state_type st = asymmetry_of(t.code_1, t.code_2, t.shift);
     if (t.limited != 0) st.run.limits.push_back({1, t.low, t.high, 0.f, 0, ""}), st.run.nrell = 1;
-    const auto report = apply_shifts::apply(st);
+    const auto report = apply_shifts::apply(st, apply_shifts::multiplier_at_guard::halved);
     EXPECT_FLOAT_EQ(st.mixes[0].par[kp::slot::asy1], t.p1);
     EXPECT_FLOAT_EQ(st.mixes[0].par[kp::slot::asy2], t.p2);
     ASSERT_EQ(report.changes.size(), t.code_2 == 0.f ? 1u : 2u);
@@ -200,7 +200,7 @@ TEST(ApplyShifts, GuardsFixTheValueAndHalveTheMultiplier) {
       apply_shifts::set_reference_multipliers(st);
       st.ne.reset(1);
       st.ne.vx(0) = code > 0 ? -0.05 : 0.05;
-      const auto report = apply_shifts::apply(st);
+      const auto report = apply_shifts::apply(st, apply_shifts::multiplier_at_guard::halved);
       EXPECT_FLOAT_EQ(st.mixes[0].par[k], t.guarded);
       EXPECT_FLOAT_EQ(std::abs(st.mixes[0].apar[k]), t.outward != 0 ? 0.5f : 1.f);
       EXPECT_EQ(report.warnings.empty(), t.outward == 0);
@@ -222,7 +222,7 @@ TEST(ApplyShifts, RadiationFollowsItsParameters) {
   st.ne.reset(2);
   st.ne.vx(0) = 0.01, st.ne.vx(1) = -0.03;
   const std::array<float, 2> before = p.lamda;
-  apply_shifts::apply(st);
+  apply_shifts::apply(st, apply_shifts::multiplier_at_guard::halved);
   EXPECT_FLOAT_EQ(p.lamda[0], before[0] + 0.01f);
   EXPECT_FLOAT_EQ(p.lamda[1] / p.lamda[0], before[1] / before[0]);
   EXPECT_FLOAT_EQ(p.ratio[1], 0.47f);
@@ -354,7 +354,7 @@ TEST(Bragg, PartitionGivesBackTheIntensitiesOfAPerfectModel) {
   refinement r(0.0);
   kv_background::build(r.st.pattern[0]);
   kv_iterate_calc_cw::calc_patterns_2theta(r.st, 0, false);
-  kv_iterate_calc_cw::bragg(r.st, 0);
+  kv_iterate_calc_cw::bragg(r.st, 0, kv_iterate_calc_cw::intensity_update::partition);
   EXPECT_LT(r.st.mixes[0].r_bragg, 0.05f);
   EXPECT_LT(r.st.mixes[0].r_f, 0.05f);
 }
@@ -368,7 +368,7 @@ TEST(Bragg, LeBailFindsTheIntensitiesFromEqualOnes) {
   std::fill(p.refl.ff.begin(), p.refl.ff.end(), 50.f);
   for (int cycle = 0; cycle < 60; ++cycle) {
     kv_iterate_calc_cw::calc_patterns_2theta(r.st, 0, false);
-    kv_iterate_calc_cw::bragg(r.st, 0);
+    kv_iterate_calc_cw::bragg(r.st, 0, kv_iterate_calc_cw::intensity_update::partition);
   }
   std::map<long, std::array<double, 2>> of_spacing;  // h k l and k h l stand at one place: only their sum is observed
   for (std::size_t k = 0; k < truth.size(); ++k) {
@@ -405,7 +405,7 @@ TEST(Bragg, ExtractedIntensitiesStayAboveZero) {
   for (std::size_t i = 0; i < p.y.size(); ++i)
     if (p.txv[i] > 40.f) p.y[i] = 0.5f * p.bk[i];
   kv_iterate_calc_cw::calc_patterns_2theta(r.st, 0, false);
-  kv_iterate_calc_cw::bragg(r.st, 0);
+  kv_iterate_calc_cw::bragg(r.st, 0, kv_iterate_calc_cw::intensity_update::partition);
   for (const float f : p.refl.ff) EXPECT_GT(f, 0.f);
 }
 
