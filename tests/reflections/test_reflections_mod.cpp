@@ -6,6 +6,7 @@
 #include <numeric>
 #include <set>
 
+#include "../own_directory.hpp"
 #include "kv_peak_geometry.hpp"
 #include "reflections_mod.hpp"
 #include "small_state.hpp"
@@ -85,14 +86,14 @@ std::vector<triple> indices(const kalvaris_params::reflection_list& list, int wa
 small_state::fixture rock_salt() { return phase_of("F m -3 m", {5, 5, 5, 90, 90, 90}); }
 
 std::string write_list(const std::string& text) {
-  std::ofstream(testing::TempDir() + "list.hkl") << text;
+  std::ofstream(own_directory() + "list.hkl") << text;
   return "list.hkl";
 }
 small_state::fixture with_list(const std::string& text, int jbt, int irf) {
   auto f = rock_salt();
   f.st.phase[0].jbt = jbt;
   f.st.mix(0, 0).irf = irf;
-  f.st.io.directory = testing::TempDir();
+  f.st.io.directory = own_directory();
   f.st.mix(0, 0).file_hkl = write_list(text);
   return f;
 }
@@ -145,15 +146,14 @@ TEST(Genera, RowsHoldAngleWidthAndLorentzFactor) {
 TEST(Genera, BothWavelengthsAreCoveredWhicheverIsLonger) {
   for (const std::array<float, 2> lamda : {std::array<float, 2>{1.5f, 1.6f}, {1.6f, 1.5f}}) {
     SCOPED_TRACE(lamda[0]);
-    auto f = phase_of("F m -3 m", {20, 20, 20, 90, 90, 90});
+    auto f = phase_of("F m -3 m", {9, 9, 9, 90, 90, 90});
     f.pattern().lamda = lamda;
     f.pattern().single_wave = false;
     f.pattern().wdt = 0.f;
     genera(f.st, 0, 0);
     for (const int wave : {1, 2}) {
       const double l = lamda[static_cast<std::size_t>(wave - 1)];
-      const auto expected =
-          orbits(f.st.phase[0], {20, 20, 20, 90, 90, 90}, std::sin(5 * rad) / l, std::sin(60 * rad) / l);
+      const auto expected = orbits(f.st.phase[0], {9, 9, 9, 90, 90, 90}, std::sin(5 * rad) / l, std::sin(60 * rad) / l);
       EXPECT_EQ(indices(f.pattern().refl, wave).size(), expected.size());
     }
   }
@@ -293,7 +293,7 @@ TEST(Reflec, DefaultFileHasTwoTitleLines) {
   f.st.mix(0, 0).file_hkl.clear();
   f.st.io.filenam = "reflec_default";
   f.st.io.filedat = {"reflec_default"}, f.st.io.extdat = {".dat"};
-  std::ofstream(testing::TempDir() + "reflec_default1.hkl") << "title 1 1 1 8\ntitle\n1 1 1 8\n";
+  std::ofstream(own_directory() + "reflec_default1.hkl") << "title 1 1 1 8\ntitle\n1 1 1 8\n";
   make_list(f.st, 0);
   EXPECT_EQ(f.pattern().refl.size(), 1);
 }
