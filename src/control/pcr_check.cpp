@@ -100,15 +100,14 @@ void preferred_orientation(examination& e) {
     }
 }
 
-constexpr std::array<check_row, 15> checks{{
+constexpr std::array<check_row, 14> checks{{
     {"requests that cannot be calculated", obstacles},
     {"ranges that contradict themselves", ranges},
     {"requests for a number without automatic codes", requests_without_automatic},
-    {"parameter numbers that no code carries, or that are not refined", numbers},
+    {"parameter numbers above the most that a run can refine", numbers_too_high},
     {"parameters that share a number and do not fit", shared_numbers},
     {"codes on slots that the model does not use", idle_slots},
     {"starting values outside of their limits", boxes},
-    {"restraints and limits of parameters that are none", restraint_numbers},
     {"parameters that cannot be told apart", degenerate_sets},
     {"cells that the lattice does not allow", cells},
     {"atoms beside a special position", near_special_positions},
@@ -126,17 +125,21 @@ examination::examination(state_type& state, const line_table& where) : st(state)
   for (const pattern_type& p : st.pattern) calculation_only = calculation_only || !p.refining();
   st.for_each_slot([&](const slot_ref& s) {
     if (s.code == 0.f) return;
-    coded_slot c{kalvaris_codes::place_of(s), s.value, kalvaris_codes::split(s.code), false};
-    const bool requested = std::abs(c.code.multiplier) > kalvaris_codes::smallest_multiplier;
-    c.refined = !calculation_only &&
-                (automatic ? c.code.number > 0 || requested : c.code.number >= 1 && c.code.number <= st.run.maxs);
-    coded.push_back(c);
-    const auto n = static_cast<std::size_t>(c.code.number);
-    if (c.code.number < 1 || c.code.number > st.dim.maxparam) return;
+    coded.push_back({kalvaris_codes::place_of(s), s.value, kalvaris_codes::split(s.code), false});
+    const auto n = static_cast<std::size_t>(coded.back().code.number);
+    if (n < 1 || coded.back().code.number > st.dim.maxparam) return;
     if (of.size() <= n) of.resize(n + 1);
-    of[n].push_back(c);
+    of[n].push_back(coded.back());
   });
-  of.resize(std::max(of.size(), static_cast<std::size_t>(std::max(st.run.maxs, 0)) + 1));
+  std::vector<char> carried(of.size(), 0);
+  for (std::size_t n = 1; n < of.size(); ++n) carried[n] = !of[n].empty();
+  number_now = kalvaris_codes::closed_up(carried);
+  for (int& n : number_now)
+    if (calculation_only || (!automatic && n > st.run.maxs)) n = 0;
+  for (coded_slot& c : coded) {
+    const bool asks = c.code.number == 0 && std::abs(c.code.multiplier) > kalvaris_codes::smallest_multiplier;
+    c.refined = asks ? automatic && !calculation_only : refines(c.code.number);
+  }
 }
 
 void examination::error(int line, std::string text, std::string advice) {

@@ -162,10 +162,10 @@ void near_special_positions(examination& e) {
 namespace {
 
 /// A shift of one parameter takes the quantity off what its site allows.
-bool leaves_site(std::span<const float> codes, const sym::site_relations& site, const state_type& st) {
+bool leaves_site(std::span<const float> codes, const sym::site_relations& site, const examination& e) {
   std::vector<int> numbers;
   for (const float code : codes)
-    if (const int n = kalvaris_codes::split(code).number; n >= 1 && n <= st.run.maxs) numbers.push_back(n);
+    if (const int n = kalvaris_codes::split(code).number; e.refines(n)) numbers.push_back(n);
   for (const int n : numbers) {
     std::array<float, 6> shift{};
     for (std::size_t i = 0; i < codes.size(); ++i)
@@ -191,7 +191,7 @@ void codes_of_sites(examination& e) {
     const auto stabiliser = sym::get_stabilizerc(x, phase.spgr);
     const std::span<float, kalvaris_params::NAT_P + 1> codes(atom.a);
     const std::string advice = "Write the codes ";
-    if (leaves_site(codes.subspan<aslot::x, 3>(), sym::position_relations(stabiliser), e.st)) {
+    if (leaves_site(codes.subspan<aslot::x, 3>(), sym::position_relations(stabiliser), e)) {
       std::array<float, 3> right{atom.a[aslot::x], atom.a[aslot::y], atom.a[aslot::z]};
       kalvaris_codes::get_atompos_ctr(x, phase.spgr, right, fresh);
       e.warn(e.line_of_code({slot_family::atom, ia, 0, aslot::x}),
@@ -199,7 +199,7 @@ void codes_of_sites(examination& e) {
                  " of its coordinates take it off its special position " + vector_text(x),
              advice + code_text(right) + ", or set Aut to 1.");
     }
-    if (leaves_site(codes.subspan<aslot::b11, 6>(), sym::beta_relations(stabiliser), e.st)) {
+    if (leaves_site(codes.subspan<aslot::b11, 6>(), sym::beta_relations(stabiliser), e)) {
       std::array<float, 6> right{};
       std::copy_n(atom.a.begin() + aslot::b11, 6, right.begin());
       kalvaris_codes::get_atombet_ctr(x, phase.spgr, right, fresh);

@@ -17,27 +17,10 @@ namespace {
 
 std::string number_text(int n) { return "parameter " + std::to_string(n); }
 
-/// Numbers as ranges: "3, 7 to 9".
-std::string list_text(const std::vector<int>& numbers) {
-  std::string text;
-  for (std::size_t i = 0; i < numbers.size();) {
-    std::size_t j = i;
-    while (j + 1 < numbers.size() && numbers[j + 1] == numbers[j] + 1) ++j;
-    if (!text.empty()) text += ", ";
-    text += std::to_string(numbers[i]);
-    if (j > i) text += (j > i + 1 ? " to " : ", ") + std::to_string(numbers[j]);
-    i = j + 1;
-  }
-  return text;
-}
-
-/// The first slots by name, at most four.
-std::string names_of(const examination& e, const std::vector<coded_slot>& slots) {
-  constexpr std::size_t most = 4;
-  std::string text;
-  for (std::size_t i = 0; i < std::min(slots.size(), most); ++i) text += (i ? ", " : "") + e.name(slots[i].place);
-  if (slots.size() > most) text += " and " + std::to_string(slots.size() - most) + " more";
-  return text;
+std::vector<slot_place> places_of(const std::vector<coded_slot>& slots) {
+  std::vector<slot_place> places;
+  for (const coded_slot& c : slots) places.push_back(c.place);
+  return places;
 }
 
 }  // namespace
@@ -49,40 +32,19 @@ void requests_without_automatic(examination& e) {
   for (const coded_slot& c : e.coded)
     if (c.code.number == 0 && std::abs(c.code.multiplier) > kalvaris_codes::smallest_multiplier) asked.push_back(c);
   if (asked.empty()) return;
-  e.warn(e.line_of_code(asked.front().place),
-         "codes below 10 (or words on a VARY line) ask for parameter numbers, but automatic codes are off (Aut 0), so "
-         "that nothing is refined by them: " +
-             names_of(e, asked),
-         "Set Aut to 1, or write codes with a number, such as 21.00.");
+  const kalvaris_params::notice told = kalvaris_codes::unnumbered_requests(e.st, places_of(asked));
+  e.warn(e.line_of_code(asked.front().place), told.text, told.advice);
 }
 
-void numbers(examination& e) {
-  const auto& run = e.st.run;
+void numbers_too_high(examination& e) {
   std::vector<coded_slot> too_high;
   for (const coded_slot& c : e.coded)
     if (c.code.number > e.st.dim.maxparam) too_high.push_back(c);
-  if (!too_high.empty())
-    e.error(e.line_of_code(too_high.front().place),
-            "parameter numbers above " + std::to_string(e.st.dim.maxparam) +
-                ", the most that a run can refine: " + names_of(e, too_high),
-            "A code is 10 times the number, plus the multiplier.");
-  const bool all_take_part = std::ranges::none_of(e.st.pattern, [](const pattern_type& p) { return p.affpat == 0; });
-  const bool refining = std::ranges::all_of(e.st.pattern, [](const pattern_type& p) { return p.refining(); });
-  if (run.automatic || !all_take_part || !refining) return;
-  std::vector<int> missing, beyond;
-  for (int n = 1; n < static_cast<int>(e.of.size()); ++n) {
-    const bool carried = !e.of[static_cast<std::size_t>(n)].empty();
-    if (n <= run.maxs && !carried) missing.push_back(n);
-    if (n > run.maxs && carried) beyond.push_back(n);
-  }
-  if (!missing.empty())
-    e.error(0,
-            "no code carries the parameter number " + list_text(missing) + ", but " + std::to_string(run.maxs) +
-                " parameters are to be refined",
-            "Number the codes without gaps, or set Aut to 1.");
-  if (!beyond.empty())
-    e.note(0, "codes with the numbers " + list_text(beyond) + " stay fixed: " + std::to_string(run.maxs) +
-                  " parameters are to be refined");
+  if (too_high.empty()) return;
+  e.error(e.line_of_code(too_high.front().place),
+          "parameter numbers above " + std::to_string(e.st.dim.maxparam) +
+              ", the most that a run can refine: " + kalvaris_codes::name_list(e.st, places_of(too_high)),
+          "A code is 10 times the number, plus the multiplier.");
 }
 
 // ---- parameters that share a number
@@ -219,23 +181,6 @@ void boxes(examination& e) {
                text_of(static_cast<double>(limit.vlim1)) + " to " + text_of(static_cast<double>(limit.vlim2)),
            "Start it inside, or widen the limits.");
   }
-}
-
-void restraint_numbers(examination& e) {
-  if (e.st.run.automatic) return;
-  const auto carried = [&](int n) {
-    return n <= e.st.run.maxs && n < static_cast<int>(e.of.size()) && !e.of[static_cast<std::size_t>(n)].empty();
-  };
-  std::vector<int> limits, restraints;
-  for (const auto& limit : e.st.run.limits)
-    if (!carried(limit.number)) limits.push_back(limit.number);
-  for (const auto& restraint : e.st.run.linear)
-    for (const int n : restraint.para)
-      if (!carried(n)) restraints.push_back(n);
-  const char* const advice = "Take the line out, or refine the parameter.";
-  if (!limits.empty()) e.warn(0, "limits of parameters that are not refined: " + list_text(limits), advice);
-  if (!restraints.empty())
-    e.warn(0, "linear restraints on parameters that are not refined: " + list_text(restraints), advice);
 }
 
 // ---- sets that one more parameter makes degenerate

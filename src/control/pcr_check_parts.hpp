@@ -28,8 +28,13 @@ struct examination {
   std::vector<finding> found;
   std::vector<coded_slot> coded;            ///< all slots with a word that is not 0
   std::vector<std::vector<coded_slot>> of;  ///< per parameter number the slots that carry it
+  std::vector<int> number_now;              ///< per parameter number that of a run, 0: not refined
 
   examination(state_type& state, const line_table& where);
+  [[nodiscard]] bool refines(int number) const {
+    return number > 0 && number < static_cast<int>(number_now.size()) &&
+           number_now[static_cast<std::size_t>(number)] > 0;
+  }
   void error(int line, std::string text, std::string advice = {});
   void warn(int line, std::string text, std::string advice = {});
   void note(int line, std::string text, std::string advice = {});
@@ -55,11 +60,10 @@ struct check_row {
 
 // Checks of codes and their numbers (pcr_check_codes.cpp).
 void requests_without_automatic(examination& e);
-void numbers(examination& e);
+void numbers_too_high(examination& e);
 void shared_numbers(examination& e);
 void idle_slots(examination& e);
 void boxes(examination& e);
-void restraint_numbers(examination& e);
 void degenerate_sets(examination& e);
 
 // Checks of atoms and cells (pcr_check_atoms.cpp).

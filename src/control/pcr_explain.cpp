@@ -80,6 +80,7 @@ class explainer {
   [[nodiscard]] std::size_t same_meaning(const kept_line& line, std::size_t from) const;
   [[nodiscard]] std::string code_words(const entry& e);
   void explain_line(const kept_line& line);
+  void name_missing_files(int line);
   void list_fields(const kept_line& line);
   void list_compactly(const kept_line& line, int first_seen);
   void list_parameters();
@@ -270,6 +271,11 @@ void explainer::explain_line(const kept_line& line) {
   }
 }
 
+void explainer::name_missing_files(int line) {
+  for (const kalvaris_inout::missing_file& missing : st_.io.missing_files)
+    if (missing.line == line) out_ += std::string(indent) + missing.words + '\n';
+}
+
 void explainer::list_parameters() {
   if (parameters_.empty()) return;
   out_ += "\nRefined parameters and the lines of their codes:\n";
@@ -307,6 +313,7 @@ std::string explainer::run() {
     std::replace(shown.begin(), shown.end(), '\t', ' ');
     out_ += lmix_fixed_format::fmt_line{}.i(5, number).a(" | ").a(shown).str() + '\n';
     if (kept != of_.kept.lines.end() && kept->number == number) explain_line(*kept++);
+    name_missing_files(number);
   }
   list_parameters();
   return std::move(out_);

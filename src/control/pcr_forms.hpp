@@ -160,7 +160,9 @@ inline constexpr std::array form_factor_fields{
     field{"c", 'f', "constant", "electrons"}};
 inline constexpr line_form form_factor{"coefficients of the form factor", "below a scattering entry, Nsc positive",
                                        form_factor_fields};
-inline constexpr std::array maxs_fields{field{"Maxs", 'i', "number of refined parameters; with Aut 1 it is counted"}};
+inline constexpr std::array maxs_fields{field{
+    "Maxs", 'i',
+    "number of refined parameters: fewer than the codes carry keeps the highest fixed; with Aut 1 it is counted"}};
 inline constexpr line_form maxs{"number of refined parameters", "always", maxs_fields};
 
 inline constexpr std::array more_global_fields{field{"More", 'i', "lines that follow", {}, ch::more_global}};
@@ -392,14 +394,15 @@ inline constexpr std::array linear_fields{field{"Value", 'f', "sum of coefficien
                                           field{"Sigma", 'f', "its esd; 0: listed only"},
                                           field{"N", 'i', "number of terms, 1 to 10; negative: listed only"}};
 inline constexpr std::array term_fields{field{"Coef", 'f', "coefficient"},
-                                        field{"Param", 'i', "number of the parameter"}};
+                                        field{"Param", 'i', "number of the parameter; 0: none, not applied"}};
 inline constexpr std::array linear_line_fields{linear_fields[0], linear_fields[1], linear_fields[2], term_fields[0],
                                                term_fields[1]};
 inline constexpr line_form linear_restraint{
     "linear restraint", "Nli lines behind the phases; the last two fields stand N times", linear_line_fields};
-inline constexpr std::array limit_fields{
-    field{"Param", 'i', "number of the parameter"}, field{"Low", 'f', "lower limit"}, field{"High", 'f', "upper limit"},
-    field{"Step", 'f', "largest move in a search"}, field{"Cond", 'i', "at a limit, in a search", {}, ch::conditions}};
+inline constexpr std::array limit_fields{field{"Param", 'i', "number of the parameter; 0: of none, the line waits"},
+                                         field{"Low", 'f', "lower limit"}, field{"High", 'f', "upper limit"},
+                                         field{"Step", 'f', "largest move in a search"},
+                                         field{"Cond", 'i', "at a limit, in a search", {}, ch::conditions}};
 inline constexpr line_form limits{"limits of a parameter", "Nre lines; text behind the fields is a remark",
                                   limit_fields};
 inline constexpr std::array monte_carlo_fields{

@@ -8,21 +8,8 @@
 
 namespace read_pcr_mod {
 
-/// The code words that go into the file.
-class code_words {
- public:
-  explicit code_words(const kalvaris_params::state_type& st);
-  /// multiplier, number: as split (the raw code and 0 before); code_read: as it stood in the file.
-  [[nodiscard]] float operator()(float multiplier, int number, float code_read) const;
-
- private:
-  bool as_read_ = true;     ///< nothing was split, or a deselected pattern has lost its codes
-  bool automatic_ = false;  ///< numbers were found by the program
-};
-
 struct writing {
   const kalvaris_params::state_type& st;
-  code_words codes;
   std::string text;
 };
 

@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <array>
 #include <cstdlib>
-#include <fstream>
 
 #include "pcr_forms.hpp"
 #include "pcr_sections.hpp"
@@ -38,18 +37,18 @@ bool read_sections(reading& r) {
 }
 
 /// A title with the word asks for a copy of the lines that were read, up to the one that was refused.
-void echo_lines(const state_type& st, std::string_view text, int lines) {
+void echo_lines(state_type& st, std::string_view text, int lines) {
   if (st.io.only_looking || lmix_string_utilities::u_case(st.run.title).find("PRINT_PCR") == std::string::npos) return;
   std::size_t end = 0;
   for (int k = 0; k < lines && end < text.size(); ++k) {
     const std::size_t line_end = text.find('\n', end);
     end = line_end == std::string_view::npos ? text.size() : line_end + 1;
   }
-  std::ofstream echo(kalvaris_inout::run_path(st.io, "debug_PCR.lst"), std::ios::binary);
-  echo << text.substr(0, end);
+  kalvaris_inout::write_now(st.io, "debug_PCR.lst", std::string(text.substr(0, end)));
 }
 
 bool check_limit(reading& r, const place& at, const parameter_limit& limit) {
+  if (limit.number == 0) return limit.vlim1 <= limit.vlim2 || r.in.refuse(at, "lower limit above upper limit");
   if (limit.number < 1 || limit.number > r.st.dim.maxparam) return r.in.refuse(at, "parameter number out of range");
   if (limit.vlim1 > limit.vlim2) return r.in.refuse(at, "lower limit above upper limit");
   for (const parameter_limit& other : r.st.run.limits) {
@@ -83,8 +82,9 @@ bool read_linear_restraints(reading& r) {
     for (int j = 0; j < terms; ++j) {
       restraint.coef.push_back(r.in.f(3 + 2 * j));
       restraint.para.push_back(r.in.i(4 + 2 * j));
-      if (!r.in.in_range(at, "parameter number", restraint.para.back(), 1, r.st.dim.maxparam)) return false;
+      if (!r.in.in_range(at, "parameter number", restraint.para.back(), 0, r.st.dim.maxparam)) return false;
     }
+    restraint.para_read = restraint.para;
     restraint.noapply = restraint.n < 0 || !(restraint.sval_lin > 0.f);
     r.st.run.linear.push_back(std::move(restraint));
   }
@@ -138,7 +138,8 @@ bool read_limits(reading& r) {
   r.st.run.limits.clear();
   for (int k = 0; k < r.st.run.nrell; ++k) {
     if (!r.in.values(pcr_forms::limits)) return false;
-    parameter_limit limit{r.in.i(0), r.in.f(1), r.in.f(2), r.in.f(3), r.in.i(4), name_behind(r.in.cleaned_line(), 5)};
+    parameter_limit limit{r.in.i(0), r.in.f(1), r.in.f(2), r.in.f(3), r.in.i(4), name_behind(r.in.cleaned_line(), 5),
+                          r.in.i(0)};
     constexpr float steps_in_a_box = 20.f;
     if (r.st.run.icryg == 3 && !(limit.step > 0.f)) limit.step = (limit.vlim2 - limit.vlim1) / steps_in_a_box;
     if (!check_limit(r, at, limit)) return false;

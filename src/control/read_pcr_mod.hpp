@@ -39,8 +39,9 @@ struct write_decision_type {
 /// of the file, but for multipliers that a guard halved, and for runs with automatic codes.
 [[nodiscard]] std::string write_pcr(const kalvaris_params::state_type& st, std::string_view date_line);
 
-/// Decides, writes and tells the console; new_file for a worse chi-square sets run.nxt to 2. False when the file could
-/// not be written, which the console says; the old one is then whole.
+/// Decides, tells the console and hands the file over to kalvaris_inout::commit, which brings it to its place; new_file
+/// for a worse chi-square sets run.nxt to 2. False when a parameter is not a number, which the console says: nothing is
+/// written then.
 bool save_pcr(kalvaris_params::state_type& st, bool cycles_failed);
 
 }  // namespace read_pcr_mod

@@ -125,7 +125,7 @@ void write_slots(writing& w, const rigid_body_type& body, const std::vector<int>
   line values, codes;
   for (const int k : slots) {
     values.n(12, 6, body.value[k]);
-    codes.k(12, w.codes(body.code[k], body.number[k], body.code_read[k]));
+    codes.k(12, body.code_read[k]);
   }
   if (kinds) values.i(9, body.type_angles).i(9, body.type_thermal);
   w.text += values.str() + codes.str();

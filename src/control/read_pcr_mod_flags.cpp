@@ -178,7 +178,7 @@ void split_file_name(reading& r, const std::string& line, std::string& name, std
 /// A file that the control file names is not there: the end of the reading, unless the run is only looked at.
 bool missing_file(reading& r, const std::string& message) {
   if (r.st.io.only_looking) {
-    r.st.io.missing_files.push_back(message);
+    r.st.io.missing_files.push_back({r.in.lines_taken(), message});
     return true;
   }
   r.st.io.file_error = true;

@@ -189,7 +189,7 @@ void write_lists(writing& w, int ip) {
       line values, codes;
       for (const int k : slots_from(row.first + done, std::min(per_line, count - done))) {
         values.n(14, 6, p.glb[k]);
-        codes.k(14, w.codes(p.aglb[k], p.lglb[k], p.aglb_read[k]));
+        codes.k(14, p.aglb_read[k]);
       }
       w.text += values.str() + (row.coded ? codes.str() : "");
     }

@@ -153,7 +153,7 @@ void write_mode_set(writing& w, const mode_set_type& set, std::span<const mode_t
     line values, codes;
     for (const mode_type& mode : modes.subspan(from, std::min(per_line, modes.size() - from))) {
       values.n(12, 6, mode.value[amplitude]);
-      codes.k(12, w.codes(mode.code[amplitude], mode.number[amplitude], mode.code_read[amplitude]));
+      codes.k(12, mode.code_read[amplitude]);
     }
     w.text += values.str() + codes.str();
   }
@@ -175,7 +175,7 @@ void write_harmonics(writing& w, const atom_type& atom) {
       line values, codes;
       for (const int k : pcr_layout::harmonic_slots(n, first)) {
         values.n(12, 6, atom.xl[k]);
-        codes.k(12, w.codes(atom.a[k], atom.lp[k], atom.a_read[k]));
+        codes.k(12, atom.a_read[k]);
       }
       w.text += values.str() + codes.str();
     }

@@ -23,7 +23,7 @@ write_decision_type write_decision(const state_type& st, bool cycles_failed) {
 }
 
 std::string write_pcr(const state_type& st, std::string_view date_line) {
-  writing w{st, code_words(st), {}};
+  writing w{st, {}};
   write_head(w, date_line);
   write_flags(w);
   write_patterns(w);
@@ -38,14 +38,12 @@ bool save_pcr(state_type& st, bool cycles_failed) {
   bool finite = true;
   st.for_each_slot([&](const kalvaris_params::slot_ref& s) { finite = finite && std::isfinite(s.value); });
   const kalvaris_util::date_time now = kalvaris_util::fecha(st.clock);
-  const std::string_view extension = decision.target == pcr_target::control_file ? ".pcr" : ".new";
-  const std::string path = kalvaris_inout::run_path(st.io, st.io.filenam + std::string(extension));
-  if (!finite || !kalvaris_inout::replace_file(path, write_pcr(st, now.dat + "  Time: " + now.tim))) {
-    kalvaris_inout::console_line(
-        st.io, " Warning! The control file was not written: " +
-                   std::string(finite ? "the file cannot be replaced" : "a parameter is not a number"));
+  if (!finite) {
+    kalvaris_inout::console_line(st.io, " Warning! The control file was not written: a parameter is not a number");
     return false;
   }
+  kalvaris_inout::next_control_file(st.io, write_pcr(st, now.dat + "  Time: " + now.tim),
+                                    decision.target == pcr_target::new_file);
   if (decision.worse_chi2) {
     st.run.nxt = 2;
     kalvaris_inout::mess_cons(

@@ -129,15 +129,13 @@ void write_cycles(writing& w) {
   }
 }
 
-float code_of(const writing& w, const pattern_type& p, int k) { return w.codes(p.aglb[k], p.lglb[k], p.aglb_read[k]); }
-
 void write_points_and_regions(writing& w, int ip) {
   const pattern_type& p = w.st.pattern[ip];
   if (pcr_layout::has_points(p) && !p.cry_pat) {
     w.text += line{}.text("!     Position      Height      Code    Background points of Pattern#").i(3, ip + 1).str();
     for (int j = 0; j < p.nbckgd; ++j) {
       const int k = gslot::bac + j;
-      w.text += line{}.n(14, 4, p.pos[j]).n(14, 4, p.glb[k]).k(10, code_of(w, p, k)).str();
+      w.text += line{}.n(14, 4, p.pos[j]).n(14, 4, p.glb[k]).k(10, p.aglb_read[k]).str();
     }
   }
   if (p.excluded.empty()) return;
@@ -175,7 +173,7 @@ void write_scattering(writing& w, int ip) {
 /// Values, each with its code behind it, and a last number when there is one.
 void write_pairs(writing& w, const pattern_type& p, std::span<const int> slots, std::optional<float> last = {}) {
   line out;
-  for (const int k : slots) out.n(12, 5, p.glb[k]).k(9, code_of(w, p, k));
+  for (const int k : slots) out.n(12, 5, p.glb[k]).k(9, p.aglb_read[k]);
   if (last) out.n(10, 4, *last);
   w.text += out.str();
 }
@@ -190,7 +188,7 @@ void write_coefficients(writing& w, int ip, const pcr_layout::background_lines& 
     for (std::size_t j = 0; j < row.per_line; ++j, --left) {
       const int k = row.first_slot[l] + static_cast<int>(j);
       values.n(14, 5, p.glb[k]);
-      codes.k(14, code_of(w, p, k));
+      codes.k(14, p.aglb_read[k]);
     }
     w.text += values.str() + codes.str();
   }
@@ -212,8 +210,8 @@ void write_tof_zero_line(writing& w, int ip) {
                 .i(3, ip + 1)
                 .str();
   line out;
-  for (const int k : {gslot::zero, gslot::dtt1, gslot::dtt2}) out.n(12, 5, p.glb[k]).k(9, code_of(w, p, k));
-  if (nine) out.n(12, 5, p.glb[gslot::dtt_1overd]).k(9, code_of(w, p, gslot::dtt_1overd));
+  for (const int k : {gslot::zero, gslot::dtt1, gslot::dtt2}) out.n(12, 5, p.glb[k]).k(9, p.aglb_read[k]);
+  if (nine) out.n(12, 5, p.glb[gslot::dtt_1overd]).k(9, p.aglb_read[gslot::dtt_1overd]);
   w.text += out.n(10, 4, detector_angle(p)).str();
 }
 
@@ -231,7 +229,7 @@ void write_zero_line(writing& w, int ip) {
     // A wavelength without a code repeats the radiation line; a blank field says so.
     const bool fixed_wavelength = k == gslot::lambda && p.aglb_read[k] == 0.f;
     const float last = diffractometer ? detector_angle(p) : fixed_wavelength ? 0.f : p.glb[k];
-    zero.n(12, 5, k == gslot::lambda ? last : p.glb[k]).k(9, code_of(w, p, k));
+    zero.n(12, 5, k == gslot::lambda ? last : p.glb[k]).k(9, p.aglb_read[k]);
   }
   w.text += zero.i(5, p.iglmore).str();
 }
@@ -254,7 +252,7 @@ void write_user_profiles(writing& w, const pattern_type& p) {
     const char* quote = name.find(' ') == std::string::npos ? "" : "\"";
     names.text("  ").text(quote).text(name).text(quote);
     values.n(14, 5, p.glb[gslot::user_bk + j]);
-    codes.k(14, code_of(w, p, gslot::user_bk + j));
+    codes.k(14, p.aglb_read[gslot::user_bk + j]);
   }
   w.text += names.str() + values.str() + codes.str();
 }
@@ -282,22 +280,6 @@ void write_global_parameters(writing& w, int ip) {
 }
 
 }  // namespace
-
-code_words::code_words(const state_type& st) : as_read_(!st.run.code_splitted), automatic_(st.run.automatic_read) {
-  for (const pattern_type& p : st.pattern) as_read_ = as_read_ || p.affpat == 0;
-}
-
-float code_words::operator()(float multiplier, int number, float code_read) const {
-  if (as_read_) return code_read;
-  const float size = std::fabs(multiplier);
-  const float restored = std::copysign(size + 10.f * static_cast<float>(number), multiplier);
-  if (automatic_) return restored;
-  // A multiplier that was halved in the run stays halved; a code that another slot's took the place of is as read.
-  const float read = std::fabs(code_read);
-  const bool same_number = number != 0 && number == static_cast<int>(read * 0.1f);
-  const bool halved = same_number && std::fabs(size - (read - 10.f * static_cast<float>(number))) > 1.0e-3f;
-  return halved ? restored : code_read;
-}
 
 void write_head(writing& w, std::string_view date_line) {
   const run_type& run = w.st.run;
@@ -367,9 +349,8 @@ void write_patterns(writing& w) {
   write_cycles(w);
   for (int ip = 0; ip < run.n_patt; ++ip) write_points_and_regions(w, ip);
   for (int ip = 0; ip < run.n_patt; ++ip) write_scattering(w, ip);
-  const bool numbers_found = run.automatic_read && run.code_splitted;
   w.text += "! Number of refined parameters (maxs)\n";
-  w.text += line{}.i(8, numbers_found ? run.maxs : run.maxs_read).str();
+  w.text += line{}.i(8, run.maxs_read).str();
   for (int ip = 0; ip < run.n_patt; ++ip) write_global_parameters(w, ip);
 }
 
@@ -381,7 +362,8 @@ void write_linear_restraints(writing& w) {
   for (const auto& restraint : restraints) {
     line out;
     out.n(10, 5, restraint.val_lin).n(10, 5, restraint.sval_lin).i(5, restraint.n);
-    for (std::size_t k = 0; k < restraint.coef.size(); ++k) out.n(10, 5, restraint.coef[k]).i(6, restraint.para[k]);
+    for (std::size_t k = 0; k < restraint.coef.size(); ++k)
+      out.n(10, 5, restraint.coef[k]).i(6, restraint.para_read[k]);
     w.text += out.str();
   }
 }
@@ -417,7 +399,7 @@ void write_end(writing& w) {
     const auto number = static_cast<std::size_t>(limit.number);
     const bool named = number < names.size() && !lmix_string_utilities::trim(names[number]).empty();
     line out;
-    out.i(6, limit.number).n(10, 5, limit.vlim1).n(10, 5, limit.vlim2).n(10, 5, limit.step).i(5, limit.condition);
+    out.i(6, limit.number_read).n(10, 5, limit.vlim1).n(10, 5, limit.vlim2).n(10, 5, limit.step).i(5, limit.condition);
     w.text += out.text("  ").text(lmix_string_utilities::trim(named ? names[number] : limit.name)).str();
   }
   write_search(w);

@@ -49,7 +49,7 @@ void write_command_lines(writing& w, const phase_type& phase) {
     line out;
     out.text(key).text(" ").text(d.op).text(" :");
     for (std::size_t k = 1; k <= (d.chirality ? 2u : 1u); ++k) {
-      out.n(10, 5, d.value[k]).k(10, w.codes(d.code[k], d.number[k], d.code_read[k]));
+      out.n(10, 5, d.value[k]).k(10, d.code_read[k]);
     }
     w.text += out.str();
   }
@@ -101,7 +101,7 @@ void write_vectors(writing& w, const phase_type& phase, bool behind) {
     line values, codes;
     for (std::size_t c = 1; c <= 3; ++c) {
       values.a(11, 6, v.pvk[c]);
-      codes.k(11, w.codes(v.avk[c], v.lvk[c], v.avk_read[c]));
+      codes.k(11, v.avk_read[c]);
     }
     w.text += values.str() + codes.str();
   }
@@ -195,10 +195,7 @@ struct atom_writer {
   const phase_type& phase;
   const atom_type& atom;
 
-  [[nodiscard]] float code(int k) const {
-    // In profile matching the codes of the atoms act nowhere and are kept for whoever goes back to the structure.
-    return phase.profile_matching() ? atom.a_read[k] : w.codes(atom.a[k], atom.lp[k], atom.a_read[k]);
-  }
+  [[nodiscard]] float code(int k) const { return atom.a_read[k]; }
   void write() const;
   void write_first_lines() const;
   void write_moments() const;
@@ -334,7 +331,7 @@ struct profile_writer {
   pcr_profile::block block{w.st, ph, ip};
 
   [[nodiscard]] float value(int k) const { return value_of(w, ph, ip, k); }
-  [[nodiscard]] float code(int k) const { return w.codes(mix.apar[k], mix.lpar[k], mix.apar_read[k]); }
+  [[nodiscard]] float code(int k) const { return mix.apar_read[k]; }
   [[nodiscard]] int model_of(model behind) const;
   void write_coded(const pcr_profile::line& row, std::span<const int> slots);
   void write_axes();

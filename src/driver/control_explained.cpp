@@ -11,6 +11,7 @@ namespace control_explained {
 bool explain(kalvaris_params::state_type& st, std::ostream& out) {
   std::ostringstream warnings;
   st.io.console = &warnings;
+  st.io.only_looking = true;
   kalvaris_inout::openfile(st.io, {kalvaris_inout::file_key::control});
   if (st.io.file_error) kalvaris_inout::stop_cond(st.io, st.io.file_error_mess, true);
   const std::string text = kalvaris_inout::content(st.io, kalvaris_inout::unit::control).value_or("");

@@ -51,6 +51,20 @@ void start_lines(state_type& st) {
   kalvaris_inout::mess_cons(st.io, " => Reading control file *.PCR ... " + st.io.filenam);
 }
 
+/// A listing that cannot be written ends the run: what it would say is part of the result.
+void stop_without_listing(state_type& st) {
+  if (!kalvaris_inout::send_listing(st.io)) stop_cond(st.io, st.io.file_error_mess, true);
+}
+
+/// The files of the run come to their places; the listing stays open to say why they did not.
+void bring_to_places(state_type& st) {
+  if (!kalvaris_inout::commit(st.io)) {
+    kalvaris_inout::out(st.io, kalvaris_inout::unit::listing) << st.io.file_error_mess << '\n';
+    stop_cond(st.io, st.io.file_error_mess, true);
+  }
+  kalvaris_inout::close_all(st.io);
+}
+
 void end_lines(state_type& st) {
   kalvaris_util::ggtim(st.io, st.clock, 2);
   const kalvaris_util::date_time now = kalvaris_util::fecha(st.clock);
@@ -62,7 +76,7 @@ void end_lines(state_type& st) {
 /// Stops the run when the stage before could not open a file or refused what it read.
 void stop_on_failure(state_type& st, bool refused, std::string_view words) {
   if (st.io.file_error) stop_cond(st.io, st.io.file_error_mess, true);
-  if (!refused) return;
+  if (!refused) return stop_without_listing(st);
   console_line(st.io, words);
   const auto& message = st.fmt.mess_findfmt;
   for (int i = 0; i < message.nlines; ++i) console_line(st.io, message.txt[static_cast<std::size_t>(i)]);
@@ -90,21 +104,21 @@ run_end kalvaris(state_type& st, const run_stages& stages, bool from_new) {
 
   stages.read_pcr(st);
   stop_on_failure(st, st.fmt.ierr_fmt != 0, " Error reading the PCR file:");
-  if (st.run.n_patt > 1 || st.io.multi_pattern) kalvaris_inout::openfile(st.io, {file_key::per_pattern});
+  if (st.run.n_patt > 1 || !st.run.s_format) kalvaris_inout::openfile(st.io, {file_key::per_pattern});
 
   stages.write_out(st);
   stop_on_failure(st, st.fmt.ierr_fmt > 0, " Error during treating the content of the PCR file:");
 
   refuse_search_engines(st);
   const int ier = stages.iterate(st);
-  if (st.run.ctr_err) {
-    kalvaris_inout::close_all(st.io);
-    return run_end::abnormal;
+  if (!st.run.ctr_err) {
+    if (ier == 0) stages.final_calcn_output(st);
+    end_lines(st);
   }
-  if (ier == 0) stages.final_calcn_output(st);
-  end_lines(st);
-  kalvaris_inout::close_all(st.io);
-  return ier == 0 ? run_end::normal : run_end::abnormal;
+  bring_to_places(st);
+  if (st.run.ctr_err) return run_end::abnormal;
+  if (ier != 0) return run_end::abnormal;
+  return st.run.cycles_end.whole() ? run_end::normal : run_end::open;
 }
 
 }  // namespace kalvaris_sub

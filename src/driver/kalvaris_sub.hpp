@@ -20,6 +20,7 @@ struct run_stages {
 
 enum class run_end {
   normal,    ///< the end was reached
+  open,      ///< the same, but not at a minimum of all parameters: run.cycles_end says why
   abnormal,  ///< the cycles diverged, met a singular matrix or asked to abort; nothing was rewritten
 };
 

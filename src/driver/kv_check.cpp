@@ -81,8 +81,6 @@ class trial {
       std::size_t at = upper.find("WARNING");
       if (at == std::string::npos && upper.find("NOT FOUND") == std::string::npos) continue;
       at = at == std::string::npos ? 0 : line.find_first_not_of(" :!,", at + 7);
-      // the check of the numbers names these codes
-      if (line.find("Codes above the number of refined") != std::string::npos) continue;
       if (at != std::string::npos) found.push_back(without_arrow(line.substr(at)));
     }
     return found;
@@ -176,8 +174,8 @@ bool read_control_file(examination& e, pcr_check::line_table& lines) {
   });
   kalvaris_inout::close_all(st.io);
   e.add_warnings(t);
-  for (const std::string& missing : st.io.missing_files)
-    e.add(severity::error, 0, missing, "Put the file beside the control file, or correct its name.");
+  for (const kalvaris_inout::missing_file& missing : st.io.missing_files)
+    e.add(severity::error, missing.line, missing.words, "Put the file beside the control file, or correct its name.");
   if (read) return true;
   e.add(severity::error, line, words.empty() ? t.reason() : words);
   e.add(severity::note, 0, "reading ended at that error: what stands behind it was not looked at",
@@ -192,8 +190,8 @@ void read_data(examination& e) {
     const auto u = static_cast<std::size_t>(ip);
     if (!st.pattern[u].refining() || st.pattern[u].cry_pat) continue;
     const std::string name = u < st.io.filedat.size() ? st.io.filedat[u] + st.io.extdat[u] : std::string();
-    const bool told = std::ranges::any_of(st.io.missing_files, [&](const std::string& m) {
-      return m.find("data file: " + name + " ") != std::string::npos;
+    const bool told = std::ranges::any_of(st.io.missing_files, [&](const kalvaris_inout::missing_file& m) {
+      return m.words.find("data file: " + name + " ") != std::string::npos;
     });
     if (told) continue;
     trial t(st);
@@ -238,14 +236,42 @@ void look_for_files(examination& e) {
   }
 }
 
+/// A run would be refused, but not for what stands in its files.
+void look_for_room(examination& e) {
+  constexpr int to_new = 2;
+  namespace file_key = kalvaris_inout::file_key;
+  const int nxt = e.st.run.nxt;
+  if (nxt == 0) return;
+  trial t(e.st);
+  const int key = nxt == to_new ? int{file_key::new_control} : int{file_key::control_out};
+  if (t.run([&] { kalvaris_inout::openfile(e.st.io, {key}); })) return kalvaris_inout::close_all(e.st.io);
+  e.add(severity::warning, 0, "a run could not write its results: " + t.reason(),
+        "Make file and folder writable, or copy them to another place.");
+}
+
+/// What the stages have told so far.
+void add_notices(examination& e) {
+  for (const kalvaris_params::notice& n : e.st.notices)
+    e.add(n.warning ? severity::warning : severity::note, 0, n.text, n.advice);
+}
+
 /// Everything that a run does before its first cycle, with no listing open.
 bool set_up(examination& e) {
   trial t(e.st);
   const bool good = t.run([&] { kv_setup::write_out(e.st); });
   kalvaris_inout::close_all(e.st.io);
   e.add_warnings(t);
+  add_notices(e);
   if (!good) e.add(severity::error, 0, t.reason());
   return good;
+}
+
+/// The numbers of the parameters, where errors elsewhere stand in the way of all of set_up. What is refused in them was
+/// found before.
+void set_up_codes(examination& e) {
+  trial t(e.st);
+  (void)t.run([&] { (void)kv_setup::prepare_codes(e.st); });
+  add_notices(e);
 }
 
 /// Reflections that the table of a resolution file does not reach: its end row stands for them.
@@ -294,8 +320,11 @@ report look_at(state_type& st) {
   if (e.out.read_to_the_end) {
     for (finding& f : pcr_check::look_at(st, lines)) e.add(f.level, f.line, std::move(f.text), std::move(f.advice));
     look_for_files(e);
+    look_for_room(e);
     read_data(e);
-    if (!e.has_error() && set_up(e)) {
+    const bool refused = e.has_error();
+    if (refused) set_up_codes(e);
+    if (!refused && set_up(e)) {
       reflections_outside_tables(e);
       no_reflections(e);
     } else {

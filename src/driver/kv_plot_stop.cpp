@@ -9,6 +9,7 @@
 #include <system_error>
 
 #include "lmix_string_utilities.hpp"
+#include "run_signals.hpp"
 
 namespace kv_plot_stop {
 
@@ -41,7 +42,12 @@ std::string read_request(const std::string& path) {
 void kalvaris_stop(kalvaris_params::state_type& st, int& icycle) {
   const std::string request = read_request(request_path(st.io));
   if (request == stop_words) kalvaris_inout::stop_cond(st.io, "KALVARIS INTERRUPTED", true);
-  if (request != finish_words) return;
+  const std::string_view signal = run_signals::asked_to_end();
+  if (request != finish_words && signal.empty()) return;
+  const std::string line =
+      " => " + (signal.empty() ? request : std::string(signal)) + ": the cycles end here, the results are written";
+  kalvaris_inout::mess_cons(st.io, line);
+  kalvaris_inout::out(st.io, kalvaris_inout::unit::listing) << line << '\n';
   icycle = st.run.mcycle + 1;
   st.run.finish_required = true;
 }

@@ -48,14 +48,14 @@ bool data_exists(const inout_type& io, const data_name& name) {
 }
 
 /// The file of the second word of the command line, looked for beside the control file and then where the program was
-/// started; blank when it is in neither place.
+/// started. Whoever names a file wants no other one: when it is in neither place, the run ends.
 data_name data_of_word(inout_type& io, std::string_view word) {
   data_name name = split_data(word);
   if (data_exists(io, name)) return name;
   std::error_code ec;
   name.file = std::filesystem::absolute(name.file, ec).string();
   if (!ec && data_exists(io, name)) return name;
-  kalvaris_inout::mess_cons(io, " => Data file not found: " + std::string(word));
+  kalvaris_inout::stop_cond(io, " => Data file not found: " + std::string(word), true);
   return {};
 }
 
@@ -88,36 +88,35 @@ void set_code(inout_type& io, std::string_view word) {
   io.filenam = word;
 }
 
-void peek_control_file(inout_type& io) {
+bool peek_control_file(inout_type& io) {
   constexpr int lines_peeked = 10;
   io.multi_pattern = false;
   const std::string name = io.filenam + ".pcr";
   const std::string path = kalvaris_inout::run_path(io, name);
   std::error_code ec;
   if (!std::filesystem::is_regular_file(path, ec)) {
-    return kalvaris_inout::console_line(io, "! Error opening the " + name + " file !");
+    kalvaris_inout::console_line(io, "! Error opening the " + name + " file !");
+    return true;
   }
   auto file = lmix_text_input::text_source::from_file(path);
   bool job_follows = false;
   for (int i = 0; i < lines_peeked; ++i) {
     const auto line = file.next();
-    if (!line) return;
+    if (!line) return true;
     int job = 0;
     if (job_follows && lmix_list_input::read_values(*line, job).full() && is_calculation(job)) {
       io.filedat = {io.filenam};
-      io.multi_pattern = true;
-      return;
+      return false;
     }
     job_follows = line->find("!Job") != std::string_view::npos;
     if (line->find("NPATT") == std::string_view::npos) continue;
     io.multi_pattern = true;
-    return;
+    return false;
   }
+  return true;
 }
 
 void find_data_file(inout_type& io, std::string_view word) {
-  if (io.multi_pattern) return;
-  word = lmix_string_utilities::trim(unquoted(word));
   data_name name;
   if (!word.empty()) name = data_of_word(io, word);
   if (name.file.empty()) name = data_of_code(io);
@@ -129,8 +128,12 @@ void set_names(inout_type& io, std::string_view code, std::string_view data) {
   io.filedat = {""};
   io.extdat = {""};
   set_code(io, code);
-  peek_control_file(io);
-  find_data_file(io, data);
+  data = lmix_string_utilities::trim(unquoted(data));
+  if (peek_control_file(io)) return find_data_file(io, data);
+  if (data.empty()) return;
+  kalvaris_inout::mess_cons(
+      io, " => Not used: the data file " + std::string(data) +
+              (io.multi_pattern ? ", as the control file names its own" : ", as a calculation needs none"));
 }
 
 }  // namespace run_names

@@ -6,6 +6,7 @@
 
 #include "apply_shifts.hpp"
 #include "kalvaris_codes.hpp"
+#include "kept_intensities.hpp"
 #include "kv_background.hpp"
 #include "kv_iterate_calc_cw.hpp"
 #include "kv_listing_text.hpp"
@@ -34,7 +35,7 @@ void observe_the_calculation(state_type& st, int ip) {
   p.y.resize(static_cast<std::size_t>(p.npts));
   for (int i = 0; i < p.npts; ++i) at(p.y, i) = at(p.yc, i) + kv_background::backa(p, i);
   p.yo_max = *std::ranges::max_element(p.y);
-  if (p.refl.size() > 0) kv_iterate_calc_cw::bragg(st, ip);
+  if (p.refl.size() > 0) kv_iterate_calc_cw::bragg(st, ip, kv_iterate_calc_cw::intensity_update::none);
 }
 
 void write_lists(state_type& st, int ip) {
@@ -133,12 +134,15 @@ void final_calcn_output(state_type& st) {
   });
   for_each_pattern([&](int ip) { kv_prf::write_background(st, ip); });
   kalvaris_codes::restore_codes(st);
-  read_pcr_mod::save_pcr(st, false);
+  if (!read_pcr_mod::save_pcr(st, false))
+    kalvaris_inout::stop_cond(st.io, " => A parameter is not a number: nothing is written", true);
+  for_each_pattern([&](int ip) { kept_intensities::write(st, ip); });
   for_each_pattern([&](int ip) { write_lists(st, ip); });
   for_each_pattern([&](int ip) { kv_prf::write_plot(st, ip); });
   for_each_pattern([&](int ip) { name_unwritten_files(st, ip); });
   kv_output_cycles::write_correlations(st);
   write_summary(st);
+  kv_sumarize::write_remarks(st);
   list(st, print_dimensions(st));
 }
 

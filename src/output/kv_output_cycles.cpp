@@ -56,7 +56,6 @@ class cycle_listing {
   void limits();
   void phase_agreement(int ip);
   void slot_line(std::string_view words, int decimals, float value, change_table::moved moved);
-  [[nodiscard]] bool intensities_are_current() const;
 
   state_type& st;
   const cycle_report& report;
@@ -226,11 +225,6 @@ void cycle_listing::limits() {
   }
 }
 
-/// R(Bragg) and R(F) are made in the last cycle, and in every cycle when some intensities are extracted.
-bool cycle_listing::intensities_are_current() const {
-  return report.last || std::ranges::any_of(st.phase, [](const phase_type& p) { return std::abs(p.jbt) == 2; });
-}
-
 void cycle_listing::phase_agreement(int ip) {
   for (int ph = 0; ph < st.run.nphase; ++ph) {
     const mix_type& mix = st.mix(ph, ip);
@@ -258,7 +252,7 @@ void cycle_listing::write() {
   for (int ip = 0; ip < st.run.n_patt; ++ip) {
     if (!kv_listing_text::takes_part(at(st.pattern, ip))) continue;
     write_r_factors(st, ip, report.last);
-    if (intensities_are_current()) phase_agreement(ip);
+    if (report.intensities) phase_agreement(ip);
   }
   const std::string global =
       fmt_line{}.a(" => Global Chi2 (Bragg contrib.): ").g(12, 5, static_cast<double>(st.run.t_chi2)).str();

@@ -198,6 +198,44 @@ std::string kaleida(const state_type& st, int ip) {
   return text;
 }
 
+namespace {
+
+/// The text under the key, whole or not at all.
+void write_file(state_type& st, const kalvaris_inout::open_request& request, int unit, const std::string& text) {
+  kalvaris_inout::openfile(st.io, request);
+  if (!st.io.file_error) {
+    kalvaris_inout::out(st.io, unit) << text;
+    kalvaris_inout::close_unit(st.io, unit);
+  }
+  if (st.io.file_error) kalvaris_inout::stop_cond(st.io, st.io.file_error_mess, true);
+}
+
+const plot_file& plot_file_of(const pattern_type& p) {
+  const auto row = std::ranges::find(plot_files, p.pl_prf, &plot_file::pl_prf);
+  return row != plot_files.end() ? *row : *std::ranges::find(plot_files, int{layout::columns}, &plot_file::pl_prf);
+}
+
+bool wants_plot(const pattern_type& p) {
+  return p.pl_prf != 0 && p.pl_prf != layout::picsure && !p.cry_pat && p.npts > 0;
+}
+
+bool wants_background(const pattern_type& p) {
+  return (p.ipl == 2 || p.ipl == 3) && !p.cry_pat && p.npts > 0 &&
+         kv_background::model_of(p) != kv_background::model::file;
+}
+
+}  // namespace
+
+void refuse_unwritable(state_type& st) {
+  for (int ip = 0; ip < st.run.n_patt; ++ip) {
+    const pattern_type& p = at(st.pattern, ip);
+    const bool plot = !wants_plot(p) || kalvaris_inout::may_open(st.io, {.key = plot_file_of(p).key, .ipat = ip + 1});
+    const bool background =
+        !wants_background(p) || kalvaris_inout::may_open(st.io, {.key = file_key::background_out, .ipat = ip + 1});
+    if (!plot || !background) kalvaris_inout::stop_cond(st.io, st.io.file_error_mess, true);
+  }
+}
+
 void write_plot(state_type& st, int ip) {
   const pattern_type& p = at(st.pattern, ip);
   if (p.pl_prf == 0 || p.cry_pat || p.npts == 0) return;
@@ -206,12 +244,8 @@ void write_plot(state_type& st, int ip) {
                                          ": pl_prf 4 (picsure, *.pgf) is not written; 1, 2, 3, 5, 6 and 7 are");
     return;
   }
-  auto row = std::ranges::find(plot_files, p.pl_prf, &plot_file::pl_prf);
-  if (row == plot_files.end()) row = std::ranges::find(plot_files, int{layout::columns}, &plot_file::pl_prf);
-  kalvaris_inout::openfile(st.io, {.key = row->key, .ipat = ip + 1});
-  if (st.io.file_error) kalvaris_inout::stop_cond(st.io, st.io.file_error_mess, true);
-  kalvaris_inout::out(st.io, kalvaris_inout::unit::plot) << row->text(st, ip);
-  kalvaris_inout::close_unit(st.io, kalvaris_inout::unit::plot);
+  const plot_file& plot = plot_file_of(p);
+  write_file(st, {.key = plot.key, .ipat = ip + 1}, kalvaris_inout::unit::plot, plot.text(st, ip));
 }
 
 // ---- background file -----------------------------------------------------------------------------------------------
@@ -247,12 +281,8 @@ void write_background(state_type& st, int ip) {
                               "The background file is the input of this run (nbckgd 1): it is not written again");
     return;
   }
-  kalvaris_inout::openfile(st.io, {.key = file_key::background_out, .ipat = ip + 1});
-  if (st.io.file_error) kalvaris_inout::stop_cond(st.io, st.io.file_error_mess, true);
-  const std::string path = st.io.units.at(kalvaris_inout::unit::background).path;
-  kalvaris_inout::close_unit(st.io, kalvaris_inout::unit::background);
-  if (!kalvaris_inout::replace_file(path, background_text(st, ip, p.ipl == 3)))
-    kalvaris_inout::mess_cons(st.io, "The background file could not be written: " + st.io.namefil);
+  write_file(st, {.key = file_key::background_out, .ipat = ip + 1}, kalvaris_inout::unit::background,
+             background_text(st, ip, p.ipl == 3));
 }
 
 }  // namespace kv_prf

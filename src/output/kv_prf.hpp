@@ -12,6 +12,8 @@ namespace kv_prf {
 /// without points. A layout that this program does not write is refused on the console; a file that cannot be opened
 /// stops the run. The compact layout holds no abscissae: for a variable step the reader of the data has changed pl_prf.
 void write_plot(kalvaris_params::state_type& st, int ip);
+/// Stops the run when a file that write_plot or write_background will make could not be written.
+void refuse_unwritable(kalvaris_params::state_type& st);
 
 /// ipl 2: background, 3: observed minus Bragg part, to the file that a run with a background file reads. Refused on the
 /// console when that very file is the background of this run.

@@ -34,6 +34,28 @@ void sum(state_type& st, std::string_view lines) {
 
 constexpr int words_width = 58;
 
+std::string end_of_cycles(kalvaris_params::cycles_end_type::how end) {
+  using how = kalvaris_params::cycles_end_type::how;
+  switch (end) {
+    case how::not_run:
+    case how::calculated:
+      return "calculation only";
+    case how::converged:
+      return "convergence reached";
+    case how::used_up:
+      return "WITHOUT convergence, all cycles used";
+    case how::asked_to:
+      return "WITHOUT convergence, ended on request";
+    case how::no_descent:
+      return "WITHOUT convergence, no shift lowers the weighted sum of squares";
+    case how::no_peaks:
+      return "WITHOUT convergence, the calculated peaks of a pattern have vanished";
+    case how::broken_off:
+      break;
+  }
+  return "broken off";
+}
+
 /// The results of one run.
 class result_writer {
  public:
@@ -222,6 +244,8 @@ void write_results(state_type& st, const apply_shifts::shift_report& last) {
               .a("   No. of cycles: ")
               .i(4, st.run.cycles_done)
               .str());
+  sum(st, " => End of the cycles: " + end_of_cycles(st.run.cycles_end.end));
+  for (const std::string& remark : st.run.cycles_end.remarks) sum(st, " => WARNING: " + remark);
   for (int ph = 0; ph < st.run.nphase; ++ph) writer.phase(ph);
   for (int ip = 0; ip < st.run.n_patt; ++ip)
     if (kv_listing_text::takes_part(at(st.pattern, ip))) writer.pattern(ip);
@@ -251,6 +275,7 @@ void write_parameters(state_type& st) {
     const int decimals = decimals_for(sigma);
     kv_listing_text::put_number(line, 16, decimals, static_cast<double>(at(st.parm.valx, n)));
     kv_listing_text::put_number(line, 16, decimals, sigma);
+    if (n < static_cast<int>(st.parm.remark.size()) && !at(st.parm.remark, n).empty()) line += "  " + at(st.parm.remark, n);
     sum(st, line);
   }
 }

@@ -20,6 +20,9 @@ void summarize(kalvaris_params::state_type& st, int ip);
 /// All refined parameters with value and standard deviation.
 void write_parameters(kalvaris_params::state_type& st);
 
+/// What makes the fits wrong, to the summary and to the console; nothing when there is nothing to say.
+void write_remarks(kalvaris_params::state_type& st);
+
 // ---- numbers of the analysis ---------------------------------------------------------------------------------------
 
 /// Standard deviation of the cell volume of a phase from the covariance of the refined A..F of 1/d^2 in pattern ip

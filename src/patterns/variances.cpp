@@ -3,7 +3,6 @@
 #include <array>
 #include <cmath>
 #include <filesystem>
-#include <fstream>
 #include <numbers>
 #include <optional>
 #include <string>
@@ -114,10 +113,10 @@ std::vector<float> table_variable(const pattern_type& p, int kind) {
   return v;
 }
 
-void write_side_files(const state_type& st, const pattern_type& p, std::span<const float> corr, float factor,
+void write_side_files(state_type& st, const pattern_type& p, std::span<const float> corr, float factor,
                       std::span<const float> corrected) {
-  std::ofstream all(kalvaris_inout::run_path(st.io, "test_var.xy"));
-  std::ofstream positive(kalvaris_inout::run_path(st.io, "test_var2.xy"));
+  if (st.io.only_looking) return;
+  std::string all, positive;
   const auto row = [](float a, float b, float c) {
     return fmt_line{}
         .g(14, 6, static_cast<double>(a))
@@ -127,9 +126,12 @@ void write_side_files(const state_type& st, const pattern_type& p, std::span<con
   };
   for (std::size_t i = 0; i < corr.size(); ++i) {
     const float scaled = factor * corr[i];
-    all << fmt_line{}.f(12, 4, static_cast<double>(p.txv[i])).str() << row(p.var[i], corr[i], corrected[i]) << '\n';
-    if (corr[i] > 0.f) positive << row(p.var[i] - scaled, p.txv[i], p.var[i] / scaled) << '\n';
+    all += fmt_line{}.f(12, 4, static_cast<double>(p.txv[i])).str() + row(p.var[i], corr[i], corrected[i]) + '\n';
+    if (corr[i] > 0.f) positive += row(p.var[i] - scaled, p.txv[i], p.var[i] / scaled) + '\n';
   }
+  if (!kalvaris_inout::write_now(st.io, "test_var.xy", all) ||
+      !kalvaris_inout::write_now(st.io, "test_var2.xy", positive))
+    kalvaris_inout::stop_cond(st.io, st.io.file_error_mess, true);
 }
 
 }  // namespace

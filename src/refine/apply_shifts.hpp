@@ -3,6 +3,7 @@
 // What happened to every refined slot comes back as a record; the listing prints that record and computes nothing.
 #pragma once
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "kalvaris_params.hpp"
@@ -18,8 +19,9 @@ struct slot_change {
 
 /// A parameter that a guard or a limit keeps at the edge of what is allowed.
 struct held_parameter {
-  int n = 0;           ///< parameter number (1-based)
-  double outward = 0;  ///< sign of the shift that would leave the allowed side
+  int n = 0;             ///< parameter number (1-based)
+  double outward = 0;    ///< sign of the shift that would leave the allowed side
+  std::string_view why;  ///< what keeps it, for the reader
 };
 
 struct shift_report {
@@ -27,6 +29,7 @@ struct shift_report {
   std::vector<int> limited;           ///< parameters held at a bound: positive upper, negative lower
   std::vector<std::string> warnings;  ///< what the guards did, console words
   std::vector<held_parameter> held;   ///< by guards and limits
+  std::vector<double> taken;          ///< by parameter (0-based): the step that its reference slot really made
 };
 
 /// Sizes of the reference multipliers: the first slot in the fixed order with number n and a multiplier that is not 0
@@ -44,9 +47,13 @@ void set_reference_multipliers(kalvaris_params::state_type& st);
 /// The refined slots as they stand, with their standard deviations and shifts of zero.
 [[nodiscard]] shift_report standing(kalvaris_params::state_type& st);
 
-/// Adds vx(n) m relax(class) to every refined slot; sigma = |m/m_ref| sqrt(rjac(n,n)) with the inverse in rjac. Then
+/// Adds vx(n) m relax(class) to every refined slot. Of the shifts of U, V, W and P only the share is taken that leaves
+/// every Gaussian width at least half of its square; the share belongs to the numbers that meet in one phase and
+/// pattern, so that a phase at its edge does not stop the others. sigma = |m/m_ref| sqrt(rjac(n,n)) with the inverse in rjac. Then
 /// rebuilds what depends on slots: wavelengths, ratio, direct cells with esds, valx and svalx.
-shift_report apply(kalvaris_params::state_type& st);
+/// at_guard: what becomes of the multiplier of a slot that a guard sets back.
+enum class multiplier_at_guard { halved, kept };
+shift_report apply(kalvaris_params::state_type& st, multiplier_at_guard at_guard);
 
 /// Direct cell of a phase from the A..F of 1/d^2 in pattern ip, with esds from the inverse matrix (zero when maxs is
 /// 0).

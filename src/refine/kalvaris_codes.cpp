@@ -91,70 +91,6 @@ bool treat_codes(state_type& st) {
   return good;
 }
 
-/// A negative number of vectors gives one half of them: the other half are their opposites, on the same parameters with
-/// the multiplier of the other sign.
-void tie_opposite_vectors(state_type& st, bool numbered) {
-  for (phase_type& phase : st.phase) {
-    if (phase.nvk >= 0) continue;
-    const std::size_t half = phase.vector.size() / 2;
-    for (std::size_t j = 0; j < half; ++j) {
-      const kalvaris_params::vector_type& given = phase.vector[j];
-      kalvaris_params::vector_type& opposite = phase.vector[half + j];
-      for (std::size_t c = 1; c <= 3; ++c) {
-        opposite.lvk[c] = numbered ? given.lvk[c] : 0;
-        opposite.avk[c] = numbered ? -given.avk[c] : 0.f;
-      }
-    }
-  }
-}
-
-/// Automatic numbering: requests get the free numbers in order, then new ones; what is still free is closed up.
-void modify_codes(state_type& st) {
-  std::vector<int> uses(static_cast<std::size_t>(st.run.maximum_lcode) + 1, 0);
-  st.for_each_slot([&](const slot_ref& s) {
-    if (s.number > 0) ++uses[static_cast<std::size_t>(s.number)];
-  });
-  std::vector<int> gaps;
-  for (int n = 1; n <= st.run.maximum_lcode; ++n)
-    if (uses[static_cast<std::size_t>(n)] == 0) gaps.push_back(n);
-  std::size_t next_gap = 0;
-  st.run.maxs = st.run.maximum_lcode;
-  tie_opposite_vectors(st, false);
-  st.for_each_slot([&](const slot_ref& s) {
-    if (s.number != 0 || !(std::abs(s.code) > smallest_multiplier)) return;
-    s.number = next_gap < gaps.size() ? gaps[next_gap++] : ++st.run.maxs;
-    s.code = requested_multiplier(s.code);
-  });
-  // the highest numbers move into the gaps that are left, counted from below
-  std::vector<int> renamed(static_cast<std::size_t>(st.run.maxs) + 1);
-  for (std::size_t n = 0; n < renamed.size(); ++n) renamed[n] = static_cast<int>(n);
-  std::vector<char> empty(renamed.size(), 0);
-  for (std::size_t g = next_gap; g < gaps.size(); ++g) empty[static_cast<std::size_t>(gaps[g])] = 1;
-  for (std::size_t g = next_gap; g < gaps.size(); ++g) {
-    while (st.run.maxs > 0 && empty[static_cast<std::size_t>(st.run.maxs)]) --st.run.maxs;
-    if (gaps[g] > st.run.maxs) break;
-    renamed[static_cast<std::size_t>(st.run.maxs)] = gaps[g];
-    empty[static_cast<std::size_t>(gaps[g])] = 0;
-    --st.run.maxs;
-  }
-  while (st.run.maxs > 0 && empty[static_cast<std::size_t>(st.run.maxs)]) --st.run.maxs;
-  st.for_each_slot([&](const slot_ref& s) {
-    if (s.number > 0) s.number = renamed[static_cast<std::size_t>(s.number)];
-  });
-  tie_opposite_vectors(st, true);
-}
-
-/// The first number from 1 to maxs that no slot carries, 0 when there is none.
-int missing_number(state_type& st) {
-  std::vector<char> carried(static_cast<std::size_t>(st.run.maxs) + 1, 0);
-  st.for_each_slot([&](const slot_ref& s) {
-    if (s.number >= 1 && s.number <= st.run.maxs) carried[static_cast<std::size_t>(s.number)] = 1;
-  });
-  for (int n = 1; n <= st.run.maxs; ++n)
-    if (!carried[static_cast<std::size_t>(n)]) return n;
-  return 0;
-}
-
 /// Names and starting values of the parameters. The reference slot of a parameter, its first with a multiplier, gives
 /// the value and stands first in the name.
 void name_parameters(state_type& st) {
@@ -265,27 +201,10 @@ void tie_helices(state_type& st) {
 void mod_codes(state_type& st) {
   if (!treat_codes(st)) return;
   tie_helices(st);
-  const bool all_selected = std::ranges::none_of(st.pattern, [](const pattern_type& p) { return p.affpat == 0; });
-  const bool calculation_only = std::ranges::any_of(st.pattern, [](const pattern_type& p) { return !p.refining(); });
-  const int given = st.run.maxs;
-  if (calculation_only) {
-    st.run.maxs = 0;
-  } else if (st.run.automatic || !all_selected) {
-    modify_codes(st);
-    if (!st.run.automatic && given == 0) st.run.maxs = 0;
-  } else if (st.run.maximum_lcode > given && given > 0) {
-    kalvaris_inout::mess_cons(st.io, " Warning! Codes above the number of refined parameters are not refined: " +
-                                         std::to_string(st.run.maximum_lcode));
-  }
+  settle_numbers(st);
   if (st.run.maxs > st.dim.maxparam) {
     refuse(st, {" Error: number of refined parameters:" + fmt_line{}.i(6, st.run.maxs).str(),
                 " The maximum number of parameters is: " + fmt_line{}.i(6, st.dim.maxparam).str()});
-    return;
-  }
-  if (const int n = missing_number(st); n != 0) {
-    refuse(st, {" => Error in the codes: no code has the parameter number:" + fmt_line{}.i(5, n).str(),
-                " The number of refined parameters is:" + fmt_line{}.i(5, st.run.maxs).str() +
-                    ", and each number up to it must be used"});
     return;
   }
   check_structure_codes(st);
@@ -296,12 +215,24 @@ void mod_codes(state_type& st) {
 void restore_codes(state_type& st) {
   const bool deselected = std::ranges::any_of(st.pattern, [](const pattern_type& p) { return p.affpat == 0; });
   if (deselected || !st.run.code_splitted) return;
+  const bool automatic = st.run.automatic;
+  const std::vector<int>& number_now = st.run.number_now;
   st.for_each_slot([&](const slot_ref& s) {
-    if (out_of_play(st, s)) return;
-    const float word = join({s.number, s.code}, st.run.automatic);
-    const bool changed = std::abs(split(s.code_read).multiplier) > std::abs(s.code) * 1.0001f && s.number != 0;
-    if (st.run.automatic || changed) s.code_read = word;
+    const split_code read = split(s.code_read);
+    const auto n = static_cast<std::size_t>(read.number);
+    const int now = number_now.empty() ? read.number : n < number_now.size() ? number_now[n] : 0;
+    const bool halved = s.number != 0 && std::abs(read.multiplier) > std::abs(s.code) * 1.0001f;
+    const bool tied = now == 0 && s.number > 0;  // its own number is gone: it goes by that of the slot that it follows
+    if (!out_of_play(st, s) && (automatic || halved || tied)) {
+      s.code_read = join({s.number, s.code}, automatic);
+    } else if (now != read.number) {
+      s.code_read = join({now, read.multiplier}, false);
+    }
   });
+  if (automatic || !number_now.empty()) st.run.maxs_read = st.run.maxs;
+  for (auto& limit : st.run.limits) limit.number_read = limit.number;
+  for (auto& restraint : st.run.linear) restraint.para_read = restraint.para;
+  st.run.number_now.clear();
 }
 
 }  // namespace kalvaris_codes

@@ -37,15 +37,24 @@ struct number_source {
 
 // ---- all slots of a run ---------------------------------------------------------------------------------------------
 
-/// The entry point after reading: splits all codes, numbers free requests when automatic, counts, and names the
-/// parameters. Codes of patterns that take no part and of phases that none of the others uses are cleared, the numbers
-/// then closed up. A number above maxparam, or one up to maxs that no slot carries: st.fmt.ierr_fmt 100 with its
-/// message. With given numbering a number above maxs stays out of the refinement, said once on the console.
+/// The entry point after reading: splits all codes, settles the numbers, counts, and names the parameters. Codes of
+/// patterns that take no part and of phases that none of the others uses are cleared. A number above maxparam, or more
+/// parameters than that: st.fmt.ierr_fmt 100 with its message.
 void mod_codes(kalvaris_params::state_type& st);
 
-/// Puts the code words back together in code_read for writing: of every slot in automatic mode; otherwise only where a
-/// guard has changed the multiplier, the others keep the word that was read. Nothing is rewritten when a pattern is
-/// deselected, since the numbers of the others were closed up.
+/// The numbers of a run, 1 to maxs, from the split codes. Given numbers (Aut 0): gaps are closed up in their order, and
+/// maxs, the number of parameters asked for, keeps those above it out of the refinement; 0 refines nothing and changes
+/// no number. In automatic mode, or with a pattern that takes no part, requests fill the gaps and the highest numbers
+/// the gaps that are left. Limits and linear restraints follow: number 0 where no code carries theirs. Fills
+/// number_now. What moved, what stays out and what reaches nothing is told (state_type::tell).
+void settle_numbers(kalvaris_params::state_type& st);
+
+/// By number the one that it gets when gaps are closed in order, 0 for those that no code carries; element 0 unused.
+[[nodiscard]] std::vector<int> closed_up(std::span<const char> carried);
+
+/// Makes what was read fit for writing: code_read by the numbers of the run, the numbers of limits and restraints, the
+/// number of parameters. The multiplier of the file stays unless a guard has changed it; in automatic mode the words
+/// are those of the run. Nothing is rewritten when a pattern is deselected, since its codes are gone.
 void restore_codes(kalvaris_params::state_type& st);
 
 /// Highest number in the raw codes.
@@ -119,5 +128,16 @@ using slot_text::slot_place;
 /// several slots what they have in common, such as Biso_O1+O2_ph1, S_L+D_L_ph1_pat1, Zero_pat1+2; slots of one cell,
 /// and coordinates, betas or moments of one atom, which symmetry ties, go by the first.
 [[nodiscard]] std::string get_nampar(const kalvaris_params::state_type& st, std::span<const slot_place> slots);
+
+// ---- words of messages
+// ------------------------------------------------------------------------------------------------
+
+/// Numbers as ranges: "3, 7 to 9".
+[[nodiscard]] std::string number_list(std::span<const int> numbers);
+/// The slots by name, at most four.
+[[nodiscard]] std::string name_list(const kalvaris_params::state_type& st, std::span<const slot_place> slots);
+/// Codes without a number where none is given out.
+[[nodiscard]] kalvaris_params::notice unnumbered_requests(const kalvaris_params::state_type& st,
+                                                          std::span<const slot_place> slots);
 
 }  // namespace kalvaris_codes

@@ -249,8 +249,11 @@ void set_flags(pattern_type& pattern) {
   pattern.bref = analytic(m) || (nodes(m) && pattern.brefint) || pattern.brea;
 }
 
-void derivative_rows(const pattern_type& pattern, std::span<const int> wanted, int first, int count, float* rows,
-                     std::size_t stride) {
+namespace {
+
+/// Derivatives of the background before it is cut.
+void uncut_rows(const pattern_type& pattern, std::span<const int> wanted, int first, int count, float* rows,
+                std::size_t stride) {
   const model m = model_of(pattern);
   const auto row = [&](std::size_t j) { return rows + j * stride; };
   const std::size_t n_model = static_cast<std::size_t>(
@@ -290,6 +293,17 @@ void derivative_rows(const pattern_type& pattern, std::span<const int> wanted, i
   }
 }
 
+}  // namespace
+
+void derivative_rows(const pattern_type& pattern, std::span<const int> wanted, int first, int count, float* rows,
+                     std::size_t stride) {
+  uncut_rows(pattern, wanted, first, count, rows, stride);
+  const auto cut = [&](int i) { return pattern.bk_cut[static_cast<std::size_t>(first + i)] != 0; };
+  if (pattern.bk_cut.empty()) return;
+  for (int i = 0; i < count; ++i)
+    for (std::size_t j = 0; cut(i) && j < wanted.size(); ++j) rows[j * stride + static_cast<std::size_t>(i)] = 0.f;
+}
+
 void build(pattern_type& pattern) {
   const model m = model_of(pattern);
   if (m == model::file || m == model::filter) return;
@@ -324,8 +338,13 @@ void build(pattern_type& pattern) {
   }
   add_user_profiles(pattern);
   if (!pattern.refining()) return;
-  for (float& b : pattern.bk)
-    if (b > pattern.yo_max || b < 0.f) b = 0.f;  // kept: a background that runs away falls to 0, it is not capped
+  pattern.bk_cut.assign(pattern.bk.size(), 0);
+  for (std::size_t i = 0; i < pattern.bk.size(); ++i) {
+    float& b = pattern.bk[i];
+    if (!(b > pattern.yo_max || b < 0.f)) continue;
+    b = 0.f;  // kept: a background that runs away falls to 0, it is not capped
+    pattern.bk_cut[i] = 1;
+  }
 }
 
 float backa(const pattern_type& pattern, int i) {

@@ -5,7 +5,6 @@
 #include <memory>
 
 #include "kv_background.hpp"
-#include "kv_iterate_calc_cw.hpp"
 
 namespace kv_calc_patterns {
 
@@ -74,6 +73,9 @@ void pattern_calculation::add_peak(int first, int count, int k, const active_pea
     if (a.classes >> c & 1u) out.of[c] = std::span(class_rows[c]).first(n);
   kv_profil::peak_row(a.peak, std::span(pattern.txv).subspan(static_cast<std::size_t>(from), n), out, !a.terms.empty());
   add_scaled(pattern.yc.data() + from, class_rows[kv_profil::omega].data(), static_cast<float>(a.intensity), to - from);
+  if (free_intensities != nullptr)
+    free_intensities->add_peak(k, static_cast<std::size_t>(from - first),
+                               std::span(class_rows[kv_profil::omega]).first(n), a.per_ff);
   for (const term& t : a.terms) {
     float* row = rows.data() + static_cast<std::size_t>(t.n) * block_points + (from - first);
     add_scaled(row, class_rows[t.cls].data(), t.coef, to - from);
@@ -99,6 +101,8 @@ void pattern_calculation::add_rows(int first, int count, std::span<const float> 
     if (touched[static_cast<std::size_t>(n)]) active.push_back(n);
   st.ne.add_block(rows.data(), block_points, static_cast<std::size_t>(count), weights.data(), differences.data(),
                   active);
+  if (free_intensities != nullptr)
+    free_intensities->end_block(weights.data(), differences.data(), rows.data(), block_points, active);
   for (const int n : active) {
     std::fill_n(rows.begin() + static_cast<std::ptrdiff_t>(n) * static_cast<std::ptrdiff_t>(block_points), block_points,
                 0.f);
@@ -106,27 +110,38 @@ void pattern_calculation::add_rows(int first, int count, std::span<const float> 
   }
 }
 
-void pattern_calculation::run() {
-  const int n = refl.size();
-  pattern.flag_gauss = pattern.flag_lorentz = false;
-  pattern.yc.assign(static_cast<std::size_t>(pattern.npts), 0.f);
+void pattern_calculation::count_points() {
   pattern.num = pattern.num1 = 0;
   for (const std::int64_t kr : pattern.kr) {
     if (kalvaris_params::kr_excluded(kr, st.dim.maxreflx)) continue;
     ++pattern.num;
     if (kr != 0) ++pattern.num1;
   }
+}
 
+void pattern_calculation::run() {
+  pattern.flag_gauss = pattern.flag_lorentz = false;
+  pattern.yc.assign(static_cast<std::size_t>(pattern.npts), 0.f);
+  count_points();
   prepare_structure();
   place_peaks();
+  if (free_intensities != nullptr) {
+    std::vector<kv_assignk::point_range> reach;
+    for (const placed_peak& p : placed) reach.push_back(p.reach);
+    free_intensities->reset(st, refl, reach, derivatives ? st.run.maxs : 0);
+  }
+  walk_blocks();
+}
+
+/// A peak is made when the first block that it reaches comes, and its place is used again behind the last one.
+void pattern_calculation::walk_blocks() {
   std::vector<std::pair<int, int>> entry;  // first block that the reflection reaches, reflection
-  for (int k = 0; k < n; ++k) {
+  for (int k = 0; k < refl.size(); ++k) {
     const auto& reach = placed[static_cast<std::size_t>(k)].reach;
     if (reach.first < reach.last) entry.emplace_back(reach.first / static_cast<int>(block_points), k);
   }
   std::sort(entry.begin(), entry.end());
 
-  // A peak is made when the first block that it reaches comes, and its place is used again behind the last one.
   struct living_peak {
     int k;
     std::unique_ptr<active_peak> peak;
@@ -144,6 +159,7 @@ void pattern_calculation::run() {
       living.push_back({k, std::move(spare.back())});
       spare.pop_back();
     }
+    if (free_intensities != nullptr) free_intensities->begin_block(static_cast<std::size_t>(count));
     for (const living_peak& l : living) add_peak(first, count, l.k, *l.peak);
     std::erase_if(living, [&](living_peak& l) {
       const bool done = placed[static_cast<std::size_t>(l.k)].reach.last <= first + count;
@@ -152,7 +168,7 @@ void pattern_calculation::run() {
     });
     for (int i = 0; i < count; ++i) background[static_cast<std::size_t>(i)] = kv_background::backa(pattern, first + i);
     take_calculated_variances(first, count, background);
-    if (!derivatives) continue;
+    if (!derivatives && free_intensities == nullptr) continue;
     background_rows(first, count);
     add_rows(first, count, background);
   }
@@ -160,6 +176,7 @@ void pattern_calculation::run() {
 
 }  // namespace kv_calc_patterns
 
-void kv_iterate_calc_cw::calc_patterns_2theta(kalvaris_params::state_type& st, int ip, bool derivatives) {
-  kv_calc_patterns::pattern_calculation(st, ip, derivatives).run();
+void kv_iterate_calc_cw::calc_patterns_2theta(kalvaris_params::state_type& st, int ip, bool derivatives,
+                                              kv_free_intensities::overlap_equations* intensities) {
+  kv_calc_patterns::pattern_calculation(st, ip, derivatives, intensities).run();
 }

@@ -8,6 +8,8 @@
 #include <vector>
 
 #include "kv_assignk.hpp"
+#include "kv_free_intensities.hpp"
+#include "kv_iterate_calc_cw.hpp"
 #include "kv_peak_geometry.hpp"
 #include "kv_profil.hpp"
 #include "kv_structure_factors.hpp"
@@ -70,6 +72,7 @@ struct active_peak {
   kv_profil::peak_params peak;
   kv_profil::axial_params axial;
   double intensity = 0;
+  double per_ff = 0;          ///< intensity of a reflection with ff 1
   std::uint32_t classes = 0;  ///< classes that some term asks for
   std::vector<term> terms;
 };
@@ -84,12 +87,16 @@ struct structure_rows {
 
 class pattern_calculation {
  public:
-  pattern_calculation(state_type& state, int pattern_index, bool with_derivatives);
-  void run();        ///< calc_patterns_2theta
-  void integrate();  ///< bragg
+  /// intensities: takes the equations of the intensities that follow the pattern, nullptr when they are not wanted.
+  pattern_calculation(state_type& state, int pattern_index, bool with_derivatives,
+                      kv_free_intensities::overlap_equations* intensities = nullptr);
+  void run();                                                    ///< calc_patterns_2theta
+  double integrate(kv_iterate_calc_cw::intensity_update update);  ///< bragg
 
  private:
   void prepare_phases();
+  void count_points();
+  void walk_blocks();
   void prepare_structure();
   void place_peaks();
   [[nodiscard]] placed_peak place_peak(int k);
@@ -120,6 +127,7 @@ class pattern_calculation {
   pattern_type& pattern;
   reflection_list& refl;
   bool derivatives;
+  kv_free_intensities::overlap_equations* free_intensities;
   std::vector<phase_work> phases;
   std::vector<slot_use> global_slots;
   std::vector<int> background_wanted;

@@ -5,7 +5,6 @@
 #include <unordered_map>
 
 #include "kv_background.hpp"
-#include "kv_iterate_calc_cw.hpp"
 
 namespace kv_calc_patterns {
 
@@ -22,7 +21,7 @@ struct r_sums {
 void pattern_calculation::share_between_waves() {
   std::unordered_map<std::int32_t, float> of_first_wave;
   const auto matched = [&](const reflection_key& key) {
-    return std::abs(st.phase[static_cast<std::size_t>(key.phase)].jbt) == 2;
+    return kv_free_intensities::follows_pattern(st.phase[static_cast<std::size_t>(key.phase)]);
   };
   for (std::size_t u = 0; u < refl.irefs.size(); ++u)
     if (const reflection_key key = kalvaris_params::unpack_irefs(refl.irefs[u]); key.wave == 1 && matched(key))
@@ -35,8 +34,9 @@ void pattern_calculation::share_between_waves() {
   }
 }
 
-void pattern_calculation::integrate() {
+double pattern_calculation::integrate(kv_iterate_calc_cw::intensity_update update) {
   const int n = refl.size();
+  double moved = 0, matched = 0;
   std::vector<r_sums> sums(phases.size());
   place_peaks();
   active_peak a;
@@ -75,20 +75,24 @@ void pattern_calculation::integrate() {
     s.f += std::abs(fobs - fcalc);
     s.fobs += fobs;
 
-    const int jbt = st.phase[static_cast<std::size_t>(key.phase)].jbt;
-    if ((jbt == 2 || jbt == -2) && icalc > 1.0e-8) refl.ff[u] = static_cast<float>(refl.ff[u] * iobs / icalc);
+    if (update == kv_iterate_calc_cw::intensity_update::none) continue;
+    if (!kv_free_intensities::follows_pattern(st.phase[static_cast<std::size_t>(key.phase)]) || icalc <= 1.0e-8) continue;
+    refl.ff[u] = static_cast<float>(refl.ff[u] * iobs / icalc);
+    moved += std::abs(iobs - icalc);
+    matched += icalc;
   }
-  share_between_waves();
+  if (matched > 0) share_between_waves();
   for (int ph = 0; ph < st.run.nphase; ++ph) {
     const r_sums& s = sums[static_cast<std::size_t>(ph)];
     mix_type& mix = st.mix(ph, ip);
     mix.r_bragg = static_cast<float>(100.0 * s.bragg / std::max(1.0, s.iobs));
     mix.r_f = static_cast<float>(100.0 * s.f / std::max(1.0, s.fobs));
   }
+  return matched > 0 ? moved / matched : 0.0;
 }
 
 }  // namespace kv_calc_patterns
 
-void kv_iterate_calc_cw::bragg(kalvaris_params::state_type& st, int ip) {
-  kv_calc_patterns::pattern_calculation(st, ip, false).integrate();
+double kv_iterate_calc_cw::bragg(kalvaris_params::state_type& st, int ip, intensity_update update) {
+  return kv_calc_patterns::pattern_calculation(st, ip, false).integrate(update);
 }

@@ -12,12 +12,14 @@ namespace kv_calc_patterns {
 namespace slot = kalvaris_params::slot;
 namespace gslot = kalvaris_params::gslot;
 
-pattern_calculation::pattern_calculation(state_type& state, int pattern_index, bool with_derivatives)
+pattern_calculation::pattern_calculation(state_type& state, int pattern_index, bool with_derivatives,
+                                         kv_free_intensities::overlap_equations* intensities)
     : st(state),
       ip(pattern_index),
       pattern(state.pattern[static_cast<std::size_t>(pattern_index)]),
       refl(pattern.refl),
-      derivatives(with_derivatives && state.run.maxs > 0) {
+      derivatives(with_derivatives && state.run.maxs > 0),
+      free_intensities(intensities) {
   for (auto& row : class_rows) row.resize(block_points);
   if (derivatives) {
     const auto n = static_cast<std::size_t>(st.run.maxs);
@@ -204,6 +206,7 @@ bool pattern_calculation::prepare_peak(int k, active_peak& out) {
 
   const double per_scale = static_cast<double>(refl.lp[u]) * refl.ff[u] * corr.corr;
   out.intensity = work_of(key).scale * per_scale;
+  out.per_ff = work_of(key).scale * refl.lp[u] * corr.corr;
   out.terms.clear();
   out.classes = 1u << kv_profil::omega;
   if (derivatives) collect_terms(k, key, corr, per_scale, out);

@@ -1,31 +1,56 @@
 #include <algorithm>
 #include <cmath>
 #include <limits>
+#include <optional>
 #include <string>
+#include <utility>
 
 #include "kv_assignk.hpp"
 #include "kv_background.hpp"
+#include "kv_cycle_failures.hpp"
+#include "kv_free_intensities.hpp"
 #include "kv_iterate_calc_cw.hpp"
+#include "kv_least_squares.hpp"
+#include "kv_live_slots.hpp"
 #include "kv_rfactors.hpp"
 #include "lmix_fixed_format.hpp"
+#include "lmix_string_utilities.hpp"
 
 namespace kv_iterate_calc_cw {
 
 namespace {
 
+using kalvaris_params::cycles_end_type;
+using kalvaris_params::intensity_road;
 using kalvaris_params::pattern_type;
 using kalvaris_params::state_type;
 using lmix_fixed_format::fmt_line;
 
-/// State that lives over the cycles of one call.
-struct cycle_memory {
-  std::vector<double> last_shift;  ///< starts at 0, so that a first negative shift is halved (test ShiftMemory)
-  double first_chi2 = 1.0e38;
-  double previous_chi2 = 1.0e38;
-  bool negative_width = false;
-  std::vector<apply_shifts::held_parameter> held;  ///< kept at an edge by the shifts of the cycle before
-  std::vector<char> linear;                        ///< by parameter (0-based): the pattern is linear in it
-  std::vector<double> scale;  ///< by parameter (0-based): value of a scale factor, 0 for all others
+/// All that a cycle may have to go back to: the model, what was calculated from it, and its equations.
+struct calculated_state {
+  std::vector<pattern_type> pattern;
+  std::vector<kalvaris_params::phase_type> phase;
+  std::vector<kalvaris_params::atom_type> atom;
+  std::vector<kalvaris_params::mix_type> mixes;
+  kalvaris_params::parameter_table parm;
+  normal_equations::normal_matrix ne;
+  std::vector<kv_free_intensities::overlap_equations> intensities;
+  kv_least_squares::solver solver;
+  double sum = std::numeric_limits<double>::infinity();
+  int cycle = 0;
+};
+
+/// The factor of the diagonal that is added to the normal matrix: 0 while the sum falls.
+struct marquardt_factor {
+  static constexpr double first = 0.01, least = 1.0e-6, most = 1.0e8;
+  double lambda = 0.0;
+  bool risen = false;  ///< some cycle of the run was taken back
+  void failure() {
+    lambda = std::max(first, 10.0 * lambda);
+    risen = true;
+  }
+  void success() { lambda = lambda > least ? 0.1 * lambda : 0.0; }
+  [[nodiscard]] bool lets_converge() const { return lambda <= first; }
 };
 
 class cycle_runner {
@@ -34,87 +59,176 @@ class cycle_runner {
   int run();
 
  private:
-  enum class outcome { go_on, converged, calculation_only, failed };
+  enum class outcome { go_on, converged, calculation_only, no_descent, no_peaks, failed };
 
+  void prepare();
+  [[nodiscard]] std::vector<kv_least_squares::resting_parameter> absorbed_parameters();
   outcome one_cycle(int cycle);
-  void calculate_patterns(int cycle);
+  // the pattern of a cycle
+  void prepare_patterns(int cycle);
+  void calculate_patterns();
+  void bring_intensities_to_the_profile(int cycle);
+  double partition();
   void refresh_background(pattern_type& p, int ip, int cycle);
   void warn_negative_widths(const pattern_type& p, int ip);
   double joint_chi2(bool last);
-  bool too_few_points();
-  bool diverged(int cycle, double chi2);
+  // what the sum did
+  [[nodiscard]] bool risen(double chi2) const;
+  void keep_best(int cycle);
+  void restore_best();
+  outcome take_back(int cycle, double chi2);
+  // the shifts
   bool solve(double chi2);
-  void take_out(int i);
-  bool fix_outward_shifts(std::vector<int>& fixed);
-  bool fix_all_but_linear(std::vector<int>& fixed) const;
-  void find_linear_parameters();
+  [[nodiscard]] bool whole_steps() const { return factor.risen || matching || st.run.whole_steps; }
   void damp_reversals();
+  void rest();
   void report(int cycle, bool converged, bool last);
+  void follow(const std::vector<double>& taken);
+  bool has_converged();
   bool shifts_are_small();
+  bool intensities_stand();
+  [[nodiscard]] int pattern_without_peaks() const;
+  // what ends the cycles
+  bool too_few_points();
+  bool starts_from_nothing(double chi2);
+  void stop_as_singular(const kv_least_squares::solution& s);
+  void tell_end(outcome end);
+  void collect_remarks();
+
   [[nodiscard]] bool takes_part(const pattern_type& p) const { return p.affpat != 0 && !p.cry_pat; }
-  [[nodiscard]] std::string name_of(int n) const;
-  [[nodiscard]] std::string what_is_not_finite() const;
+  [[nodiscard]] pattern_type& pattern(int ip) { return st.pattern[static_cast<std::size_t>(ip)]; }
+  [[nodiscard]] std::string name_of(int n) const { return kv_cycle_failures::name_of(st, n); }
   void console(std::string_view text) const {
     if (hooks.console) hooks.console(text);
   }
   void listing(std::string_view text) const {
     if (hooks.listing) hooks.listing(text);
   }
+  void tell(std::string_view text) const {
+    listing(text);
+    console(text);
+  }
 
   state_type& st;
   const cycle_hooks& hooks;
-  cycle_memory memory;
+  std::vector<double> last_shift;  ///< starts at 0, so that a first negative shift is halved (test ShiftMemory)
+  double first_chi2 = 1.0e38, previous_chi2 = 1.0e38;
+  bool negative_width = false;
+  bool matching = false;      ///< some intensities follow the pattern
+  bool together = false;      ///< and move by the solution of the equations
+  double moved = 0.0;         ///< by the last partition, as a share
+  kv_free_intensities::movement movement;
+  marquardt_factor factor;
+  kv_least_squares::solver solver;
+  kv_least_squares::solution solution;
+  std::vector<kv_free_intensities::overlap_equations> intensities;  ///< by pattern
+  calculated_state best;
+  bool taken_back = false;    ///< this cycle
+  std::string largest_shift;  ///< of the last test of convergence
 };
 
 std::string cycle_number(int cycle) { return fmt_line{}.i(4, cycle).str(); }
+std::string number(double value) { return std::string(lmix_string_utilities::trim(fmt_line{}.g(12, 4, value).str())); }
 
-int cycle_runner::run() {
-  memory.last_shift.assign(static_cast<std::size_t>(st.run.maxs), 0.0);
+void cycle_runner::prepare() {
+  last_shift.assign(static_cast<std::size_t>(st.run.maxs), 0.0);
   for (pattern_type& p : st.pattern) kv_background::set_flags(p);
   apply_shifts::set_reference_multipliers(st);
+  const bool refining = st.pattern.front().refining();
+  matching = refining && kv_free_intensities::any_follows_pattern(st);
+  together = matching && st.run.intensities != intensity_road::fixed;
+  intensities.resize(static_cast<std::size_t>(st.run.n_patt));
+  st.run.cycles_end = {};
+  if (matching) solver.leave_out(absorbed_parameters());
+}
+
+/// Parameters that only scale intensities which follow the pattern: whatever they do, the intensities take it back.
+std::vector<kv_least_squares::resting_parameter> cycle_runner::absorbed_parameters() {
+  const auto n = static_cast<std::size_t>(st.run.maxs) + 1;
+  std::vector<std::string_view> why(n);
+  std::vector<char> acts(n, 0);
+  st.for_each_slot([&](const kalvaris_params::slot_ref& s) {
+    if (s.number < 1 || s.number > st.run.maxs) return;
+    const auto u = static_cast<std::size_t>(s.number);
+    const bool of_matching = s.family == kalvaris_params::slot_family::phase &&
+                             kv_free_intensities::follows_pattern(st.phase[static_cast<std::size_t>(s.owner)]);
+    const std::string_view idle =
+        of_matching ? kv_live_slots::why_phase_slot_is_idle(st, s.owner, s.ip, s.k) : std::string_view();
+    if (idle.empty())
+      acts[u] = 1;
+    else
+      why[u] = idle;
+  });
+  std::vector<kv_least_squares::resting_parameter> list;
+  for (std::size_t i = 1; i < n; ++i)
+    if (!acts[i] && !why[i].empty()) list.push_back({static_cast<int>(i), why[i]});
+  return list;
+}
+
+int cycle_runner::run() {
+  prepare();
+  outcome end = outcome::go_on;
   for (int cycle = 1; cycle <= st.run.mcycle; ++cycle) {
-    const outcome end = one_cycle(cycle);
-    if (end == outcome::failed) return 1;
+    end = one_cycle(cycle);
     if (end != outcome::go_on || st.run.ctr_err) break;
     if (hooks.poll_stop) hooks.poll_stop(cycle);
   }
+  if (end == outcome::failed) {
+    st.run.cycles_end.end = cycles_end_type::how::broken_off;
+    return 1;
+  }
   if (st.run.ctr_err) return 0;
-  if (memory.negative_width) {
+  if (negative_width) {
     console("Negative GAUSSIAN and/or LORENTZIAN FWHM detected ...");
     console("Check the FWHM in the list of reflections given in the OUT file ...");
     console("Restart, eventually, with new values of half-width parameters ...");
   }
-  console("Normal end, final calculations and writing...");
+  tell_end(end);
   return 0;
 }
 
 cycle_runner::outcome cycle_runner::one_cycle(int cycle) {
   st.run.icycle_c = cycle;
+  taken_back = false;
   console("");
   console(" ===================>>> CYCLE:" + cycle_number(cycle));
-  st.ne.reset(st.run.maxs);
-  calculate_patterns(cycle);
+  console("Calculation of Yi for all points + Normal Matrix & Vector...");
+  prepare_patterns(cycle);
+  if (matching) bring_intensities_to_the_profile(cycle);
+  calculate_patterns();
   st.run.cycles_done = cycle;
   const int job_1 = st.pattern.front().jobtyp;
   if (std::abs(job_1) > 1 && job_1 != kalvaris_params::job::electrons) return outcome::calculation_only;
 
   if (st.run.maxs > 0) console(" Solving L.S. equations...");
-  if (too_few_points()) return outcome::failed;
   const bool last_asked = cycle == st.run.mcycle;
-  const double chi2 = joint_chi2(last_asked);
-  if (diverged(cycle, chi2)) return outcome::failed;
+  if (cycle == 1 && too_few_points()) return outcome::failed;
+  double chi2 = joint_chi2(last_asked);
+  if (cycle == 1 && starts_from_nothing(chi2)) return outcome::failed;
+  const double calculated_chi2 = chi2;
+  if (risen(chi2)) {
+    if (st.run.idum != 2 && take_back(cycle, chi2) == outcome::no_descent) return outcome::no_descent;
+    if (taken_back) chi2 = joint_chi2(last_asked);
+  } else {
+    factor.success();
+    keep_best(cycle);
+  }
   if (st.run.maxs > 0 && !solve(chi2)) return outcome::failed;
-  damp_reversals();
+  if (last_asked && factor.risen)
+    rest();  // a shift that nobody would test
+  else if (!whole_steps())
+    damp_reversals();
   console(" Writing results for cycle no.:" + cycle_number(cycle));
   report(cycle, false, last_asked);
   if (st.run.ctr_err) return outcome::go_on;
 
-  if (st.run.idum == 2 && !(memory.previous_chi2 > chi2)) {
+  if (st.run.idum == 2 && !(previous_chi2 > calculated_chi2)) {
     console(" STOP at cycle" + cycle_number(cycle) + " because of divergence");
     kalvaris_inout::stop_cond(st.io, " STOP because of divergence", true);
   }
-  memory.previous_chi2 = chi2;
-  if (!shifts_are_small()) return outcome::go_on;
+  previous_chi2 = chi2;
+  if (!has_converged()) return outcome::go_on;
+  if (st.run.maxs > 0 && pattern_without_peaks() > 0) return outcome::no_peaks;
 
   std::fill(st.ne.vector().begin(), st.ne.vector().end(), 0.0);
   st.run.icycle_c = st.run.mcycle;
@@ -122,6 +236,8 @@ cycle_runner::outcome cycle_runner::one_cycle(int cycle) {
   report(cycle, true, true);
   return outcome::converged;
 }
+
+// ---- the pattern of a cycle ----------------------------------------------------------------------------------------
 
 void cycle_runner::refresh_background(pattern_type& p, int ip, int cycle) {
   if (kv_background::model_of(p) == kv_background::model::filter) {
@@ -133,16 +249,47 @@ void cycle_runner::refresh_background(pattern_type& p, int ip, int cycle) {
   }
 }
 
-void cycle_runner::calculate_patterns(int cycle) {
-  console("Calculation of Yi for all points + Normal Matrix & Vector...");
+void cycle_runner::prepare_patterns(int cycle) {
   for (int ip = 0; ip < st.run.n_patt; ++ip) {
-    pattern_type& p = st.pattern[static_cast<std::size_t>(ip)];
-    if (!takes_part(p)) continue;
+    if (!takes_part(pattern(ip))) continue;
     if (st.run.iasg == 1 || cycle == 1) kv_assignk::assignk(st, ip);
-    refresh_background(p, ip, cycle);
+    refresh_background(pattern(ip), ip, cycle);
+  }
+}
+
+void cycle_runner::calculate_patterns() {
+  st.ne.reset(st.run.maxs);
+  for (int ip = 0; ip < st.run.n_patt; ++ip) {
+    pattern_type& p = pattern(ip);
+    if (!takes_part(p)) continue;
     console(" Calculation for pattern:" + cycle_number(ip + 1));
-    calc_patterns_2theta(st, ip, st.run.maxs > 0 && p.refining());
+    auto& overlap = intensities[static_cast<std::size_t>(ip)];
+    const bool solved_with_the_rest = together && p.refining();
+    calc_patterns_2theta(st, ip, st.run.maxs > 0 && p.refining(), solved_with_the_rest ? &overlap : nullptr);
     warn_negative_widths(p, ip);
+  }
+}
+
+/// One partition of the net profiles; how far it moved the intensities, as a share of their sum.
+double cycle_runner::partition() {
+  double farthest = 0.0;
+  for (int ip = 0; ip < st.run.n_patt; ++ip) {
+    if (!takes_part(pattern(ip))) continue;
+    calc_patterns_2theta(st, ip, false);
+    farthest = std::max(farthest, bragg(st, ip, intensity_update::partition));
+  }
+  return farthest;
+}
+
+/// Shifts from intensities that are not those of the profile would follow the misfit of the intensities.
+void cycle_runner::bring_intensities_to_the_profile(int cycle) {
+  constexpr int at_start = 10, per_cycle = 3;
+  constexpr double settled = 1.0e-3;
+  const bool solved_with_the_rest = st.run.intensities == intensity_road::together;
+  const int most = cycle == 1 ? at_start : solved_with_the_rest ? 0 : per_cycle;
+  for (int i = 0; i < most; ++i) {
+    moved = partition();
+    if (cycle == 1 && moved < settled) break;
   }
 }
 
@@ -154,7 +301,7 @@ void cycle_runner::warn_negative_widths(const pattern_type& p, int ip) {
   if (p.flag_gauss) warn("GAUSSIAN");
   if (p.flag_lorentz) warn("LORENTZIAN");
   // kept: assigned pattern by pattern, so that a later clean pattern clears a fault of the Gaussian width alone
-  memory.negative_width = p.flag_gauss ? p.flag_gauss || p.flag_lorentz : p.flag_lorentz;
+  negative_width = p.flag_gauss ? p.flag_gauss || p.flag_lorentz : p.flag_lorentz;
 }
 
 /// Weighted sum over the patterns of the reduced chi-square of the points under reflections. It is the same quantity in
@@ -162,7 +309,7 @@ void cycle_runner::warn_negative_widths(const pattern_type& p, int ip) {
 double cycle_runner::joint_chi2(bool last) {
   double sum = 0.0, residual = 0.0;
   for (int ip = 0; ip < st.run.n_patt; ++ip) {
-    pattern_type& p = st.pattern[static_cast<std::size_t>(ip)];
+    pattern_type& p = pattern(ip);
     if (!takes_part(p) || !p.refining()) continue;
     kv_rfactors::chisq1(st, ip, last);
     kv_rfactors::calc_rfac(st, ip);
@@ -175,171 +322,92 @@ double cycle_runner::joint_chi2(bool last) {
   return sum;
 }
 
-/// Every pattern needs more points under its reflections than its share of the parameters.
-bool cycle_runner::too_few_points() {
-  const int share = kv_rfactors::parameter_share(st);
-  for (int ip = 0; ip < st.run.n_patt; ++ip) {
-    const pattern_type& p = st.pattern[static_cast<std::size_t>(ip)];
-    if (!takes_part(p) || p.num1 > share) continue;
-    const std::string text = " Too few points under reflections in pattern:" + cycle_number(ip + 1) +
-                             " points:" + fmt_line{}.i(7, p.num1).str() + " parameters:" + fmt_line{}.i(6, share).str();
-    listing(text);
-    console(text);
-    kalvaris_inout::stop_cond(st.io, " Too few points for the parameters", false);
-    console("WARNING: Abnormal end, nothing is rewritten");
-    return true;
-  }
-  return false;
+// ---- what the sum did ----------------------------------------------------------------------------------------------
+
+/// More than 1 % above the best sum, and more than single precision can leave of a perfect fit.
+bool cycle_runner::risen(double chi2) const {
+  if (best.cycle == 0) return false;
+  if (!std::isfinite(chi2) || !std::isfinite(st.ne.weighted_sum())) return true;
+  constexpr double allowed = 1.01, rounding = 1.0e-10;  // of the sum of w y^2: an Rwp of 0.001 %
+  double weighted_squares = 0.0;
+  for (const pattern_type& p : st.pattern)
+    if (takes_part(p) && p.refining()) weighted_squares += p.all.d2 * p.w_pat;
+  return st.ne.weighted_sum() > allowed * best.sum + rounding * weighted_squares;
 }
 
-bool cycle_runner::diverged(int cycle, double chi2) {
-  if (cycle == 1) {
-    if (st.run.t_chi2_ini < 0.0001f) st.run.t_chi2_ini = static_cast<float>(chi2);
-    memory.first_chi2 = chi2;
-  }
-  const bool finite = std::isfinite(chi2);
-  if (finite && (cycle == 1 || !(memory.first_chi2 * 5000.0 < chi2))) return false;
-  listing(" ==> Strong DIVERGENCE!!, at cycle no.:" + cycle_number(cycle));
-  listing("  -> Please, fix some parameters in order to determine the origin of divergence");
-  listing("  -> Check wrong box constraints, 0-initial values, etc");
-  listing(" => Chi2_Previous: " + fmt_line{}.g(14, 5, memory.first_chi2).str());
-  listing(" => Chi2__Current: " + fmt_line{}.g(14, 5, chi2).str());
-  console("==> Strong DIVERGENCE!!, at cycle no.:" + cycle_number(cycle));
-  if (!finite) console("==> The first value that is not finite: " + what_is_not_finite());
-  console("==> Please, fix some parameters in order to determine the origin of divergence");
-  console("==> Check wrong box constraints, 0-initial values, etc");
-  kalvaris_inout::stop_cond(st.io, "Unrecoverable divergence!! ", false);
-  console("WARNING: Abnormal end, final calculations and writing...");
-  return true;
+void cycle_runner::keep_best(int cycle) {
+  const double sum = st.ne.weighted_sum();
+  if (st.run.maxs == 0 || !(sum < best.sum)) return;
+  best.pattern = st.pattern;
+  best.phase = st.phase;
+  best.atom = st.atom;
+  best.mixes = st.mixes;
+  best.parm = st.parm;
+  best.ne = st.ne;
+  best.intensities = intensities;
+  best.solver = solver;
+  best.sum = sum;
+  best.cycle = cycle;
 }
 
-std::string cycle_runner::what_is_not_finite() const {
-  for (int n = 1; n < static_cast<int>(st.parm.valx.size()); ++n)
-    if (!std::isfinite(st.parm.valx[static_cast<std::size_t>(n)])) return "parameter " + name_of(n);
-  for (int ip = 0; ip < st.run.n_patt; ++ip) {
-    const pattern_type& p = st.pattern[static_cast<std::size_t>(ip)];
-    const auto& r = p.refl;
-    for (int k = 0; k < r.size(); ++k) {
-      const auto u = static_cast<std::size_t>(k);
-      if (std::isfinite(r.ff[u]) && std::isfinite(r.pos[u]) && std::isfinite(r.hw[u]) && std::isfinite(r.corr[u]))
-        continue;
-      const auto key = kalvaris_params::unpack_irefs(r.irefs[u]);
-      return "reflection " + std::to_string(key.h) + ' ' + std::to_string(key.k) + ' ' + std::to_string(key.l) +
-             " of phase " + std::to_string(key.phase + 1) + " in pattern " + std::to_string(ip + 1);
-    }
-    for (int i = 0; i < p.npts; ++i)
-      if (!std::isfinite(p.bk[static_cast<std::size_t>(i)]))
-        return "background at" + fmt_line{}.f(10, 4, p.txv[static_cast<std::size_t>(i)]).str();
-  }
-  return "the weighted sum of squares (are all points excluded, or are there more parameters than points?)";
+void cycle_runner::restore_best() {
+  st.pattern = best.pattern;
+  st.phase = best.phase;
+  st.atom = best.atom;
+  st.mixes = best.mixes;
+  st.parm = best.parm;
+  st.ne = best.ne;
+  intensities = best.intensities;
+  solver = best.solver;
 }
 
-std::string cycle_runner::name_of(int n) const {
-  const auto& names = st.parm.nampar;
-  return n < static_cast<int>(names.size()) ? names[static_cast<std::size_t>(n)] : std::string();
+/// Back to the best state, from where shorter shifts are tried.
+cycle_runner::outcome cycle_runner::take_back(int cycle, double chi2) {
+  factor.failure();
+  taken_back = true;
+  const double risen_to = st.ne.weighted_sum();
+  restore_best();
+  tell(" => The weighted sum of squares rose from" + fmt_line{}.g(14, 5, best.sum).str() + " to" +
+       fmt_line{}.g(14, 5, risen_to).str() + (std::isfinite(chi2) ? "" : " (not finite)") + " in cycle" +
+       cycle_number(cycle) + ": the state of cycle" + cycle_number(best.cycle) + " is restored, damping " +
+       number(factor.lambda));
+  return factor.lambda > marquardt_factor::most ? outcome::no_descent : outcome::go_on;
 }
 
+// ---- the shifts ----------------------------------------------------------------------------------------------------
+
+/// The shifts of a cycle, with the answer of the intensities: one that would become negative is held back, and the
+/// others are solved again.
 bool cycle_runner::solve(double chi2) {
-  st.ne.fill_lower();
-  for (int i = 0; i < st.run.maxs; ++i) {
-    if (st.ne.rjac(i, i) >= 1.0e-30) continue;
-    const std::string number = fmt_line{}.i(5, i + 1).str();
-    listing(" ==> Singular matrix!!, problem with parameter no.:" + number + " ->" + name_of(i + 1));
-    console(" ==> Singular matrix!!, problem with " + name_of(i + 1) + " no.:" + number);
-    kalvaris_inout::stop_cond(st.io, " Singular Matrix!! ", false);
-    console("WARNING: Abnormal end, nothing is rewritten");
-    return false;
+  constexpr int most_passes = 6;
+  const bool first = st.run.cycles_done == 1;
+  const normal_equations::normal_matrix all = st.ne;
+  for (int pass = 0; pass < most_passes; ++pass) {
+    if (together) {
+      st.ne = all;
+      for (auto& overlap : intensities) overlap.eliminate(st.ne);
+    }
+    st.ne.fill_lower();
+    solution = solver.solve(st, factor.lambda, chi2, !first);
+    if (!solution.solved()) {
+      stop_as_singular(solution);
+      return false;
+    }
+    bool again = false;
+    if (st.run.intensities == intensity_road::together)
+      for (auto& overlap : intensities) again |= overlap.hold_back(std::as_const(st.ne).vector());
+    if (!again) break;
   }
-  find_linear_parameters();
-  const std::vector<double> matrix(st.ne.matrix().begin(), st.ne.matrix().end());
-  const std::vector<double> vector(st.ne.vector().begin(), st.ne.vector().end());
-  std::vector<int> fixed;
-  normal_equations::inversion inverse;
-  do {
-    std::copy(matrix.begin(), matrix.end(), st.ne.matrix().begin());
-    std::copy(vector.begin(), vector.end(), st.ne.vector().begin());
-    for (const int i : fixed) take_out(i);
-    inverse = normal_equations::dp_inv(st.ne.matrix(), st.ne.vector(), st.run.maxs);
-    if (inverse.singular) {
-      listing(" ==> Singular matrix!!, fix some parameters!");
-      console(" Singular matrix!!, fix some parameters!");
-      console(" The other parameters leave none of its own to " + name_of(inverse.column + 1) +
-              " no.:" + fmt_line{}.i(5, inverse.column + 1).str());
-      kalvaris_inout::stop_cond(st.io, " Singular Matrix!! ", true);
-    }
-  } while (fix_outward_shifts(fixed) || fix_all_but_linear(fixed));
-  st.run.cond = static_cast<float>(inverse.condition);
-  const double goodness = std::max(chi2, 1.0);  // standard deviations are never scaled down
-  for (double& element : st.ne.matrix()) element *= goodness;
-  for (const int i : fixed) st.ne.rjac(i, i) = 0.0;
-  return true;
-}
-
-/// Parameter i (0-based) leaves the equations: its shift is 0 and no other feels it.
-void cycle_runner::take_out(int i) {
-  for (int j = 0; j < st.run.maxs; ++j) st.ne.rjac(i, j) = st.ne.rjac(j, i) = 0.0;
-  st.ne.rjac(i, i) = 1.0;
-  st.ne.vx(i) = 0.0;
-}
-
-/// A parameter that stands at the edge of what is allowed and would shift outward cannot move: it is added to `fixed`,
-/// so that the shifts of the others lead to the minimum on the edge. True when the equations must be solved again.
-/// Those that shift inward are free again.
-bool cycle_runner::fix_outward_shifts(std::vector<int>& fixed) {
-  const std::size_t before = fixed.size();
-  for (const auto& held : memory.held)
-    if (st.ne.vx(held.n - 1) * held.outward > 0.0) {
-      fixed.push_back(held.n - 1);
-      listing(" => Parameter held at its limit in this cycle: " + name_of(held.n));
-    }
-  if (fixed.size() > before) return true;
-  std::erase_if(memory.held, [&](const auto& held) { return std::ranges::find(fixed, held.n - 1) == fixed.end(); });
-  return false;
-}
-
-/// Scale factors and the linear coefficients of the background, over all slots of a number.
-void cycle_runner::find_linear_parameters() {
-  namespace gslot = kalvaris_params::gslot;
-  using kalvaris_params::slot_family;
-  memory.linear.assign(static_cast<std::size_t>(st.run.maxs), 1);
-  memory.scale.assign(memory.linear.size(), 0.0);
-  st.for_each_slot([&](const kalvaris_params::slot_ref& s) {
-    if (s.number < 1 || s.number > st.run.maxs) return;
-    const auto n = static_cast<std::size_t>(s.number - 1);
-    const bool is_scale = s.family == slot_family::phase && s.k == kalvaris_params::slot::scale;
-    bool linear = is_scale;
-    if (s.family == slot_family::global && s.k >= gslot::bac) {
-      const auto model = kv_background::model_of(st.pattern[static_cast<std::size_t>(s.ip)]);
-      linear = model == kv_background::model::debye  ? s.k < gslot::debye_dist || s.k >= gslot::user_bk
-               : model == kv_background::model::file ? s.k <= gslot::bfile_b
-                                                     : true;
-    }
-    if (!linear) memory.linear[n] = 0;
-    if (is_scale && s.code != 0.f) memory.scale[n] = s.value;
-  });
-}
-
-/// When a scale factor wants to move by more than itself, the slopes of widths, cell and all else that it multiplies
-/// are wrong by as much, and their shifts with them: in such a cycle only what the pattern is linear in moves. True
-/// when the equations must be solved again.
-bool cycle_runner::fix_all_but_linear(std::vector<int>& fixed) const {
-  bool far = false, others = false;
-  for (int i = 0; i < st.run.maxs; ++i) {
-    const auto u = static_cast<std::size_t>(i);
-    const bool free = std::ranges::find(fixed, i) == fixed.end();
-    far |= memory.scale[u] > 0.0 && free && std::abs(st.ne.vx(i)) > memory.scale[u];
-    others |= !memory.linear[u] && free;
-  }
-  if (!far || !others) return false;
-  for (int i = 0; i < st.run.maxs; ++i)
-    if (!memory.linear[static_cast<std::size_t>(i)] && std::ranges::find(fixed, i) == fixed.end()) fixed.push_back(i);
-  console(" A scale factor is far from its value: only scale factors and background move in this cycle");
+  for (const auto& r : solution.resting)
+    listing(" => Parameter held in this cycle: " + name_of(r.n) + ", " + std::string(r.why));
+  if (solution.curbed)
+    console(" A scale factor is far from its value: only scale factors and background move in this cycle");
   return true;
 }
 
 void cycle_runner::damp_reversals() {
   for (int i = 0; i < st.run.maxs; ++i) {
-    double& old_shift = memory.last_shift[static_cast<std::size_t>(i)];
+    double& old_shift = last_shift[static_cast<std::size_t>(i)];
     const double shift = st.ne.vx(i);
     const bool same_sign = std::signbit(old_shift) == std::signbit(shift);
     if (std::abs(shift) < 0.75 * std::abs(old_shift) || same_sign)
@@ -349,32 +417,175 @@ void cycle_runner::damp_reversals() {
   }
 }
 
+void cycle_runner::rest() { std::fill(st.ne.vector().begin(), st.ne.vector().end(), 0.0); }
+
 void cycle_runner::report(int cycle, bool converged, bool last) {
   cycle_report r;
   r.cycle = cycle;
   r.converged = converged;
   r.last = last;
-  const bool matching = std::ranges::any_of(st.phase, [](const auto& phase) { return std::abs(phase.jbt) == 2; });
+  r.intensities = last;
   for (int ip = 0; ip < st.run.n_patt; ++ip)  // before the shifts: yc and the intensities belong together
-    if (takes_part(st.pattern[static_cast<std::size_t>(ip)]) && (matching || last)) bragg(st, ip);
-  r.shifts = apply_shifts::apply(st);
-  memory.held.insert(memory.held.end(), r.shifts.held.begin(), r.shifts.held.end());
+    if (takes_part(pattern(ip)) && last) bragg(st, ip, intensity_update::none);
+  using apply_shifts::multiplier_at_guard;
+  r.shifts = apply_shifts::apply(st, whole_steps() ? multiplier_at_guard::kept : multiplier_at_guard::halved);
+  if (!converged) follow(r.shifts.taken);
+  solver.hold(r.shifts.held);
   for (const std::string& w : r.shifts.warnings) console(w);
   if (hooks.cycle_done) hooks.cycle_done(r);
 }
 
+/// The intensities take the step that belongs to the one that the parameters really took.
+void cycle_runner::follow(const std::vector<double>& taken) {
+  if (!matching || st.run.intensities != intensity_road::together) return;
+  movement = {};
+  for (int ip = 0; ip < st.run.n_patt; ++ip) {
+    if (!takes_part(pattern(ip)) || !pattern(ip).refining()) continue;
+    const auto m = intensities[static_cast<std::size_t>(ip)].follow(taken, pattern(ip).refl);
+    movement.in_sigmas = std::max(movement.in_sigmas, m.in_sigmas);
+    movement.at_floor += m.at_floor;
+  }
+}
+
+bool cycle_runner::has_converged() {
+  const bool small = shifts_are_small();
+  if (solution.curbed || !factor.lets_converge() || (st.run.cycles_done == st.run.mcycle && factor.risen)) return false;
+  return small && intensities_stand();
+}
+
+/// Every shift below eps standard deviations, also the one that would be taken without lambda.
 bool cycle_runner::shifts_are_small() {
   double largest = 0.0;
   int which = 0;
   for (int i = 0; i < st.run.maxs; ++i) {
     const double s = std::max(st.run.eps * std::sqrt(std::abs(st.ne.rjac(i, i))), 1.0e-7);
-    const double ratio = st.ne.vx(i) / s;
+    double shift = st.ne.vx(i);
+    if (factor.lambda > 0.0) {
+      const double whole = solution.undamped[static_cast<std::size_t>(i)];
+      if (std::abs(whole) > std::abs(shift)) shift = whole;
+    }
+    const double ratio = shift / s;
     if (std::abs(ratio) > std::abs(largest)) largest = ratio, which = i + 1;
   }
   if (!(std::abs(largest) > 1.0)) return true;
+  largest_shift = name_of(which) + ": " + number(largest * static_cast<double>(st.run.eps)) + " standard deviations";
   console(" Conv. not yet reached -> [Max] Shift(" + name_of(which) +
           ")/(eps*Sigma)=" + fmt_line{}.g(12, 4, largest).str() + " abs> 1");
   return false;
+}
+
+bool cycle_runner::intensities_stand() {
+  if (!matching) return true;
+  const bool by_solution = st.run.intensities == intensity_road::together;
+  constexpr double settled = 1.0e-3;
+  const double share = by_solution ? movement.in_sigmas / (static_cast<double>(st.run.eps) *
+                                                           std::sqrt(std::max(static_cast<double>(st.run.t_chi2), 1.0)))
+                                   : moved / settled;
+  if (share <= 1.0) return true;
+  largest_shift = "the free intensities";
+  console(" Conv. not yet reached -> change of the intensities/(eps*Sigma)=" + fmt_line{}.g(12, 4, share).str() + " > 1");
+  return false;
+}
+
+/// Number (1-based) of a pattern whose calculated peaks all together are within the noise, 0 without one: shifts are
+/// small there only because nothing depends on the parameters any more.
+int cycle_runner::pattern_without_peaks() const {
+  for (int ip = 0; ip < st.run.n_patt; ++ip) {
+    const pattern_type& p = st.pattern[static_cast<std::size_t>(ip)];
+    if (!takes_part(p) || !p.refining()) continue;
+    double significance = 0.0;
+    for (std::size_t i = 0; i < p.yc.size(); ++i)
+      if (!kalvaris_params::kr_excluded(p.kr[i], st.dim.maxreflx))
+        significance += static_cast<double>(p.yc[i]) * p.yc[i] / p.var[i];
+    constexpr double three_sigma = 9.0;
+    if (!(significance > three_sigma * std::max(static_cast<double>(p.bragg.chi2), 1.0))) return ip + 1;
+  }
+  return 0;
+}
+
+// ---- what ends the cycles ------------------------------------------------------------------------------------------
+
+/// Every pattern needs more points under its reflections than its share of the parameters.
+bool cycle_runner::too_few_points() {
+  const int share = kv_rfactors::parameter_share(st);
+  for (int ip = 0; ip < st.run.n_patt; ++ip) {
+    const pattern_type& p = pattern(ip);
+    if (!takes_part(p) || p.num1 > share) continue;
+    tell(" Too few points under reflections in pattern:" + cycle_number(ip + 1) +
+         " points:" + fmt_line{}.i(7, p.num1).str() + " parameters:" + fmt_line{}.i(6, share).str());
+    kalvaris_inout::stop_cond(st.io, " Too few points for the parameters", false);
+    console("WARNING: Abnormal end, nothing is rewritten");
+    return true;
+  }
+  return false;
+}
+
+/// A first cycle whose sum is no number, which nothing can be gone back to.
+bool cycle_runner::starts_from_nothing(double chi2) {
+  if (st.run.t_chi2_ini < 0.0001f) st.run.t_chi2_ini = static_cast<float>(chi2);
+  first_chi2 = chi2;
+  if (std::isfinite(chi2)) return false;
+  listing(" ==> Strong DIVERGENCE!!, at cycle no.:" + cycle_number(1));
+  listing("  -> Please, fix some parameters in order to determine the origin of divergence");
+  listing("  -> Check wrong box constraints, 0-initial values, etc");
+  console("==> Strong DIVERGENCE!!, at cycle no.:" + cycle_number(1));
+  console("==> The first value that is not finite: " + kv_cycle_failures::what_is_not_finite(st));
+  console("==> Please, fix some parameters in order to determine the origin of divergence");
+  console("==> Check wrong box constraints, 0-initial values, etc");
+  kalvaris_inout::stop_cond(st.io, "Unrecoverable divergence!! ", false);
+  console("WARNING: Abnormal end, final calculations and writing...");
+  return true;
+}
+
+void cycle_runner::stop_as_singular(const kv_least_squares::solution& s) {
+  for (const std::string& line : kv_cycle_failures::phases_without_intensity(st)) tell(line);
+  for (const int i : s.without_effect) {
+    const std::string of = fmt_line{}.i(5, i + 1).str();
+    listing(" ==> Singular matrix!!, problem with parameter no.:" + of + " ->" + name_of(i + 1));
+    console(" ==> Singular matrix!!, problem with " + name_of(i + 1) + " no.:" + of);
+  }
+  for (const std::string& line : kv_cycle_failures::lines_without_effect(st, s.without_effect)) tell(line);
+  if (!s.dependent.empty()) {
+    listing(" ==> Singular matrix!!, fix some parameters!");
+    console(" Singular matrix!!, fix some parameters!");
+    for (const std::string& line : kv_cycle_failures::lines_of_dependence(st, s.dependent)) tell(line);
+  }
+  kalvaris_inout::stop_cond(st.io, " Singular Matrix!! ", s.without_effect.empty());
+  console("WARNING: Abnormal end, nothing is rewritten");
+}
+
+/// What holds the result, beside the values and as lines.
+void cycle_runner::collect_remarks() {
+  st.parm.remark.assign(static_cast<std::size_t>(st.run.maxs) + 1, {});
+  for (const auto& r : solution.resting) {
+    st.parm.remark[static_cast<std::size_t>(r.n)] = r.why;
+    st.run.cycles_end.remarks.push_back("parameter" + fmt_line{}.i(5, r.n).str() + " " + name_of(r.n) + ": " +
+                                        std::string(r.why));
+  }
+}
+
+void cycle_runner::tell_end(outcome end) {
+  using how = cycles_end_type::how;
+  cycles_end_type& record = st.run.cycles_end;
+  record.end = end == outcome::calculation_only ? how::calculated
+               : end == outcome::converged      ? how::converged
+               : end == outcome::no_descent     ? how::no_descent
+               : end == outcome::no_peaks       ? how::no_peaks
+               : st.run.finish_required         ? how::asked_to
+                                                : how::used_up;
+  if (end != outcome::calculation_only) collect_remarks();
+  const std::string not_small = largest_shift.empty() ? std::string() : ", the largest shift is that of " + largest_shift;
+  if (record.end == how::used_up)
+    tell(" WARNING: the" + cycle_number(st.run.mcycle) + " cycles asked for ended without convergence" + not_small);
+  if (record.end == how::asked_to) tell(" The cycles ended on request, without convergence" + not_small);
+  if (record.end == how::no_descent)
+    tell(" WARNING: no shift lowers the weighted sum of squares any more, without convergence" + not_small);
+  if (record.end == how::no_peaks)
+    tell(" WARNING: no calculated intensity is left in pattern" + cycle_number(pattern_without_peaks()) +
+         ": its peaks miss the observed ones. Start with better zero, cell and widths, or with fewer parameters");
+  for (const std::string& remark : record.remarks) tell(" WARNING: " + remark);
+  const bool normal = record.end == how::converged || record.end == how::calculated;
+  console(normal ? "Normal end, final calculations and writing..." : "End without convergence, final calculations and writing...");
 }
 
 }  // namespace

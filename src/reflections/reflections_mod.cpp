@@ -7,6 +7,7 @@
 #include <numbers>
 #include <numeric>
 
+#include "kept_intensities.hpp"
 #include "kv_peak_geometry.hpp"
 #include "kv_structure_factors.hpp"
 #include "lmix_fixed_format.hpp"
@@ -162,11 +163,12 @@ void genera(state_type& st, int ip, int ph) {
   report_user_limit(st, ip, ph, limits);
   check_count(st, ip, ph, limits);
   const auto entries = unique_reflections(st, ip, ph, limits);
+  const kept_intensities::kept kept = kept_intensities::read(st, ip, ph);
   row_maker rows(st, ip, ph, limits, true);
   double smax_found = 0;
   for (const auto& entry : entries) {
     smax_found = std::max(smax_found, double{entry.s});
-    rows.add(entry.h, entry.mult, std::nullopt);
+    rows.add(entry.h, entry.mult, kept.of(entry.h));
   }
   report_limits(st, limits, entries.size(), smax_found);
   mix.num_refl = rows.added();

@@ -103,6 +103,8 @@ void init_val(state_type& st) {
   run.optimize = st.run.optimize;
   run.automatic = st.run.automatic;
   run.t_chi2_ini = st.run.t_chi2_ini;
+  run.whole_steps = st.run.whole_steps;
+  run.intensities = st.run.intensities;
   st.run = run;
 
   std::vector<kalvaris_params::pattern_type> patterns(static_cast<std::size_t>(run.n_patt));

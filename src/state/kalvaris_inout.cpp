@@ -1,11 +1,11 @@
 #include "kalvaris_inout.hpp"
 
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <array>
 #include <cerrno>
-#include <cstdlib>
 #include <filesystem>
 #include <iostream>
 #include <system_error>
@@ -22,11 +22,10 @@ using lmix_fixed_format::fmt_line;
 
 /// How a file of the table is opened.
 enum class open_mode {
-  read,        ///< must exist, read only
-  read_write,  ///< must exist and be writable
-  replace,     ///< made anew
-  append,      ///< grows from run to run
-  either,      ///< kept when it exists, made when not
+  read,     ///< must exist
+  replace,  ///< made anew
+  append,   ///< grows from run to run
+  grow,     ///< made anew, grows during the run
 };
 
 /// Keys whose names depend on more than the numbers of pattern and phase have a row per variant.
@@ -43,14 +42,14 @@ struct file_row {
   std::array<std::string_view, 4> names;
 };
 
-constexpr std::array<file_row, 37> file_table{{
-    {-1, variant::plain, 1, open_mode::read_write, {"%c.new"}},
-    {1, variant::plain, 1, open_mode::read_write, {"%c.pcr"}},
+constexpr std::array<file_row, 41> file_table{{
+    {-1, variant::plain, 1, open_mode::read, {"%c.new"}},
+    {1, variant::plain, 1, open_mode::read, {"%c.pcr"}},
     {3, variant::plain, 3, open_mode::replace, {"%c.sym"}},
     {4, variant::plain, 2, open_mode::append, {"%c.rpa"}},
     {5, variant::plain, 4, open_mode::read, {"%e"}},
-    {6, variant::plain, 15, open_mode::read_write, {"%c%p%t.hkl", "%d%t.int", "hkl%p%t.hkl", "%c%p%t.int"}},
-    {6, variant::other, 15, open_mode::read_write, {"%e", "%d%t.int", "hkl%p%t.hkl", "%c%p%t.int"}},
+    {6, variant::plain, 15, open_mode::read, {"%c%p%t.hkl", "%d%t.int", "hkl%p%t.hkl", "%c%p%t.int"}},
+    {6, variant::other, 15, open_mode::read, {"%e", "%d%t.int", "hkl%p%t.hkl", "%c%p%t.int"}},
     {7, variant::plain, 9, open_mode::replace, {"%c%t.fou"}},
     {7, variant::other, 9, open_mode::replace, {"%c%t.msf"}},
     {8, variant::plain, 10, open_mode::replace, {"%c%t.hkl"}},
@@ -63,11 +62,13 @@ constexpr std::array<file_row, 37> file_table{{
     {106, variant::plain, 17, open_mode::replace, {"%c%t.xy"}},
     {107, variant::plain, 17, open_mode::replace, {"%c%t.agr"}},
     {12, variant::plain, 12, open_mode::read, {"%c%t.bac", "%d.bac"}},
-    {-12, variant::plain, 12, open_mode::either, {"%c%t.bac", "%d.bac"}},
+    {-12, variant::plain, 12, open_mode::replace, {"%c%t.bac", "%d.bac"}},
     {13, variant::plain, 13, open_mode::read, {"%r"}},
     {14, variant::plain, 14, open_mode::replace, {"%c.sim"}},
     {15, variant::plain, 18, open_mode::replace, {"%c%p.sch"}},
     {16, variant::plain, 19, open_mode::replace, {"%c.new"}},
+    {108, variant::plain, 39, open_mode::read, {"%c%p%t.ints"}},
+    {109, variant::plain, 39, open_mode::replace, {"%c%p%t.ints"}},
     {17, variant::plain, 21, open_mode::replace, {"%c%t.inp"}},
     {17, variant::other, 21, open_mode::replace, {"%c.ins"}},
     {18, variant::plain, 22, open_mode::replace, {"%c%p.atm"}},
@@ -79,7 +80,9 @@ constexpr std::array<file_row, 37> file_table{{
     {24, variant::plain, 29, open_mode::replace, {"%c%p%t.mic"}},
     {25, variant::plain, 31, open_mode::replace, {"%c.spf"}},
     {26, variant::plain, 32, open_mode::replace, {"edma.input"}},
-    {2, variant::plain, 7, open_mode::replace, {"%c.out"}},
+    {101, variant::plain, 37, open_mode::replace, {"%c.pcr"}},
+    {102, variant::plain, 38, open_mode::replace, {"%c.pcr.bak"}},
+    {2, variant::plain, 7, open_mode::grow, {"%c.out"}},
     {2, variant::other, 8, open_mode::replace, {"%c.sum"}},
 }};
 
@@ -143,44 +146,82 @@ std::string expand(const inout_type& io, const open_request& r, std::string_view
   return text;
 }
 
-bool exists(const std::string& path) {
+std::string reason_of(int error) { return std::generic_category().message(error); }
+
+/// Why the file cannot be read, blank when it can; ENOENT is for the caller to tell. A pipe or a device would make the
+/// run wait or read without end.
+std::string obstacle_to_reading(const std::string& path) {
+  struct stat there {};
+  if (stat(path.c_str(), &there) != 0) return reason_of(errno);
+  if (S_ISDIR(there.st_mode)) return reason_of(EISDIR);
+  if (!S_ISREG(there.st_mode)) return "it is no plain file";
+  return access(path.c_str(), R_OK) == 0 ? std::string() : reason_of(errno);
+}
+
+/// What a control file names may lie anywhere; what a run writes under such a name lies in its folder.
+bool in_run_folder(const inout_type& io, const std::string& path) {
   std::error_code ec;
-  return fs::exists(path, ec);
+  const auto real = [&](const std::string& directory) {
+    return fs::canonical(directory.empty() ? "." : directory, ec) / "";
+  };
+  const fs::path folder = real(io.directory),
+                 of_file = real(output_file::directory_of(output_file::end_of_links(path)));
+  return !ec && of_file.native().starts_with(folder.native());
 }
 
-/// A pipe or a device would make the run wait or read without end.
-bool readable_kind(const std::string& path) {
+/// What a try to open one name came to.
+struct try_result {
+  bool open = false;
+  std::string why;  ///< blank also for a file that is simply not there
+};
+
+try_result open_for_reading(inout_type& io, int unit_number, const std::string& path) {
   std::error_code ec;
-  return fs::is_regular_file(path, ec);
+  if (!fs::exists(path, ec) && !ec) return {};
+  if (std::string why = obstacle_to_reading(path); !why.empty()) return {false, std::move(why)};
+  io.units[unit_number].path = path;
+  return {true, {}};
 }
 
-std::ios::openmode stream_mode(open_mode mode, bool present) {
-  switch (mode) {
-    case open_mode::read:
-      return std::ios::in;
-    case open_mode::read_write:
-      return std::ios::in | std::ios::out;
-    case open_mode::replace:
-      return std::ios::out | std::ios::trunc;
-    case open_mode::append:
-      return std::ios::out | std::ios::app;
-    case open_mode::either:
-      break;
-  }
-  return present ? std::ios::in | std::ios::out : std::ios::in | std::ios::out | std::ios::trunc;
-}
-
-/// Opens one name under the unit. The unit must be closed.
-bool open_name(inout_type& io, int unit_number, open_mode mode, const std::string& name) {
-  const std::string path = run_path(io, name);
-  const bool present = exists(path);
-  if (present ? !readable_kind(path) : mode == open_mode::read || mode == open_mode::read_write) return false;
+try_result open_for_writing(inout_type& io, int unit_number, open_mode mode, const std::string& path,
+                            const std::string& name) {
+  const auto how = mode == open_mode::grow     ? output_file::way::in_place
+                   : mode == open_mode::append ? output_file::way::append
+                                               : output_file::way::whole;
+  auto output = std::make_unique<output_file::file>(path, name, io.filenam, how);
+  if (!output->open()) return {false, output->failure().substr(name.size() + 2)};
   run_file file;
   file.path = path;
-  file.stream.open(path, stream_mode(mode, present));
-  if (!file.stream.is_open()) return false;
+  file.output = std::move(output);
   io.units.insert_or_assign(unit_number, std::move(file));
-  return true;
+  return {true, {}};
+}
+
+/// Locks and reads the control file, so that the run knows what it may replace, and clears away what killed runs left.
+try_result open_control(inout_type& io, const std::string& path) {
+  std::error_code ec;
+  if (!io.only_looking && io.namefil.starts_with("starting") && !fs::exists(path, ec))
+    std::ofstream(path, std::ios::app);
+  try_result result = open_for_reading(io, unit::control, path);
+  if (!result.open) return result;
+  run_file& file = io.units.at(unit::control);
+  const std::string control = run_path(io, io.filenam + ".pcr");
+  const auto locked = io.only_looking ? file_lock::outcome::unavailable : file.lock.take(path);
+  if (locked == file_lock::outcome::had)
+    for (const std::string& directory : {io.directory, output_file::directory_of(output_file::end_of_links(control))})
+      output_file::remove_leftovers(directory, io.filenam);
+  file.text = text_of_file(path);
+  io.control_before = path == control ? file.text : text_of_file(control);
+  if (locked != file_lock::outcome::taken && file.text) return result;
+  close_unit(io, unit::control);
+  return {false, locked == file_lock::outcome::taken ? "another run works on it" : "it cannot be read"};
+}
+
+try_result open_name(inout_type& io, int unit_number, open_mode mode, const std::string& name) {
+  const std::string path = run_path(io, name);
+  if (unit_number == unit::control) return open_control(io, path);
+  return mode == open_mode::read ? open_for_reading(io, unit_number, path)
+                                 : open_for_writing(io, unit_number, mode, path, name);
 }
 
 void set_error(inout_type& io, std::string text) {
@@ -190,7 +231,7 @@ void set_error(inout_type& io, std::string text) {
 
 std::string unit_text(int unit_number) { return fmt_line{}.a(" Unit:").i(2, unit_number).str(); }
 
-void set_open_error(inout_type& io, const open_request& r, int unit_number) {
+void set_open_words(inout_type& io, const open_request& r, int unit_number) {
   const auto name = [&](std::string_view pattern) { return expand(io, r, pattern); };
   switch (r.key) {
     case file_key::data:
@@ -210,33 +251,45 @@ void set_open_error(inout_type& io, const open_request& r, int unit_number) {
   }
 }
 
+void set_open_error(inout_type& io, const open_request& r, int unit_number, const std::string& why) {
+  set_open_words(io, r, unit_number);
+  if (!why.empty()) io.file_error_mess += ": " + why;
+}
+
 /// The file with its own extension (.dat when there is none), then with the others; the one found is recorded.
-bool open_data(inout_type& io, const open_request& r, const file_row& row) {
+try_result open_data(inout_type& io, const open_request& r, const file_row& row) {
   const auto ip = static_cast<std::size_t>(std::max(r.ipat, 1) - 1);
   if (io.extdat.size() <= ip) io.extdat.resize(ip + 1);
   if (io.extdat[ip].empty()) io.extdat[ip] = ".dat";
   const std::string file = element(io.filedat, r.ipat);
   io.namefil = file + io.extdat[ip];
-  if (open_name(io, row.unit, row.mode, io.namefil)) return true;
+  try_result first = open_name(io, row.unit, row.mode, io.namefil);
+  if (first.open || !first.why.empty()) return first;
   for (const std::string_view extension : data_extensions) {
     io.extdat[ip] = extension;
     io.namefil = file + io.extdat[ip];
-    if (open_name(io, row.unit, row.mode, io.namefil)) return true;
+    if (try_result next = open_name(io, row.unit, row.mode, io.namefil); next.open || !next.why.empty()) return next;
   }
-  return false;
+  return first;
 }
 
-bool open_row(inout_type& io, const open_request& r, const file_row& row) {
+try_result open_row(inout_type& io, const open_request& r, const file_row& row) {
   close_unit(io, row.unit);
   if (r.key == file_key::data) return open_data(io, r, row);
+  try_result result;
   for (std::size_t k = 0; k < row.names.size() && !row.names[k].empty(); ++k) {
     io.namefil = expand(io, r, row.names[k]);
     if (r.key == file_key::reflections_in) io.ishkl = k == 0 ? 0 : 1;
-    open_mode mode = row.mode;
-    if (row.unit == unit::control && io.namefil.starts_with("starting")) mode = open_mode::either;
-    if (open_name(io, row.unit, mode, io.namefil)) return true;
+    const bool named_in_control_file = row.names[k].starts_with("%d");
+    try_result next;
+    if (row.mode != open_mode::read && named_in_control_file && !in_run_folder(io, run_path(io, io.namefil)))
+      next.why = io.namefil + " lies outside of the folder of the run";
+    else
+      next = open_name(io, row.unit, row.mode, io.namefil);
+    if (next.open) return next;
+    if (!next.why.empty()) result.why = next.why;
   }
-  return false;
+  return result;
 }
 
 std::string_view trimmed(std::string_view text) {
@@ -245,16 +298,6 @@ std::string_view trimmed(std::string_view text) {
 }
 
 bool second_is_equals(std::string_view text) { return text.starts_with('=') || (text.size() > 1 && text[1] == '='); }
-
-bool write_all(int file, std::string_view text) {
-  while (!text.empty()) {
-    const ssize_t n = write(file, text.data(), text.size());
-    if (n < 0 && errno == EINTR) continue;
-    if (n <= 0) return false;
-    text.remove_prefix(static_cast<std::size_t>(n));
-  }
-  return true;
-}
 
 std::ostream& console(const inout_type& io) { return io.console != nullptr ? *io.console : std::cout; }
 
@@ -275,24 +318,41 @@ void openfile(inout_type& io, const open_request& request) {
   }
   const file_row* row = find_row(request.key, variant_of(io, request));
   if (row == nullptr) return set_error(io, fmt_line{}.a(" => Illegal option nopf:").i(5, request.key).str());
-  if (!open_row(io, request, *row)) return set_open_error(io, request, row->unit);
+  if (const auto opened = open_row(io, request, *row); !opened.open)
+    return set_open_error(io, request, row->unit, opened.why);
   if (request.key != file_key::listings) return;
   const file_row* summary = find_row(file_key::listings, variant::other);
-  if (!open_row(io, request, *summary)) set_open_error(io, request, summary->unit);
+  if (const auto opened = open_row(io, request, *summary); !opened.open)
+    set_open_error(io, request, summary->unit, opened.why);
+}
+
+bool may_open(inout_type& io, const open_request& request) {
+  const bool before = std::exchange(io.file_error, false);
+  openfile(io, request);
+  if (const file_row* row = find_row(request.key, variant_of(io, request))) io.units.erase(row->unit);
+  const bool opened = !io.file_error;
+  io.file_error = io.file_error || before;
+  return opened;
 }
 
 std::ostream& out(inout_type& io, int unit_number) {
   const auto found = io.units.find(unit_number);
-  return found == io.units.end() ? io.nothing : found->second.stream;
+  return found == io.units.end() || !found->second.output ? io.nothing : found->second.output->stream();
 }
 
 std::optional<std::string> content(inout_type& io, int unit_number) {
   const auto found = io.units.find(unit_number);
   if (found == io.units.end()) return std::nullopt;
-  found->second.stream.flush();
-  std::ifstream in(found->second.path, std::ios::binary | std::ios::ate);
-  if (!in) return std::nullopt;
-  const auto size = static_cast<std::streamoff>(in.tellg());
+  run_file& file = found->second;
+  if (file.text) return file.text;
+  if (file.output && file.output->how() != output_file::way::in_place) return file.output->pending();
+  if (file.output && !file.output->send()) return std::nullopt;
+  return text_of_file(file.path);
+}
+
+std::optional<std::string> text_of_file(const std::string& path) {
+  std::ifstream in(path, std::ios::binary | std::ios::ate);
+  const auto size = in ? static_cast<std::streamoff>(in.tellg()) : -1;
   if (size < 0) return std::nullopt;
   std::string text(static_cast<std::size_t>(size), '\0');
   in.seekg(0);
@@ -306,33 +366,6 @@ int number_of_records(inout_type& io, int unit_number) {
   if (!text || text->empty()) return 0;
   const auto ends = std::count(text->begin(), text->end(), '\n');
   return static_cast<int>(ends) + (text->back() == '\n' ? 0 : 1);
-}
-
-void close_unit(inout_type& io, int unit_number) { io.units.erase(unit_number); }
-void close_all(inout_type& io) { io.units.clear(); }
-
-bool replace_file(const std::string& path, std::string_view text) {
-  std::error_code ec;
-  // a link stays a link: the file that it points to is the one replaced
-  fs::path target = path;
-  if (fs::is_symlink(path, ec)) {
-    target = fs::canonical(path, ec);
-    if (ec) return false;
-  }
-  std::string temporary = target.string() + ".XXXXXX";
-  const int file = mkstemp(temporary.data());
-  if (file < 0) return false;
-  const bool written = write_all(file, text) && fsync(file) == 0;
-  if (close(file) == 0 && written) {
-    constexpr fs::perms fresh =
-        fs::perms::owner_read | fs::perms::owner_write | fs::perms::group_read | fs::perms::others_read;
-    const fs::file_status status = fs::status(target, ec);
-    fs::permissions(temporary, fs::exists(status) ? status.permissions() : fresh, ec);
-    fs::rename(temporary, target, ec);
-    if (!ec) return true;
-  }
-  fs::remove(temporary, ec);
-  return false;
 }
 
 void console_line(inout_type& io, std::string_view line) { console(io) << line << '\n'; }

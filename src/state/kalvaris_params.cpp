@@ -1,6 +1,7 @@
 #include "kalvaris_params.hpp"
 
 #include <cstdlib>
+#include <utility>
 
 namespace kalvaris_params {
 
@@ -28,6 +29,16 @@ void reflection_list::permute(const std::vector<int>& order) {
     auto former = array;
     for (std::size_t i = 0; i < order.size(); ++i) array[i] = former[static_cast<std::size_t>(order[i])];
   });
+}
+
+void state_type::tell(notice said) {
+  if (!io.only_looking) {
+    std::string line = (said.warning ? "Warning! " : "Note: ") + said.text;
+    if (!said.advice.empty()) line += (line.ends_with('.') ? " " : ". ") + said.advice;
+    kalvaris_inout::mess_cons(io, line);
+    kalvaris_inout::out(io, kalvaris_inout::unit::listing) << " => " << line << '\n';
+  }
+  notices.push_back(std::move(said));
 }
 
 std::int32_t pack_irefs(const reflection_key& key) {

@@ -602,6 +602,7 @@ struct pattern_type {
   std::vector<int> iww;                     ///< detectors summed into the point
   std::vector<float> yc;                    ///< calculated Bragg sum (the cycle)
   std::vector<float> bk;                    ///< background (the background model)
+  std::vector<std::uint8_t> bk_cut;         ///< points where a refined background left its range and was set to 0
   std::vector<std::int64_t> kr;             ///< packed range of reflections of the point (assignk)
   std::vector<std::vector<float>> bk_pr;    ///< user profiles of the background on the grid of the data
 
@@ -690,7 +691,7 @@ struct phase_type {
   std::vector<rigid_body_type> bodies;
   std::vector<mode_set_type> mode_sets;
   std::vector<mode_type> modes;  ///< set by set
-  bool stfac_nref = false;  ///< nothing refined changes its structure factors: those of the first cycle hold
+  bool stfac_nref = false;       ///< nothing refined changes its structure factors: those of the first cycle hold
   /// Profile matching in any form: the intensities are not calculated from atoms.
   [[nodiscard]] bool profile_matching() const { return jbt == 2 || jbt == -2 || jbt == 3 || jbt == -3; }
   bool operator==(const phase_type&) const = default;
@@ -725,10 +726,11 @@ struct mix_type {
 
 /// A parameter with limits.
 struct parameter_limit {
-  int number = 0;  ///< parameter number
+  int number = 0;  ///< parameter number, 0: of none
   float vlim1 = 0.f, vlim2 = 0.f, step = 0.f;
   int condition = 0;
   std::string name;
+  int number_read = 0;  ///< parameter number of the control file
   bool operator==(const parameter_limit&) const = default;
 };
 
@@ -738,7 +740,8 @@ struct linear_restraint {
   int n = 0;             ///< terms as written; negative: listed only
   bool noapply = false;  ///< listed only: n is negative or the sigma is not above 0
   std::vector<float> coef;
-  std::vector<int> para;  ///< parameter numbers
+  std::vector<int> para;       ///< parameter numbers, 0: none
+  std::vector<int> para_read;  ///< those of the control file
   bool operator==(const linear_restraint&) const = default;
 };
 
@@ -749,6 +752,32 @@ struct search_type {
   int num_temps = 60, nalgor = 0, initconfig = 0, num_therm = 0, weight_sim = 0;
   std::array<int, 2> seed_sa{};  ///< 0 0: from the clock
   bool operator==(const search_type&) const = default;
+};
+
+/// How the cycles of a run ended. Written by the cycles; console, summary and exit status tell it.
+struct cycles_end_type {
+  enum class how : std::uint8_t {
+    not_run,
+    calculated,   ///< a calculation only
+    converged,
+    used_up,      ///< all cycles that were asked for, without convergence
+    asked_to,     ///< by a request to finish
+    no_descent,   ///< no shift lowers the sum, and the shifts are not small
+    no_peaks,     ///< nothing is left of the calculated peaks of a pattern
+    broken_off,   ///< divergence, singular matrix, too few points
+  };
+  how end = how::not_run;
+  std::vector<std::string> remarks;  ///< what holds the result: parameters at limits, dropped, intensities at zero
+  /// The result stands at a minimum of all parameters that were to be refined.
+  [[nodiscard]] bool whole() const { return (end == how::converged && remarks.empty()) || end == how::calculated; }
+  bool operator==(const cycles_end_type&) const = default;
+};
+
+/// How the intensities of profile-matching phases follow the pattern.
+enum class intensity_road : std::uint8_t {
+  together,   ///< moved by the solution of the normal equations
+  partition,  ///< shifts that foresee their answer, then partitions of the net profile
+  fixed,      ///< shifts at fixed intensities, then partitions of the net profile
 };
 
 struct run_type {
@@ -774,6 +803,7 @@ struct run_type {
   int n_pat_plot = 1;
   float t1_lim = 0.f, t2_lim = 0.f;
   int maximum_lcode = 0;         ///< highest parameter number met
+  std::vector<int> number_now;   ///< of the run, by parameter number as read, 0: no code carries it; empty: as read
   bool pattern_to_plot = false;  ///< the line stood in the file
   std::vector<parameter_limit> limits;
   // what the writer of the control file needs and the run may change
@@ -783,7 +813,18 @@ struct run_type {
   std::array<int, 5> flags_read{};    ///< nphase idum iasg nrell icryg, as read
   std::vector<linear_restraint> linear;
   search_type search;
+  // asked for on the command line
+  bool whole_steps = false;                             ///< a shift that reverses the one before is not halved
+  intensity_road intensities = intensity_road::together;
+  cycles_end_type cycles_end;
   bool operator==(const run_type&) const = default;
+};
+
+/// What a stage found in its input and the user should know: printed by a run, listed by a look at it.
+struct notice {
+  bool warning = false;  ///< the run goes on to an end that is hardly meant; otherwise a note
+  std::string text;      ///< what was found
+  std::string advice;    ///< what to do, a sentence; blank when the text says it
 };
 
 /// Bookkeeping of the refined parameters, 1-based: element 0 unused, maxs + 1 long.
@@ -791,6 +832,7 @@ struct parameter_table {
   std::vector<std::string> nampar;  ///< names, up to 50 characters
   std::vector<float> valx, svalx;   ///< value and sigma of the reference slot
   std::vector<float> m_ref;         ///< size of the reference slot's multiplier (0: no slot moves)
+  std::vector<std::string> remark;  ///< what held it at the end, blank when it was free
 };
 
 /// The data file that readint keeps between patterns: a file of several banks stays open. Written by readint only.
@@ -817,6 +859,10 @@ struct state_type {
   kalvaris_util::clock_type clock;
   lmix_string_utilities::findfmt_state fmt;  ///< ierr_fmt, line_nb, mess_findfmt of the control-file reader
   data_file_type data_file;
+  std::vector<notice> notices;  ///< in the order of the stages
+
+  /// Keeps the notice and, unless the run is only looked at, prints it on console and listing.
+  void tell(notice said);
 
   [[nodiscard]] mix_type& mix(int ph, int ip) { return mixes[static_cast<std::size_t>(ph * run.n_patt + ip)]; }
   [[nodiscard]] const mix_type& mix(int ph, int ip) const {

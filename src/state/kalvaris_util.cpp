@@ -26,22 +26,26 @@ void to_all(kalvaris_inout::inout_type& io, const std::string& line) {
   both_listings(io, line);
 }
 
+std::chrono::duration<double> processor_time() {
+  std::timespec now{};
+  clock_gettime(CLOCK_PROCESS_CPUTIME_ID, &now);
+  return std::chrono::seconds(now.tv_sec) + std::chrono::nanoseconds(now.tv_nsec);
+}
+
 }  // namespace
 
 void ggtim(kalvaris_inout::inout_type& io, clock_type& clock, int i) {
-  using std::chrono::steady_clock;
   if (i == 1) {
-    clock.itick1 = steady_clock::now();
+    clock.itick1 = processor_time();
     return;
   }
-  constexpr float minutes_per_second = 0.016666668f;
-  const auto seconds = std::chrono::duration_cast<std::chrono::duration<float>>(steady_clock::now() - clock.itick1);
+  constexpr double seconds_per_minute = 60.0;
   kalvaris_inout::mess_cons(io, "");
   kalvaris_inout::mess_cons(io, "");
   both_listings(io, "");
-  const float elapsed = seconds.count();
-  to_all(io, fmt_line{}.x(14).a("CPU Time:").f(10, 3, static_cast<double>(elapsed)).a(" seconds").str());
-  to_all(io, fmt_line{}.x(23).f(10, 3, static_cast<double>(elapsed * minutes_per_second)).a(" minutes").str());
+  const double used = (processor_time() - clock.itick1).count();
+  to_all(io, fmt_line{}.x(14).a("CPU Time:").f(10, 3, used).a(" seconds").str());
+  to_all(io, fmt_line{}.x(23).f(10, 3, used / seconds_per_minute).a(" minutes").str());
 }
 
 date_time fecha(clock_type& clock) {

@@ -12,11 +12,12 @@
 namespace kalvaris_util {
 
 struct clock_type {
-  std::chrono::steady_clock::time_point itick1{};
-  std::string dat_tim;  ///< "    Date: dd/mm/yyyy  Time: hh:mm:ss.sss"
+  std::chrono::duration<double> itick1{};  ///< processor time of the process at the start of the run
+  std::string dat_tim;                     ///< "    Date: dd/mm/yyyy  Time: hh:mm:ss.sss"
 };
 
-/// i = 1 starts the clock; i = 2 prints the elapsed time in seconds and minutes on the console and in the listings.
+/// i = 1 starts the clock; i = 2 prints the processor time that the run took, of all its threads, in seconds and
+/// minutes on the console and in the listings.
 void ggtim(kalvaris_inout::inout_type& io, clock_type& clock, int i);
 
 struct date_time {

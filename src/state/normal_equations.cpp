@@ -65,9 +65,11 @@ void normal_matrix::reset(int n) {
   n_ = n;
   rjac_.assign(static_cast<std::size_t>(n) * static_cast<std::size_t>(n), 0.0);
   vx_.assign(static_cast<std::size_t>(n), 0.0);
+  weighted_sum_ = 0;
 }
 
 void normal_matrix::add_row(std::span<const float> derivatives, double weight, double difference) {
+  weighted_sum_ += weight * difference * difference;
   for (int i = 0; i < n_; ++i) {
     const double t = weight * static_cast<double>(derivatives[static_cast<std::size_t>(i)]);
     if (t == 0.0) continue;
@@ -79,6 +81,8 @@ void normal_matrix::add_row(std::span<const float> derivatives, double weight, d
 void normal_matrix::add_block(const float* derivatives, std::size_t stride, std::size_t count, const float* weights,
                               const float* differences, std::span<const int> active) {
   const std::size_t padded = (count + lane - 1) / lane * lane;
+  for (std::size_t p = 0; p < count; ++p)
+    weighted_sum_ += static_cast<double>(weights[p]) * static_cast<double>(differences[p]) * differences[p];
   weighted_.resize(active.size() * padded);
   for (std::size_t i = 0; i < active.size(); ++i) {
     const float* d = derivatives + static_cast<std::size_t>(active[i]) * stride;
@@ -163,6 +167,59 @@ inversion dp_inv(std::span<double> matrix, std::span<double> vector, int n) {
     inverse_norm = std::max(inverse_norm, row_sum);
   }
   return {false, anorm * inverse_norm, -1};
+}
+
+namespace {
+
+/// Gauss-Jordan step on diagonal element k of a symmetric matrix of order n.
+void sweep(std::span<double> a, std::size_t n, std::size_t k) {
+  const double pivot = a[k * n + k];
+  std::vector<double> column(n);
+  for (std::size_t i = 0; i < n; ++i) column[i] = a[i * n + k];
+  for (std::size_t j = 0; j < n; ++j) a[k * n + j] /= pivot;
+  for (std::size_t i = 0; i < n; ++i) {
+    if (i == k) continue;
+    for (std::size_t j = 0; j < n; ++j)
+      if (j != k) a[i * n + j] -= column[i] * a[k * n + j];
+    a[i * n + k] = -column[i] / pivot;
+  }
+  a[k * n + k] = 1.0 / pivot;
+}
+
+}  // namespace
+
+std::vector<dependent_set> dependent_sets(std::span<const double> matrix, int n) {
+  constexpr double rounding = 1.0e-7, smallest_member = 0.01;
+  const auto size = static_cast<std::size_t>(n);
+  std::vector<double> a(matrix.begin(), matrix.end()), unit(size);
+  for (std::size_t i = 0; i < size; ++i) unit[i] = a[i * size + i] > 0 ? std::sqrt(a[i * size + i]) : 0.0;
+  for (std::size_t i = 0; i < size; ++i)
+    for (std::size_t j = 0; j < size; ++j) a[i * size + j] = unit[i] > 0 && unit[j] > 0 ? a[i * size + j] / (unit[i] * unit[j]) : 0.0;
+  std::vector<std::size_t> free(size);
+  std::iota(free.begin(), free.end(), std::size_t{0});
+  std::vector<char> swept(size, 0);
+  while (!free.empty()) {
+    const auto best = std::max_element(free.begin(), free.end(), [&](std::size_t i, std::size_t j) {
+      return a[i * size + i] < a[j * size + j];
+    });
+    const std::size_t k = *best;
+    if (!(a[k * size + k] > rounding)) break;
+    sweep(a, size, k);
+    swept[k] = 1;
+    free.erase(best);
+  }
+  std::vector<dependent_set> sets;
+  for (const std::size_t j : free) {
+    dependent_set set{{static_cast<int>(j)}, {1.0}};
+    for (std::size_t i = 0; i < size; ++i) {
+      const double member = a[i * size + j];  // of the scaled unknown i in unknown j
+      if (!swept[i] || !(unit[j] > 0) || std::abs(member) < smallest_member) continue;
+      set.unknowns.push_back(static_cast<int>(i));
+      set.step.push_back(-member * unit[j] / unit[i]);
+    }
+    sets.push_back(std::move(set));
+  }
+  return sets;
 }
 
 }  // namespace normal_equations

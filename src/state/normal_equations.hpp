@@ -20,6 +20,9 @@ class normal_matrix {
   [[nodiscard]] double vx(int i) const { return vx_[static_cast<std::size_t>(i)]; }
   [[nodiscard]] std::span<double> matrix() { return rjac_; }
   [[nodiscard]] std::span<double> vector() { return vx_; }
+  [[nodiscard]] std::span<const double> vector() const { return vx_; }
+  /// What the shifts make smaller: weight times squared difference, over all observations added.
+  [[nodiscard]] double weighted_sum() const { return weighted_sum_; }
 
   /// One observation: derivatives of its calculated value by the n parameters, weight 1/variance, observed -
   /// calculated.
@@ -38,6 +41,7 @@ class normal_matrix {
   }
   int n_ = 0;
   std::vector<double> rjac_, vx_;
+  double weighted_sum_ = 0;
   std::vector<float> weighted_;  ///< work of add_block
 };
 
@@ -50,5 +54,16 @@ struct inversion {
 /// Gauss-Jordan elimination with row equilibration and partial pivoting in double precision: matrix (row-major n x n)
 /// becomes its inverse, vector the solution. A matrix of order 1 is divided without a test.
 inversion dp_inv(std::span<double> matrix, std::span<double> vector, int n);
+
+/// Steps of some unknowns that together change nothing: step[0] is 1, the others as many units of their own.
+struct dependent_set {
+  std::vector<int> unknowns;  ///< 0-based
+  std::vector<double> step;
+};
+/// The dependent sets of a symmetric matrix (row-major n x n, no sign on its diagonal but plus), one for each unknown
+/// that those with larger pivots determine: the matrix, scaled to a unit diagonal, is swept by its largest diagonal
+/// element (J. H. Goodnight, Am. Stat. 33 (1979) 149) until none above 1e-7 is left, the rounding of single-precision
+/// sums. An unknown whose row is zero is a set of its own. Members below 1 % of the scaled step are left out.
+[[nodiscard]] std::vector<dependent_set> dependent_sets(std::span<const double> matrix, int n);
 
 }  // namespace normal_equations

@@ -84,6 +84,7 @@ TEST(WritePcr, SplittingTheCodesChangesNothingInTheFile) {
     kalvaris_codes::mod_codes(st);
     ASSERT_TRUE(st.run.code_splitted);
     EXPECT_NE(st.mix(0, 0).lpar[slot::cell_a], 0);
+    kalvaris_codes::restore_codes(st);
     EXPECT_EQ(write_pcr(st, date_line), before);
   }
 }
@@ -99,6 +100,7 @@ TEST(WritePcr, FoundNumbersAreStableFromTheNextRunOn) {
     kalvaris_codes::set_symmetryconstraints(st);
     kalvaris_codes::mod_codes(st);
     EXPECT_GT(st.run.maxs, 10);
+    kalvaris_codes::restore_codes(st);
     const std::string next = write_pcr(st, date_line);
     if (pass > 0) {
       EXPECT_EQ(next, written);
@@ -117,7 +119,7 @@ TEST(WritePcr, CodesAreAsReadButForHalvedMultipliersAndFoundNumbers) {
   for (const code_row& row : {code_row{false, false, 1.f, 11, 111.f, 111.f},
                               {false, false, 0.5f, 11, 111.f, 110.5f},  // a guard halved it
                               {false, false, -0.25f, 11, -110.5f, -110.25f},
-                              {false, false, 1.f, 9, 111.f, 111.f},  // renumbered, or tied to another slot
+                              {false, false, 1.f, 9, 111.f, 111.f},  // tied to another slot
                               {false, false, 1.f, 0, 1.f, 1.f},      // a request that Aut 0 does not serve
                               {true, false, 1.f, 4, 1.f, 41.f},
                               {true, false, -1.f, 0, 0.f, -1.f},
@@ -126,11 +128,12 @@ TEST(WritePcr, CodesAreAsReadButForHalvedMultipliersAndFoundNumbers) {
     run_directory run;
     state_type& st = run.read(control_files::lab6_free());
     st.run.code_splitted = true;
-    st.run.automatic_read = row.automatic;
+    st.run.automatic = row.automatic;
     st.pattern[0].affpat = row.deselected ? 0 : 1;
     st.atom[0].a[aslot::biso] = row.multiplier;
     st.atom[0].lp[aslot::biso] = row.number;
     st.atom[0].a_read[aslot::biso] = row.read;
+    kalvaris_codes::restore_codes(st);
     const std::string text = write_pcr(st, date_line);
     EXPECT_FLOAT_EQ(run.read(text).atom[0].a[aslot::biso], row.expected) << row.read << run.message();
   }
@@ -201,7 +204,7 @@ TEST(WritePcr, WorseChiSquareSparesTheControlFile) {
   state_type& st = run.read(control_files::ceria);
   st.run.t_chi2_ini = 1.f;
   st.run.t_chi2 = 5.f;
-  EXPECT_TRUE(save_pcr(st, false));
+  EXPECT_TRUE(save_pcr(st, false) && kalvaris_inout::commit(st.io));
   EXPECT_EQ(st.run.nxt, 2);
   EXPECT_EQ(run.get("code.pcr"), control_files::ceria);
   EXPECT_THAT(run.get("code.new"), HasSubstr("\n!Job"));
@@ -211,15 +214,16 @@ TEST(WritePcr, WorseChiSquareSparesTheControlFile) {
 
   st.run.nxt = 1;
   st.run.t_chi2 = 0.5f;
-  EXPECT_TRUE(save_pcr(st, false));
+  EXPECT_TRUE(save_pcr(st, false) && kalvaris_inout::commit(st.io));
   EXPECT_THAT(run.get("code.pcr"), HasSubstr("\n!Date: "));
+  EXPECT_EQ(run.get("code.pcr.bak"), control_files::ceria);
   const std::string saved = run.get("code.pcr");
   st.mix(0, 0).par[slot::w] = NAN;
   EXPECT_FALSE(save_pcr(st, false));
   EXPECT_EQ(run.get("code.pcr"), saved);
   EXPECT_THAT(run.console.str(),
               HasSubstr(" Warning! The control file was not written: a parameter is not a number\n"));
-  EXPECT_EQ(std::distance(std::filesystem::directory_iterator(run.path), {}), 2);
+  EXPECT_EQ(std::distance(std::filesystem::directory_iterator(run.path), {}), 3);
 }
 
 std::string n_12_6(float x) { return pcr_numbers::line{}.n(12, 6, x).str(); }

@@ -1,6 +1,8 @@
+#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <unistd.h>
 
+#include <csignal>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
@@ -13,6 +15,7 @@
 #include "floating_point.hpp"
 #include "kv_plot_stop.hpp"
 #include "run_names.hpp"
+#include "standard_streams.hpp"
 
 namespace {
 
@@ -62,15 +65,22 @@ TEST(Options, RefusedCommandLinesEndWithStatusTwoAndSayWhy) {
            row{{"-"}, "unknown option: -"},
            row{{"code", "--strict"}, "options stand before the code: --strict"},
            row{{"code", "data", "more"}, "one word too many: more"},
+           row{{"--undo", "code", "data"}, "one word too many: data"},
+           row{{"--check", "--undo", "code"}, "--undo stands alone"},
            row{{"seq"}, "words of a series"},
-           row{{"Sequence", "a", "b"}, "not available yet"},
-           row{{"CYCLE", "a"}, "not available yet"},
+           row{{"Sequential", "a", "b"}, "not available yet"},
+           row{{"CYC", "a"}, "not available yet"},
        }) {
     std::ostringstream out, err;
     EXPECT_EQ(command_line::run(t.arguments, {}, "1", out, err), status::usage);
     EXPECT_NE(err.str().find(t.why), std::string::npos) << err.str();
     EXPECT_EQ(out.str(), "");
   }
+}
+
+TEST(Options, CodesThatBeginAsASeriesAreCodes) {
+  for (const char* code : {"cyclohexane", "sequence1", "Sequoia.pcr", "seq.pcr", "./cyc", "cycles"})
+    EXPECT_EQ(command_line::parse(std::vector<std::string>{code}).refusal, "") << code;
 }
 
 TEST(Options, AreParsedAndAnswered) {
@@ -119,8 +129,8 @@ TEST_F(Driver, PeekFindsTheMultiPatternFormAndCalculations) {
   for (const row& t : {
            row{"tenth line", nine + "NPATT 2\n", true, ""},
            row{"eleventh line", nine + "10\nNPATT 2\n", false, ""},
-           row{"calculation", "t\n!Job Npr\n 2 7\n", true, "code"},
-           row{"calculation, negative", "t\n!Job Npr\n-3 7\n", true, "code"},
+           row{"calculation", "t\n!Job Npr\n 2 7\n", false, "code"},
+           row{"calculation, negative", "t\n!Job Npr\n-3 7\n", false, "code"},
            row{"refinement", "t\n!Job Npr\n 1 7\n", false, ""},
            row{"no job below", "t\n!Job Npr\nx\n2\n", false, ""},
            row{"job on the eleventh line", nine + "!Job\n 2\n", false, ""},
@@ -152,11 +162,10 @@ TEST_F(Driver, DataFileIsThatOfTheWordElseThatOfTheCode) {
   for (const row& t : {
            row{{"d.dat"}, "d", "d", ".dat"},
            row{{"d.uxd"}, " \"d.uxd\" ", "d", ".uxd"},
-           row{{"a.b.xrdmlx"}, "a.b.xrdml", "", ""},  // not there
-           row{{"d.int"}, "d.xyz", "d", ".xyz"},      // the list of intensities counts
+           row{{"d.int"}, "d.xyz", "d", ".xyz"},  // the list of intensities counts
            row{{"code.dat", "code.uxd"}, "", "code", ".dat"},
            row{{"code.xys"}, "", "code", ".xys"},
-           row{{"code.csv", "code.xrdml"}, "absent", "code", ".csv"},
+           row{{"code.csv", "code.xrdml"}, "", "code", ".csv"},
            row{{"code1.int"}, "", "code", ".int"},
            row{{"code.raw"}, "", "", ""},
            row{{"v.1/d.dat"}, "v.1/d", "v.1/d", ".dat"},
@@ -176,9 +185,14 @@ TEST_F(Driver, DataFileIsThatOfTheWordElseThatOfTheCode) {
   inout_type io;
   run_names::set_names(io, code(), (directory / "v.1/d.dat").string());
   EXPECT_EQ(io.filedat[0], (directory / "v.1/d").string());
-  write("code.pcr", "t\nNPATT 1\n");
-  run_names::set_names(io, code(), "d");
-  EXPECT_EQ(io.filedat[0], "");  // the names stand in a multi-pattern file itself
+  for (const auto& [content, why] : {std::pair{"t\nNPATT 1\n", "the control file names its own"},
+                                     std::pair{"t\n!Job\n2\n", "a calculation needs none"}}) {
+    write("code.pcr", content);
+    std::ostringstream console;
+    io.console = &console;
+    run_names::set_names(io, code(), "d");
+    EXPECT_EQ(console.str(), std::string(" => Not used: the data file d, as ") + why + "\n");
+  }
 }
 
 // --- The run -------------------------------------------------------------------------------------------------------
@@ -197,9 +211,10 @@ struct recorded_stages {
 
 class Run : public Driver {
  protected:
-  int run(std::vector<std::string> options = {}) {
-    write("code.pcr");
+  int run(std::vector<std::string> options = {}, const std::string& data = "") {
+    write("code.pcr", control);
     options.push_back(code());
+    if (!data.empty()) options.push_back(data);
     std::ostringstream stop_words;
     std::streambuf* const before = std::cerr.rdbuf(stop_words.rdbuf());
     const int result = command_line::run(options, recorded.stages, "1", out, stop_words);
@@ -207,6 +222,7 @@ class Run : public Driver {
     err = stop_words.str();
     return result;
   }
+  std::string control = "x\n";
   recorded_stages recorded;
   std::ostringstream out;
   std::string err;
@@ -310,12 +326,183 @@ TEST_F(Run, SeveralPatternsTurnOnTheirOwnFileNames) {
   recorded.stages.read_pcr = [](state_type& st) { st.run.n_patt = 2; };
   run();
   EXPECT_TRUE(multipatt);
+  recorded.stages.read_pcr = [](state_type& st) { st.run.s_format = false; };  // NPATT 1
+  run();
+  EXPECT_TRUE(multipatt);
+}
+
+TEST_F(Run, ADataFileThatIsNamedAndNotThereEndsIt) {
+  write("code.dat");
+  for (const char* option : {"--strict", "--check", "--explain"}) {
+    for (const char* word : {"sampelB.dat", "a.b.xrdml", "absent"}) {
+      EXPECT_EQ(run({option}, word), status::stopped);
+      EXPECT_EQ(err, " => Data file not found: " + std::string(word) + "\n");
+      EXPECT_EQ(recorded.order, "");
+      EXPECT_FALSE(fs::exists(directory / "code.out"));
+    }
+  }
+}
+
+// --- Files of the user -----------------------------------------------------------------------------------------------
+
+TEST_F(Run, ASecondRunOnTheSameControlFileIsRefused) {
+  write("code.out", "old");
+  write("code.sum", "old");
+  write("code.kvtmp1", "of the run that works");
+  {
+    inout_type other;
+    run_names::set_code(other, code());
+    write("code.pcr");
+    kalvaris_inout::openfile(other, {kalvaris_inout::file_key::control});
+    ASSERT_FALSE(other.file_error);
+    write("code.kvtmp1", "of the run that works");
+    for (const char* option : {"--strict", "--undo"}) {
+      EXPECT_EQ(run({option}), status::stopped);
+      EXPECT_EQ(err, " => Error opening file: code.pcr Unit: 1: another run works on it\n");
+    }
+    EXPECT_EQ(text_of("code.out") + text_of("code.sum") + recorded.order, "oldold");
+    EXPECT_TRUE(fs::exists(directory / "code.kvtmp1"));
+  }
+  write("code.kvtmpx", "a file of the user");
+  EXPECT_EQ(run(), status::ended);
+  EXPECT_FALSE(fs::exists(directory / "code.kvtmp1")) << "left by a run that was killed";
+  EXPECT_TRUE(fs::exists(directory / "code.kvtmpx"));
+}
+
+TEST_F(Run, AControlFileThatWasEditedMeanwhileStays) {
+  for (const bool edited : {false, true}) {
+    recorded.stages.final_calcn_output = [&](state_type& st) {
+      kalvaris_inout::next_control_file(st.io, "refined\n", false);
+      write("code.pcr", edited ? "edited\n" : control);  // saved by an editor, with or without a change
+    };
+    EXPECT_EQ(run(), status::ended) << err;
+    EXPECT_EQ(text_of("code.pcr"), edited ? "edited\n" : "refined\n");
+    EXPECT_EQ(text_of("code.new"), edited ? "refined\n" : "");
+    for (const std::string& text : {out.str(), text_of("code.out")})
+      EXPECT_EQ(text.find(" => The control file code.pcr was changed while the run went on") != std::string::npos,
+                edited);
+    if (!edited) fs::remove(directory / "code.pcr.bak");
+  }
+  EXPECT_FALSE(fs::exists(directory / "code.pcr.bak"));
+}
+
+TEST_F(Run, ARewritingKeepsLineEndsAndCanBeTakenBack) {
+  recorded.stages.final_calcn_output = [](state_type& st) {
+    kalvaris_inout::next_control_file(st.io, "t\nu\n", false);
+  };
+  const auto undo = [&] {
+    std::ostringstream words;
+    std::streambuf* const before = std::cerr.rdbuf(words.rdbuf());
+    const int result =
+        command_line::run(std::vector<std::string>{"--undo", code("code.pcr")}, recorded.stages, "1", out, words);
+    std::cerr.rdbuf(before);
+    err = words.str();
+    return result;
+  };
+  struct row {
+    const char *old, *rewritten;
+  };
+  for (const row& t : {row{"a\nb\n", "t\nu\n"}, row{"a\r\nb\r\n", "t\r\nu\r\n"}, row{"a", "t\nu\n"}}) {
+    control = t.old;
+    fs::remove(directory / "code.pcr.bak");
+    write("code.pcr", control);
+    EXPECT_EQ(undo(), status::stopped);
+    EXPECT_EQ(err, " => There is no file code.pcr.bak: no rewriting can be taken back\n");
+    EXPECT_EQ(run(), status::ended);
+    for (int k = 0; k < 3; ++k) {
+      EXPECT_EQ(text_of("code.pcr"), k % 2 == 0 ? t.rewritten : t.old);
+      EXPECT_EQ(text_of("code.pcr.bak"), k % 2 == 0 ? t.old : t.rewritten);
+      EXPECT_EQ(undo(), status::ended) << err;
+    }
+  }
+}
+
+// --- Signals ---------------------------------------------------------------------------------------------------------
+
+TEST_F(Run, ASignalEndsTheCyclesAndTheResultsAreWritten) {
+  struct row {
+    int number;
+    const char* name;  ///< blank: ignored before the run
+  };
+  for (const row& t : {row{SIGINT, "SIGINT"}, row{SIGTERM, "SIGTERM"}, row{SIGHUP, "SIGHUP"}, row{SIGHUP, ""}}) {
+    SCOPED_TRACE(t.name);
+    const bool ignored = std::string(t.name).empty();
+    const auto before = std::signal(t.number, ignored ? SIG_IGN : SIG_DFL);
+    int cycle = 3;
+    recorded.order.clear();
+    recorded.stages.iterate = [&](state_type& st) {
+      st.run.mcycle = 10;
+      raise(t.number);
+      kv_plot_stop::kalvaris_stop(st, cycle);
+      return 0;
+    };
+    out.str("");
+    EXPECT_EQ(run(), status::ended);
+    EXPECT_EQ(cycle, ignored ? 3 : 11);
+    EXPECT_EQ(recorded.order, "read setup final ");
+    const std::string line = " => " + std::string(t.name) + ": the cycles end here, the results are written\n";
+    for (const std::string& text : {out.str(), text_of("code.out")})
+      EXPECT_EQ(text.find(line) != std::string::npos, !ignored) << text;
+    EXPECT_EQ(std::signal(t.number, before), ignored ? SIG_IGN : SIG_DFL) << "is as it was before the run";
+  }
+}
+
+TEST_F(Run, ASecondSignalEndsItAtOnceAndTheOldResultsStay) {
+  write("code.sum", "old");
+  recorded.stages.final_calcn_output = [](state_type& st) {
+    kalvaris_inout::next_control_file(st.io, "new", false);
+    raise(SIGINT);
+    raise(SIGTERM);
+  };
+  EXPECT_EXIT(run(), testing::KilledBySignal(SIGTERM), "the next signal ends it at once");
+  EXPECT_EQ(text_of("code.pcr") + text_of("code.sum"), "x\nold");
+}
+
+TEST_F(Run, AClosedPipeAndAFullFileAreNoSignals) {
+  recorded.stages.iterate = [&](state_type&) {
+    int ends[2];
+    EXPECT_EQ(pipe(ends), 0);
+    close(ends[0]);
+    EXPECT_EQ(::write(ends[1], "x", 1), -1);
+    close(ends[1]);
+    raise(SIGXFSZ);
+    return 0;
+  };
+  EXPECT_EQ(run(), status::ended);
+}
+
+TEST(StandardStreams, LostLinesAreTold) {
+  std::ostringstream good, bad;
+  bad.setstate(std::ios::badbit);
+  int ends[2];
+  ASSERT_EQ(pipe(ends), 0);
+  const int file = open("/dev/null", O_WRONLY);
+  EXPECT_EQ(standard_streams::loss(good, file), "");
+  EXPECT_EQ(standard_streams::loss(bad, ends[1]), "") << "its reader has gone";
+  EXPECT_NE(standard_streams::loss(bad, file), "");
+  for (const int descriptor : {ends[0], ends[1], file}) close(descriptor);
+}
+
+TEST(StandardStreams, WhatIsClosedTakesNoFile) {
+  EXPECT_EXIT(
+      {
+        close(STDIN_FILENO);
+        close(STDOUT_FILENO);
+        standard_streams::fill_closed();
+        const int file = open("/dev/null", O_RDONLY);
+        char c = 'x';
+        std::exit(file > STDERR_FILENO && ::write(STDOUT_FILENO, &c, 1) == -1 && ::read(STDIN_FILENO, &c, 1) == -1 ? 7
+                                                                                                                   : 1);
+      },
+      testing::ExitedWithCode(7), "");
 }
 
 // --- Stop request, floating point ----------------------------------------------------------------------------------
 
 TEST_F(Driver, StopRequestIsObeyedWordForWordAndLeftInPlace) {
   state_type st;
+  std::ostringstream console;
+  st.io.console = &console;
   st.io.directory = directory.string() + "/";
   st.run.mcycle = 10;
   const auto cycle_after = [&](const std::string& request) {
@@ -328,6 +515,7 @@ TEST_F(Driver, StopRequestIsObeyedWordForWordAndLeftInPlace) {
     return icycle;
   };
   EXPECT_EQ(cycle_after("  KALVARIS FINISH REQUIRED  \nmore\n"), 11);
+  EXPECT_EQ(console.str(), " => KALVARIS FINISH REQUIRED: the cycles end here, the results are written\n");
   EXPECT_EQ(cycle_after("KALVARIS FINISH REQUIRED"), 11);
   for (const char* other :
        {"", "\n", "kalvaris finish required\n", "KALVARIS FINISH REQUIRED!\n", "\nKALVARIS FINISH REQUIRED\n"})

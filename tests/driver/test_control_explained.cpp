@@ -151,6 +151,23 @@ TEST(Explanation, FollowsWhatTheFileAsksFor) {
   }
 }
 
+TEST(Explanation, TellsOfAMissingFileAtItsLineAndGoesOn) {
+  std::string file = content_of(root / "tests/runs/truth/corundum_joint/corundum_joint.pcr");
+  const answer whole = workplace().run(file, {"--explain"});
+  EXPECT_EQ(whole.status, 0) << whole.out;
+  EXPECT_THAT(told_of(whole.out, 10), HasSubstr("The data file: corundum_joint_x.dat does not exist! -> Pattern#  1\n"));
+  EXPECT_THAT(told_of(whole.out, 11), HasSubstr("The data file: corundum_joint_n.dat does not exist! -> Pattern#  2\n"));
+  EXPECT_THAT(whole.out, HasSubstr("Refined parameters and the lines of their codes:"));
+
+  file = with(with(example(), "  0   7   2   0   0   0   1   0   0   0   1   0 ",
+                   "  0   7   2   0   0   0   1   0   0   0   1   4 "),
+              "!Iot", "none.irf\n!Iot");
+  const answer without_resolution = workplace().run(file, {"--explain"});
+  EXPECT_EQ(without_resolution.status, 0) << without_resolution.out;
+  EXPECT_THAT(told_of(without_resolution.out, 4), HasSubstr("The IRF file: none.irf does not exist! -> Pattern#  1\n"));
+  EXPECT_THAT(without_resolution.out, HasSubstr("Refined parameters and the lines of their codes:"));
+}
+
 TEST(Explanation, EndsAtTheFaultWithItsMessage) {
   const answer got = workplace().run(with(example(), "61.00      71.00", "61.00      7x.00"), {"--explain"});
   EXPECT_EQ(got.status, 1);

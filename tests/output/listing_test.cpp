@@ -217,8 +217,6 @@ TEST_F(FinalStage, ACalculatedPatternStandsInForTheObservedOne) {
   st.run.nxt = 0;
   open(st);
   kv_final_calc_out::final_calcn_output(st);
-  EXPECT_EQ(lines_of(file("small.xy"))[12],
-            "    25.00000        155.0000        155.0000          0.0000         95.0000");
   EXPECT_FLOAT_EQ(st.pattern[0].yo_max, 155.f);
   EXPECT_THAT(summary(st), Not(HasSubstr("ANALYSIS OF THE REFINEMENT")));
   EXPECT_THAT(summary(st), Not(HasSubstr("Refined parameters")));
@@ -226,6 +224,22 @@ TEST_F(FinalStage, ACalculatedPatternStandsInForTheObservedOne) {
   EXPECT_THAT(console.str(), HasSubstr("Not written for pattern  1: file for Fourier synthesis (Jfo)"));
   EXPECT_THAT(console.str(), Not(HasSubstr("Ipc")));
   EXPECT_THAT(listing(st), HasSubstr(" => Dimensions of dynamic allocated arrays in this run of Kalvaris:"));
+  ASSERT_TRUE(kalvaris_inout::commit(st.io));
+  EXPECT_EQ(lines_of(file("small.xy"))[12],
+            "    25.00000        155.0000        155.0000          0.0000         95.0000");
+}
+
+TEST_F(FinalStage, OfParametersThatAreNoNumbersWritesNothing) {
+  kp::state_type st = small_state();
+  st.run.nxt = 1;
+  st.mix(0, 0).par[kp::slot::w] = NAN;
+  std::ostringstream words;
+  st.io.errors = &words;
+  open(st);
+  EXPECT_THROW(kv_final_calc_out::final_calcn_output(st), kalvaris_inout::run_stopped);
+  EXPECT_EQ(words.str(), " => A parameter is not a number: nothing is written\n");
+  kalvaris_inout::close_all(st.io);
+  EXPECT_FALSE(exists("small.pcr") || exists("small.sum"));
 }
 
 }  // namespace

@@ -145,6 +145,8 @@ TEST_F(Prf, FileFollowsTheFlag) {
     open(st);
     st.pattern[0].pl_prf = t.pl_prf;
     kv_prf::write_plot(st, 0);
+    EXPECT_FALSE(exists(t.name));
+    ASSERT_TRUE(kalvaris_inout::commit(st.io));
     EXPECT_TRUE(file(t.name).starts_with(t.begin)) << file(t.name).substr(0, 80);
   }
 }
@@ -198,6 +200,7 @@ TEST_F(BackgroundFile, IsReadBackByARunWithABackgroundFile) {
       p.ipl = ipl;
       std::ofstream(directory / "small.bac") << std::string(5000, '7');  // an older, longer file
       kv_prf::write_background(st, 0);
+      ASSERT_TRUE(kalvaris_inout::commit(st.io));
       kp::pattern_type next = p;
       next.bk.clear();
       std::string reason;

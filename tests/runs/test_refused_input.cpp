@@ -132,7 +132,6 @@ const bad_input rows[] = {
     {"number above maxparam",
      replaced("121.00        121.00", "9990.1        9990.1"),
      {"Error in a code:      9990.10", "The maximum number of parameters is:    500"}},
-    {"a gap in the numbers", replaced("71.00 ", "61.00 "), {"no code has the parameter number:    7"}},
     {"maxs below zero", word(maxs, 0, "-3"), {"number of refined parameters must lie in 0..500"}},
     {"unknown job", word(flags, 0, "7"), {"unknown kind of job (Job)"}},
     {"unknown layout of data", word(output_flags, 10, "77"), {"Invalid INSTR parameter"}},

@@ -2,11 +2,14 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <ctime>
 #include <filesystem>
 #include <fstream>
+#include <functional>
 #include <iostream>
 #include <sstream>
 
+#include "../smaller_files.hpp"
 #include "kalvaris_inout.hpp"
 #include "kalvaris_util.hpp"
 
@@ -88,7 +91,7 @@ TEST_F(RunFiles, NamesAndUnitsOfWrittenFiles) {
       io.multipatt = multi;
       ASSERT_TRUE(opens(t.request)) << io.file_error_mess;
       out(io, t.unit) << "written\n";
-      close_all(io);
+      ASSERT_TRUE(commit(io)) << io.file_error_mess;
       EXPECT_EQ(text_of(multi ? t.multi : t.single), "written\n");
       for (const auto& entry : fs::directory_iterator(directory)) fs::remove(entry.path());
     }
@@ -105,7 +108,7 @@ TEST_F(RunFiles, ReplacedAndGrowingFiles) {
       ASSERT_TRUE(opens({key}));
       out(io, unit_number) << "run\n";
     }
-    close_all(io);
+    ASSERT_TRUE(commit(io));
   }
   EXPECT_EQ(text_of("code.rpa"), "run\nrun\n");
   EXPECT_EQ(text_of("code.sav"), "run\nrun\n");
@@ -146,7 +149,7 @@ TEST_F(RunFiles, ReflectionsAndBackgroundAreTriedInOrder) {
   EXPECT_EQ(io.file_error_mess, " => Error opening a BAC-file: code.bac   - or - dat.bac");
   ASSERT_TRUE(opens({file_key::background_out, 1}));
   out(io, unit::background) << "1 2\n";
-  close_all(io);
+  ASSERT_TRUE(commit(io));
   ASSERT_TRUE(opens({file_key::background, 1}));  // what one run writes the next one finds
   EXPECT_EQ(io.namefil, "code.bac");
 }
@@ -171,7 +174,7 @@ TEST_F(RunFiles, FailuresSayWhatCouldNotBeOpened) {
   }
   fs::create_directory(directory / "code.out");
   EXPECT_FALSE(opens({2}));
-  EXPECT_EQ(io.file_error_mess, " => Error opening file: code.out Unit: 7");
+  EXPECT_EQ(io.file_error_mess, " => Error opening file: code.out Unit: 7: Is a directory");
   out(io, 7) << "swallowed\n";
   EXPECT_EQ(content(io, 7), std::nullopt);
 }
@@ -193,19 +196,109 @@ TEST_F(RunFiles, AControlFileNamedStartingIsMadeButNeverEmptied) {
   EXPECT_EQ(content(io, unit::control), "mine\n");
 }
 
-TEST_F(RunFiles, ReplaceFileKeepsPermissionsAndLinksAndTheOldTextOnFailure) {
+// --- What is written ---------------------------------------------------------------------------------------------
+
+TEST_F(RunFiles, ComeToTheirPlacesTogetherOrNotAtAll) {
+  struct row {
+    const char* what;
+    std::function<void()> fault;
+    const char* words;  ///< nullptr: none
+  };
+  for (const row& t : {
+           row{"no fault", [] {}, nullptr},
+           row{"dropped", [&] { close_all(io); }, nullptr},
+           row{"a file that is too long", [&] { out(io, unit::summary) << std::string(9000, 'x'); },
+               " => Error writing file: code.sum: File too large"},
+           row{"a listing that is too long", [&] { out(io, unit::listing) << std::string(9000, 'x'); },
+               " => Error writing file: code.out: File too large"},
+           row{"a control file that is too long", [&] { next_control_file(io, std::string(9000, 'x'), false); },
+               " => Error writing file: code.pcr: File too large"},
+           row{"a place that is taken",
+               [&] { fs::remove(directory / "code.sum"), fs::create_directory(directory / "code.sum"); },
+               " => Error writing file: code.sum: Is a directory"},
+       }) {
+    SCOPED_TRACE(t.what);
+    fs::remove_all(directory);
+    fs::create_directories(directory);
+    for (const char* name : {"code.pcr", "code.sum", "code.prf"}) write(name, "old");
+    io.file_error = false;
+    const smaller_files limit(8192);
+    ASSERT_TRUE(opens({file_key::control}) && opens({file_key::plot, 1}));
+    out(io, unit::plot) << "new";
+    close_unit(io, unit::plot);
+    ASSERT_TRUE(opens({file_key::listings}));
+    both_listings(io, "new");
+    next_control_file(io, "new", false);
+    EXPECT_EQ(text_of("code.sum") + text_of("code.prf") + text_of("code.pcr"), "oldoldold");
+    t.fault();
+    EXPECT_EQ(commit(io), t.words == nullptr);
+    EXPECT_EQ(io.file_error_mess, t.words == nullptr ? "" : t.words);
+    const bool done = std::string(t.what) == "no fault";
+    EXPECT_EQ(text_of("code.pcr"), done ? "new" : "old");
+    EXPECT_EQ(text_of("code.prf"), done ? "new" : "old");
+    if (!fs::is_directory(directory / "code.sum")) {
+      EXPECT_EQ(text_of("code.sum"), done ? "new\n" : "old");
+    }
+    EXPECT_EQ(fs::exists(directory / "code.pcr.bak"), done);
+    close_all(io);
+    io.file_error_mess = "";
+    for (const auto& entry : fs::directory_iterator(directory))
+      EXPECT_EQ(entry.path().string().find("kvtmp"), std::string::npos) << entry.path();
+  }
+}
+
+TEST_F(RunFiles, UnderANameOfTheControlFileLieInTheFolderOfTheRun) {
+  fs::create_directories(directory / "run/inside");
+  fs::create_directory(directory / "run/code.bac");  // so that the name of the data is tried
+  fs::create_symlink("..", directory / "run/link");
+  io.directory += "run/";
+  struct row {
+    std::string data;
+    const char* written;  ///< nullptr: refused
+  };
+  for (const row& t : {row{"inside/d", "run/inside/d.bac"}, row{"../d", nullptr}, row{"link/d", nullptr},
+                       row{(directory / "d").string(), nullptr}}) {
+    io.filedat[0] = t.data;
+    EXPECT_EQ(opens({file_key::background_out, 1}), t.written != nullptr) << t.data;
+    if (t.written == nullptr) {
+      EXPECT_EQ(io.file_error_mess, " => Error opening a BAC-file: " + t.data + ".bac: " + t.data +
+                                        ".bac lies outside of the folder of the run");
+    }
+    io.file_error = false;
+    ASSERT_TRUE(commit(io));
+    EXPECT_EQ(fs::exists(directory / "run/inside/d.bac"), true);
+    EXPECT_FALSE(fs::exists(directory / "d.bac"));
+  }
+}
+
+TEST_F(RunFiles, KeepOwnerModeAndLinks) {
   write("code.pcr", "old");
-  fs::permissions(directory / "code.pcr", fs::perms::owner_read | fs::perms::owner_write);
-  fs::create_symlink("code.pcr", directory / "link.pcr");
-  ASSERT_TRUE(replace_file((directory / "link.pcr").string(), "first"));
-  ASSERT_TRUE(replace_file((directory / "code.pcr").string(), "second"));
-  EXPECT_TRUE(fs::is_symlink(directory / "link.pcr"));
-  EXPECT_EQ(text_of("link.pcr"), "second");
-  EXPECT_EQ(fs::status(directory / "code.pcr").permissions(), fs::perms::owner_read | fs::perms::owner_write);
-  EXPECT_FALSE(replace_file((directory / "absent/code.pcr").string(), "third"));
-  fs::create_directory(directory / "taken");
-  EXPECT_FALSE(replace_file((directory / "taken").string(), "third"));
-  EXPECT_EQ(std::distance(fs::directory_iterator(directory), {}), 3);  // no temporary is left over
+  fs::create_directory(directory / "elsewhere");
+  write("elsewhere/kept.sum", "old");
+  fs::create_symlink("elsewhere/kept.sum", directory / "code.sum");
+  fs::create_symlink("nowhere", directory / "code.prf");
+  fs::create_symlink("elsewhere/kept.sum", directory / "debug_PCR.lst");
+  ASSERT_EQ(chmod((directory / "code.pcr").c_str(), 0640), 0);
+  const bool may_give_away = chown((directory / "code.pcr").c_str(), 12345, 23456) == 0;
+  ASSERT_TRUE(opens({file_key::control}) && opens({file_key::listings}) && opens({file_key::plot, 1}));
+  out(io, unit::summary) << "new";
+  out(io, unit::plot) << "new";
+  next_control_file(io, "new", false);
+  ASSERT_TRUE(commit(io)) << io.file_error_mess;
+  EXPECT_TRUE(write_now(io, "debug_PCR.lst", "lines"));
+  for (const char* name : {"code.pcr", "code.pcr.bak"}) {
+    struct stat s {};
+    ASSERT_EQ(stat((directory / name).c_str(), &s), 0);
+    EXPECT_EQ(s.st_mode & 07777, 0640) << name;
+    if (may_give_away) {
+      EXPECT_EQ(s.st_uid * 100000 + s.st_gid, 12345u * 100000 + 23456);
+    }
+  }
+  EXPECT_TRUE(fs::is_symlink(directory / "code.sum") && fs::is_symlink(directory / "code.prf"));
+  EXPECT_EQ(text_of("elsewhere/kept.sum"), "new");
+  EXPECT_EQ(text_of("nowhere"), "new");
+  EXPECT_FALSE(fs::is_symlink(directory / "debug_PCR.lst"));
+  EXPECT_EQ(text_of("debug_PCR.lst"), "lines");
 }
 
 TEST_F(RunFiles, ConsoleLines) {
@@ -245,22 +338,27 @@ TEST_F(RunFiles, OnlyAFatalStopUnwinds) {
   EXPECT_EQ(words.str(), " only told\n Program interrupted\n");
 }
 
-TEST_F(RunFiles, ClockLinesGoToConsoleAndListings) {
+TEST_F(RunFiles, ClockLinesTellProcessorTimeOnConsoleAndListings) {
   ASSERT_TRUE(opens({2}));
   kalvaris_util::clock_type clock;
   kalvaris_util::ggtim(io, clock, 1);
   clock.itick1 -= std::chrono::seconds(90);
   kalvaris_util::ggtim(io, clock, 2);
-  close_all(io);
-  const std::string lines = text_of("code.out"), words = "\n              CPU Time:";
-  ASSERT_TRUE(lines.starts_with(words)) << lines;
-  const double seconds = std::stod(lines.substr(words.size()));
-  EXPECT_GE(seconds, 90.0);
-  const std::size_t second_line = lines.find(" seconds\n");
-  ASSERT_NE(second_line, std::string::npos);
-  EXPECT_NEAR(std::stod(lines.substr(second_line + 9)), seconds / 60.0, 0.001);
-  EXPECT_EQ(text_of("code.out"), text_of("code.sum"));
-  EXPECT_EQ(console.str(), "  \n  " + text_of("code.out"));
+  const std::string lines = content(io, 7).value_or("");
+  EXPECT_EQ(lines, content(io, 8));
+  EXPECT_EQ(console.str(), "  \n  " + lines);
+  const double shown = std::stod(lines.substr(lines.find("CPU Time:") + 9));
+  EXPECT_GE(shown, 90.0);
+  EXPECT_NEAR(std::stod(lines.substr(lines.find(" seconds\n") + 9)), shown / 60.0, 0.001);
+
+  console.str("");
+  clock.itick1 = {};  // the start of the process
+  const auto seconds = [] { return static_cast<double>(std::clock()) / CLOCKS_PER_SEC; };
+  const double before = seconds();
+  kalvaris_util::ggtim(io, clock, 2);
+  const double told = std::stod(console.str().substr(console.str().find("Time:") + 5));
+  EXPECT_GE(told, before - 0.002);  // printed to a millisecond
+  EXPECT_LE(told, seconds() + 0.002);
 
   const auto now = kalvaris_util::fecha(clock);
   EXPECT_EQ(now.dat.size(), 10u);
