@@ -144,7 +144,7 @@ lpabs_model make_lpabs_model(const kalvaris_params::state_type& st, int ip, int 
 }
 
 // The slit factor of ilor 6, 2 tan(a) sin/((sin^2 - tan^2(a) cos^2) sin(a) (1/sin(th + a) + 1/sin(th - a))), is 1 for
-// every slit a and angle th (test Lpabs.SlitFactorIsOne), so that it is not computed.
+// every slit a and angle th, so that it is not computed.
 double lpabs(const lpabs_model& m, double sinth2, double sinth, double costh, double two_theta) {
   const bool layered = xrays(m) && (m.ilor == 5 || m.ilor == 6);
   const double a = layered ? layers(m, sinth) : absorption(m, sinth2, sinth, costh, two_theta);

@@ -3,7 +3,6 @@
 #include <gtest/gtest.h>
 
 #include <array>
-#include <chrono>
 #include <cmath>
 #include <random>
 #include <string>
@@ -122,20 +121,6 @@ TEST(ListInput, GarbageIsSurvived) {
     double x = 0.;
     lmix_list_input::read_values(text, word, n, x, word);
   }
-}
-
-TEST(ListInput, AMegabyteTakesMilliseconds) {
-  std::string text;
-  std::mt19937 random(3);
-  std::uniform_real_distribution<float> value(0.f, 1e5f);
-  std::size_t n = 0;
-  for (; text.size() < 1000000; ++n) text += std::to_string(value(random)) + (n % 10 == 9 ? "\n" : "  ");
-  std::vector<float> items(n);
-  const auto start = std::chrono::steady_clock::now();
-  EXPECT_TRUE(lmix_list_input::read_list(text, std::span<float>(items)).full());
-  const std::chrono::duration<double, std::milli> spent = std::chrono::steady_clock::now() - start;
-  RecordProperty("milliseconds", std::to_string(spent.count()));
-  EXPECT_LT(spent.count(), 1000.) << "a generous bound: it guards against a quadratic reader, not a slow machine";
 }
 
 }  // namespace

@@ -5,6 +5,7 @@
 #include <string>
 #include <vector>
 
+#include "../own_directory.hpp"
 #include "lmix_string_utilities.hpp"
 #include "random_lines.hpp"
 
@@ -213,7 +214,7 @@ TEST(Findfmt, TheEndOfTheFileIsNotFatal) {
 TEST(Findfmt, AFileThatCannotBeReadGivesTheSystemsNumber) {
   findfmt_state state;
   field_values values;
-  text_source source = text_source::from_file(testing::TempDir() + "no_such_file");
+  text_source source = text_source::from_file(own_directory() + "no_such_file");
   EXPECT_EQ(read_fields(state, source, "I", values), -102);
   EXPECT_EQ(state.mess_findfmt.txt[0], " FindFMT: data line RUNTIME read error nber:   2");
   state.ierr_fmt = 13;

@@ -6,6 +6,7 @@
 #include <string>
 #include <vector>
 
+#include "../own_directory.hpp"
 #include "lmix_string_utilities.hpp"
 #include "random_lines.hpp"
 
@@ -246,7 +247,7 @@ TEST(StringKeys, TheFirstLineWithTheKeywordWins) {
 }
 
 TEST(StringKeys, LinesOfAFile) {
-  const std::string path = testing::TempDir() + "string_keys.txt";
+  const std::string path = own_directory() + "string_keys.txt";
   std::ofstream(path) << "one\r\ntwo\nEND here\nfour";
   EXPECT_EQ(number_lines(path), 4);
   EXPECT_EQ(number_lines(path, "end"), 2);

@@ -8,6 +8,8 @@
 #include <utility>
 #include <vector>
 
+#include "../own_directory.hpp"
+
 namespace {
 
 using lmix_text_input::text_source;
@@ -74,7 +76,7 @@ TEST(TextInput, ViewsOutliveAMoveOfTheSource) {
 }
 
 TEST(TextInput, AFileReadsAsItsText) {
-  const std::string path = testing::TempDir() + "text_input.txt";
+  const std::string path = own_directory() + "text_input.txt";
   std::string text;
   for (int i = 0; i < 100000; ++i) text += "line " + std::to_string(i) + "\r\n";
   std::ofstream(path, std::ios::binary) << "\xEF\xBB\xBF" << text;
@@ -87,11 +89,11 @@ TEST(TextInput, AFileReadsAsItsText) {
 }
 
 TEST(TextInput, AFileThatCannotBeReadSaysWhy) {
-  const text_source missing = text_source::from_file(testing::TempDir() + "no_such_file");
+  const text_source missing = text_source::from_file(own_directory() + "no_such_file");
   EXPECT_EQ(missing.status(), ENOENT);
   EXPECT_FALSE(missing.peek());
   EXPECT_FALSE(missing.status_text().empty());
-  const text_source folder = text_source::from_file(testing::TempDir());
+  const text_source folder = text_source::from_file(own_directory());
   EXPECT_EQ(folder.status(), EISDIR);
 }
 

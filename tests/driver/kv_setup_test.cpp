@@ -8,6 +8,8 @@
 #include <functional>
 #include <sstream>
 
+#include "../own_directory.hpp"
+
 namespace {
 
 using kalvaris_params::state_type;
@@ -50,7 +52,7 @@ TEST(SetUp, RefusesWhatCannotBeCalculated) {
     return [=](state_type& st) { st.pattern[0].nbckgd = 2, st.pattern[0].isbac = -1, st.pattern[0].fwindow = window; };
   };
   const auto background_file = [](state_type& st) {
-    st.io.directory = testing::TempDir();
+    st.io.directory = own_directory();
     st.io.filenam = "kv_setup_test", st.io.filedat = {st.io.filenam}, st.io.extdat = {".dat"};
     st.pattern[0].nbckgd = 1, st.pattern[0].isbac = 1;
     std::ofstream(st.io.directory + "kv_setup_test.bac") << "10 5\n20 five\n";
@@ -93,7 +95,6 @@ TEST(SetUp, RefusesWhatCannotBeCalculated) {
     EXPECT_EQ(words.find("stopped:") == words.npos && st.fmt.ierr_fmt == 0, t.goes_on);
     EXPECT_EQ(st.pattern[0].refl.size() > 0, t.goes_on);
   }
-  std::filesystem::remove(testing::TempDir() + "kv_setup_test.bac");
 }
 
 TEST(SetUp, TemperatureOfAStepStandsInTheListOfTheSeries) {
@@ -103,7 +104,7 @@ TEST(SetUp, TemperatureOfAStepStandsInTheListOfTheSeries) {
     float temperature;  ///< 0: refused
     const char* reason = "";
   };
-  const auto file = std::filesystem::temp_directory_path() / "kv_setup_temperatures.txt";
+  const auto file = std::filesystem::path(own_directory() + "temperatures.txt");
   for (const row& t :
        {row{"10.5\n20\n30 K\n", 0, 10.5f}, row{"10.5\n20\n30 K\n", 2, 30.f},
         row{"! furnace\n\n# C\n1.0D2\r\n4\n", 0, 100.f}, row{"10\n20\n", 2, 0.f, "2 temperatures, none for step 3"},

@@ -242,12 +242,4 @@ TEST_F(FinalStage, OfParametersThatAreNoNumbersWritesNothing) {
   EXPECT_FALSE(exists("small.pcr") || exists("small.sum"));
 }
 
-TEST_F(FinalStage, MemoryCountsTheArraysThatTheRunHolds) {
-  kp::state_type st = small_state();
-  const std::size_t before = kv_final_calc_out::memory_of(st).total();
-  st.pattern[0].y.resize(1021);  // 1000 more
-  st.ne.reset(100);
-  EXPECT_EQ(kv_final_calc_out::memory_of(st).total() - before, 1000 * sizeof(float) + 10100 * sizeof(double));
-}
-
 }  // namespace

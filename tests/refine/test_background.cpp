@@ -27,6 +27,12 @@ kp::pattern_type pattern_of(const kind& t) {
     p.pos.push_back(12.f + 90.f * static_cast<float>(j * j) / static_cast<float>((t.nodes - 1) * (t.nodes - 1)));
   p.brefint = t.nodes > 0;
   kv_background::set_flags(p);
+  if (t.nodes == 5) {  // and two profiles of the user
+    p.iglmore = 2, p.nbk_pr = 2;
+    p.bk_pr.resize(2);
+    for (std::size_t i = 0; i < 201; ++i)
+      p.bk_pr[0].push_back(0.01f * static_cast<float>(i)), p.bk_pr[1].push_back(i > 100 ? 2.f : 0.5f);
+  }
   for (const int k : kv_background::slots(p))
     p.glb[static_cast<std::size_t>(k)] = 50.f + 30.f * std::cos(1.7f * static_cast<float>(k));
   if (t.nbckgd == 1 && t.isbac == -1)

@@ -111,15 +111,6 @@ TEST(Lpabs, IlluminationBelowTheAngleOfOverfilling) {
   EXPECT_NEAR(lp_at(m, 5), lp_at(model(0, job::neutrons), 5), 1e-12);
 }
 
-TEST(Lpabs, SlitFactorIsOne) {
-  for (const double a : {0.3, 2.0, 7.0})
-    for (const double th : {8.0, 33.0, 71.0}) {
-      const double s = std::sin(th * rad), c = std::cos(th * rad), t = std::tan(a * rad);
-      const double rays = 1 / std::sin((th + a) * rad) + 1 / std::sin((th - a) * rad);
-      EXPECT_NEAR(2 * t * s / ((s * s - t * t * c * c) * std::sin(a * rad) * rays), 1.0, 1e-10);
-    }
-}
-
 TEST(Absorption, CylinderQuadraticAgainstIntegration) {
   lpabs_model m = model(0, job::neutrons);
   m.iabscor = 2;

@@ -4,6 +4,7 @@
 #include <fstream>
 #include <random>
 
+#include "../own_directory.hpp"
 #include "kv_assignk.hpp"
 #include "kv_peak_geometry.hpp"
 #include "small_state.hpp"
@@ -134,12 +135,12 @@ TEST(Assignk, TheTwoTablesGoToTheListing) {
   auto f = small_state::make();
   f.pattern().lst3 = 1, f.pattern().lst2 = 1;
   put_reflections(f, {50.0, 51.0}, 0.1f);
-  f.st.io.directory = testing::TempDir();
+  f.st.io.directory = own_directory();
   f.st.io.filenam = "assignk";
   kalvaris_inout::openfile(f.st.io, {kalvaris_inout::file_key::listings, 0, 0, false});
   run(f);
   kalvaris_inout::close_all(f.st.io);
-  std::ifstream in(testing::TempDir() + "assignk.out");
+  std::ifstream in(own_directory() + "assignk.out");
   const std::string text((std::istreambuf_iterator<char>(in)), {});
   EXPECT_NE(text.find("   No.  Code       H   K   L  Phase"), std::string::npos);
   EXPECT_EQ(std::count(text.begin(), text.end(), '\n'), 1 + 2 + 1 + f.pattern().npts);

@@ -6,6 +6,7 @@
 #include <numeric>
 #include <set>
 
+#include "../own_directory.hpp"
 #include "kv_peak_geometry.hpp"
 #include "reflections_mod.hpp"
 #include "small_state.hpp"
@@ -85,14 +86,14 @@ std::vector<triple> indices(const kalvaris_params::reflection_list& list, int wa
 small_state::fixture rock_salt() { return phase_of("F m -3 m", {5, 5, 5, 90, 90, 90}); }
 
 std::string write_list(const std::string& text) {
-  std::ofstream(testing::TempDir() + "list.hkl") << text;
+  std::ofstream(own_directory() + "list.hkl") << text;
   return "list.hkl";
 }
 small_state::fixture with_list(const std::string& text, int jbt, int irf) {
   auto f = rock_salt();
   f.st.phase[0].jbt = jbt;
   f.st.mix(0, 0).irf = irf;
-  f.st.io.directory = testing::TempDir();
+  f.st.io.directory = own_directory();
   f.st.mix(0, 0).file_hkl = write_list(text);
   return f;
 }
@@ -145,15 +146,14 @@ TEST(Genera, RowsHoldAngleWidthAndLorentzFactor) {
 TEST(Genera, BothWavelengthsAreCoveredWhicheverIsLonger) {
   for (const std::array<float, 2> lamda : {std::array<float, 2>{1.5f, 1.6f}, {1.6f, 1.5f}}) {
     SCOPED_TRACE(lamda[0]);
-    auto f = phase_of("F m -3 m", {20, 20, 20, 90, 90, 90});
+    auto f = phase_of("F m -3 m", {10, 10, 10, 90, 90, 90});
     f.pattern().lamda = lamda;
     f.pattern().single_wave = false;
     f.pattern().wdt = 0.f;
     genera(f.st, 0, 0);
     for (const int wave : {1, 2}) {
       const double l = lamda[static_cast<std::size_t>(wave - 1)];
-      const auto expected =
-          orbits(f.st.phase[0], {20, 20, 20, 90, 90, 90}, std::sin(5 * rad) / l, std::sin(60 * rad) / l);
+      const auto expected = orbits(f.st.phase[0], {10, 10, 10, 90, 90, 90}, std::sin(5 * rad) / l, std::sin(60 * rad) / l);
       EXPECT_EQ(indices(f.pattern().refl, wave).size(), expected.size());
     }
   }
@@ -226,26 +226,31 @@ TEST(Genera, RelativeIntensitiesNeedAList) {
 }
 
 TEST(Genera, ProfileMatchingStartsFromThePattern) {
-  auto f = rock_salt();
-  auto& p = f.pattern();
-  f.st.phase[0].jbt = 2;
-  f.st.mix(0, 0).par[slot::scale] = 0.01f;
-  p.glb[gslot::zero] = 1.f;  // the estimate must look where the peak stands
-  const double at = 2 * std::asin(0.15 * std::sqrt(8.0)) / rad + 1;
-  const auto i = static_cast<std::size_t>(std::lround((at - 10) / 0.05));
-  p.y[i] = 900.f, p.bk[i] = 100.f;
-  genera(f.st, 0, 0);
-  const auto rows = indices(p.refl, 1);
-  for (std::size_t k = 0; k < rows.size(); ++k) {
-    const bool is_220 = rows[k] == triple{2, 2, 0} || largest_equivalent(f.st.phase[0], rows[k]) == triple{2, 2, 0};
-    const double lattice_points = 0.8772982 * 0.05 * 125 * 0.18 * std::sqrt(0.82) / 3.375;
-    const double net = is_220 ? 800 * 0.2 / std::max(1.0, lattice_points) : 0.001;
-    EXPECT_NEAR(p.refl.ff[k] * p.refl.lp[k] * 0.01 / net, 1, 1e-4) << k;
+  for (const int times : {1, 2}) {  // the longer cell has more than one lattice point in a step: they share the height
+    const double edge = 5.0 * times;
+    auto f = phase_of("F m -3 m", {edge, edge, edge, 90, 90, 90});
+    auto& p = f.pattern();
+    f.st.phase[0].jbt = 2;
+    f.st.mix(0, 0).par[slot::scale] = 0.01f;
+    p.glb[gslot::zero] = 1.f;  // the estimate must look where the peak stands
+    const double at = 2 * std::asin(0.15 * std::sqrt(8.0)) / rad + 1;
+    const auto i = static_cast<std::size_t>(std::lround((at - 10) / 0.05));
+    p.y[i] = 900.f, p.bk[i] = 100.f;
+    genera(f.st, 0, 0);
+    const auto rows = indices(p.refl, 1);
+    const triple there{2 * times, 2 * times, 0};
+    const double lattice_points = 0.8772982 * 0.05 * std::pow(edge, 3) * 0.18 * std::sqrt(0.82) / 3.375;
+    EXPECT_EQ(lattice_points > 1, times > 1);
+    for (std::size_t k = 0; k < rows.size(); ++k) {
+      const bool is_there = largest_equivalent(f.st.phase[0], rows[k]) == there;
+      const double net = is_there ? 800 * 0.2 / std::max(1.0, lattice_points) : 0.001;
+      EXPECT_NEAR(p.refl.ff[k] * p.refl.lp[k] * 0.01 / net, 1, 1e-4) << k;
+    }
+    // without data there is a positive start too
+    p.npts = 0, p.y.clear(), p.bk.clear();
+    make_list(f.st, 0);
+    EXPECT_GT(p.refl.ff[0], 0.f);
   }
-  // without data there is a positive start too
-  p.npts = 0, p.y.clear(), p.bk.clear();
-  make_list(f.st, 0);
-  EXPECT_GT(p.refl.ff[0], 0.f);
 }
 
 TEST(Reflec, StartValuesByKindOfPhase) {
@@ -293,7 +298,7 @@ TEST(Reflec, DefaultFileHasTwoTitleLines) {
   f.st.mix(0, 0).file_hkl.clear();
   f.st.io.filenam = "reflec_default";
   f.st.io.filedat = {"reflec_default"}, f.st.io.extdat = {".dat"};
-  std::ofstream(testing::TempDir() + "reflec_default1.hkl") << "title 1 1 1 8\ntitle\n1 1 1 8\n";
+  std::ofstream(own_directory() + "reflec_default1.hkl") << "title 1 1 1 8\ntitle\n1 1 1 8\n";
   make_list(f.st, 0);
   EXPECT_EQ(f.pattern().refl.size(), 1);
 }

@@ -124,6 +124,25 @@ std::string calculation_of(std::string text) {
   return with(text, "  1   5   5   2", "  3   5   5   2");
 }
 
+/// A..F of 1/d^2 to a, b, c [angstrom], alpha, beta, gamma [deg], volume.
+numbers direct_cell(const numbers& q) {
+  const double a = q[0], b = q[1], c = q[2], d = q[3] / 2, e = q[4] / 2, f = q[5] / 2;  // reciprocal metric tensor
+  const double det = a * b * c + 2 * d * e * f - a * d * d - b * e * e - c * f * f;
+  const double aa = (b * c - d * d) / det, bb = (a * c - e * e) / det, cc = (a * b - f * f) / det;
+  const double bc = (e * f - a * d) / det, ac = (d * f - b * e) / det, ab = (d * e - c * f) / det;
+  return {std::sqrt(aa),
+          std::sqrt(bb),
+          std::sqrt(cc),
+          std::acos(bc / std::sqrt(bb * cc)) / degree,
+          std::acos(ac / std::sqrt(aa * cc)) / degree,
+          std::acos(ab / std::sqrt(aa * bb)) / degree,
+          1 / std::sqrt(det)};
+}
+
+}  // namespace
+
+const std::string& control_file() { return pair_of_patterns; }
+
 /// Counts about the calculated patterns: noise, and a misfit that no parameter takes away. The second file has
 /// deviations that do not follow from its counts.
 void make_data(const directory& where) {
@@ -149,23 +168,6 @@ void make_data(const directory& where) {
   where.put("pair_x.dat", x.str());
   where.put("pair_n.dat", n.str());
 }
-
-/// A..F of 1/d^2 to a, b, c [angstrom], alpha, beta, gamma [deg], volume.
-numbers direct_cell(const numbers& q) {
-  const double a = q[0], b = q[1], c = q[2], d = q[3] / 2, e = q[4] / 2, f = q[5] / 2;  // reciprocal metric tensor
-  const double det = a * b * c + 2 * d * e * f - a * d * d - b * e * e - c * f * f;
-  const double aa = (b * c - d * d) / det, bb = (a * c - e * e) / det, cc = (a * b - f * f) / det;
-  const double bc = (e * f - a * d) / det, ac = (d * f - b * e) / det, ab = (d * e - c * f) / det;
-  return {std::sqrt(aa),
-          std::sqrt(bb),
-          std::sqrt(cc),
-          std::acos(bc / std::sqrt(bb * cc)) / degree,
-          std::acos(ac / std::sqrt(aa * cc)) / degree,
-          std::acos(ab / std::sqrt(aa * bb)) / degree,
-          1 / std::sqrt(det)};
-}
-
-}  // namespace
 
 numbers refined_model::cell(int ph) const {
   numbers q;

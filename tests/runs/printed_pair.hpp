@@ -123,6 +123,9 @@ std::string field(const std::string& line, std::size_t first, std::size_t width)
 /// The words of the line are the values, each with its digits.
 void expect_line(const std::string& text, const numbers& values, int digits = 3);
 
+const std::string& control_file();  ///< of the run, from its start
+void make_data(const directory& where);
+
 /// The files of the run and the state that it left.
 class PrintedNumbers : public testing::Test {
  protected:

@@ -200,6 +200,14 @@ void expect_chained_cycles(const std::vector<std::string>& lines, int cycles) {
 
 TEST_F(PrintedListing, IsReadBackNumberByNumber) {
   const std::string text = where.get("pair.out");
+  printed_file beginning(text);
+  beginning.behind(" => X-ray scattering coeff.");
+  for (const auto& [name, electrons] : {std::pair{"MG", 12}, {"AL", 13}, {"O", 8}, {"TI", 22}}) {
+    const auto words = words_of(beginning.line());
+    EXPECT_EQ(words.at(0), name);
+    EXPECT_NEAR(std::stod(words.at(10)), electrons, 0.02 * electrons);
+    EXPECT_EQ(words.at(11), std::to_string(electrons) + ".");
+  }
   expect_chained_cycles(program_run::lines_of(text.substr(0, text.find("LIST OF REFLECTIONS"))), st().run.cycles_done);
   const std::size_t limit = text.find("    Parameter no.:   41   at its lower limit ");
   ASSERT_NE(limit, std::string::npos);

@@ -1,4 +1,5 @@
 #include <gtest/gtest.h>
+#include <unistd.h>
 
 #include <cstdlib>
 #include <filesystem>
@@ -59,7 +60,7 @@ TEST(ReflectionList, PermuteMovesAllOfAReflectionTogether) {
 class ReadDimensions : public testing::Test {
  protected:
   ReadDimensions() {
-    const auto base = fs::temp_directory_path() / "kv_read_dimensions";
+    const auto base = fs::temp_directory_path() / ("kv_read_dimensions" + std::to_string(getpid()));
     fs::remove_all(base);
     here = base / "here";
     there = base / "there";

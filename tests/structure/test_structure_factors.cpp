@@ -105,6 +105,8 @@ TEST_P(StructureFactor, EqualsTheSumOverTheWholeCell) {
     const auto f = kv_structure_factors::stfac(model, {float(h[0]), float(h[1]), float(h[2])}, s2, work, {});
     const double sum_of_sizes = std::pow(30.0 * group.multip, 2);
     EXPECT_NEAR(f.fsq * group.numlat * half, mean, 1e-6 * sum_of_sizes) << h[0] << h[1] << h[2];
+    const std::complex<double> of_cell = cell_f(st, h, s2, 1) / (group.numlat * std::sqrt(half));  // of those summed
+    EXPECT_NEAR(std::abs(std::complex<double>(f.a, f.b) - of_cell), 0.0, 1e-4 * group.multip) << h[0] << h[1] << h[2];
   }
   EXPECT_GE(tried, 3);
 }
@@ -205,6 +207,16 @@ TEST(Lookup, EntriesOfTheControlFileWinAndUnknownSpeciesAreNamed) {
   EXPECT_FLOAT_EQ(st.pattern[0].scattering[static_cast<std::size_t>(st.atom[0].species[0])].dfp, 0.123f);
   EXPECT_EQ(st.atom[1].species[0], -1);
   EXPECT_NE(console.str().find("QQ (atom Q1, line    37"), std::string::npos) << console.str();
+}
+
+TEST(Lookup, TablesGiveScatteringLengthsAndAnomalousTerms) {
+  kp::state_type st = phase_of("P 1", 1, {{"GD", 0, 0, 0, 0, {}}});
+  EXPECT_NEAR(st.pattern[0].scattering.at(0).dfp, 0.65, 0.01);  // [1e-12 cm]
+  EXPECT_NEAR(st.pattern[0].scattering.at(0).dfpp, -1.382, 0.01);
+  st = phase_of("P 1", 0, {{"FE", 0, 0, 0, 0, {}}});
+  EXPECT_NEAR(st.pattern[0].scattering.at(0).dfp, -1.18, 0.1);  // copper
+  EXPECT_NEAR(st.pattern[0].scattering.at(0).dfpp, 3.2, 0.1);
+  EXPECT_NEAR(kv_structure_factors::scattering_at(st.pattern[0].scattering.at(0), 0.0, false).re, 26 - 1.18, 0.1);
 }
 
 TEST(Lookup, ShapesAndTooManySpeciesStopTheRun) {
