@@ -115,7 +115,8 @@ dead_point_set dead_points(const fit_view& fit) {
       continue;
     }
     std::size_t best_end = 0;
-    for (std::size_t n = 1; n <= longest_run && i + n <= fit.size() && best_end == 0; ++n) {
+    const std::size_t longest = deviate(fit, i) > 0.0 ? 1 : longest_run;  // two high points may be a narrow peak
+    for (std::size_t n = 1; n <= longest && i + n <= fit.size() && best_end == 0; ++n) {
       double smallest = std::abs(deviate(fit, i));
       for (std::size_t k = i; k < i + n; ++k) smallest = std::min(smallest, std::abs(deviate(fit, k)));
       if (smallest >= least && smallest > alone * beside(fit, i, i + n - 1)) best_end = i + n;
