@@ -1,20 +1,11 @@
 // Points: the scatter against the weights, points that stand alone, the ground between the peaks.
-#include <algorithm>
 #include <cmath>
-#include <cstdlib>
 
-#include "kv_misfit.hpp"
+#include "kv_misfit_parts.hpp"
 
 namespace kv_misfit {
 
 namespace {
-
-double median(std::vector<double> values) {
-  if (values.empty()) return 0.0;
-  const auto middle = values.begin() + static_cast<std::ptrdiff_t>(values.size() / 2);
-  std::ranges::nth_element(values, middle);
-  return *middle;
-}
 
 /// The four points from i on follow each other without a gap.
 bool in_a_row(const std::vector<double>& x, std::size_t i) {
@@ -146,7 +137,8 @@ background_offset offset_between_peaks(const fit_view& fit, double stretch) {
     const double before = places[k > 0 ? k - 1 : k].offset, after = places[std::min(k + 1, places.size() - 1)].offset;
     const double here = places[k].offset;
     out.x.push_back(places[k].x);
-    out.offset.push_back(std::max(std::min(before, after), std::min(std::max(before, after), here)));  // median of three
+    out.offset.push_back(
+        std::max(std::min(before, after), std::min(std::max(before, after), here)));  // median of three
     if (here < -3.0 * places[k].sigma) ++out.above;
     if (here > 3.0 * places[k].sigma) ++out.below;
   }
