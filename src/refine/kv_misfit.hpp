@@ -74,11 +74,15 @@ struct fit_view {
 
 struct dead_point_set {
   std::vector<std::size_t> index;
-  double share = 0;  ///< of the weighted sum
+  double share = 0;    ///< of the weighted sum
+  double tension = 0;  ///< what they would add to the sum if the curve ran through the points beside them, over the sum
 };
-/// Points that stand alone: their residual is five times that of the points beside a run of at most three, and ten
+/// Points whose residual stands alone: five times that of the points beside a run of at most three, one above, and ten
 /// standard deviations. Largest part of the sum first.
-[[nodiscard]] dead_point_set dead_points(const fit_view& fit);
+[[nodiscard]] dead_point_set lone_points(const fit_view& fit);
+/// Points far below the ground of the data around them, whatever was calculated: a fit bends to such points when their
+/// sigma is small, so that their residual does not show them. Runs of at most three, or of any length near 0.
+[[nodiscard]] dead_point_set sunken_points(const fit_view& fit);
 
 struct background_offset {
   std::vector<double> x, offset;  ///< places between peaks, and observed minus calculated there

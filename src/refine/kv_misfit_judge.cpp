@@ -98,6 +98,7 @@ std::vector<remark> judge::remarks() {
 }
 
 void judge::judge_misfit() {
+  if (std::ranges::count(found, kind::dead_points, &remark::what) > 0) return;  // the fit bends to them
   const std::size_t before = found.size();
   if (!judge_far_movement()) judge_model();
   judge_unexplained();
@@ -105,9 +106,11 @@ void judge::judge_misfit() {
 }
 
 void judge::judge_points() {
-  const dead_point_set dead = dead_points(fit);
-  if (dead.share >= least_gain) found.push_back(kv_misfit_words::dead_points(fit, dead));
-  erase_points(fit, dead.index);
+  for (const auto& kind_of : {sunken_points, lone_points}) {
+    const dead_point_set dead = kind_of(fit);
+    if (std::max(dead.share, dead.tension) >= least_gain) found.push_back(kv_misfit_words::dead_points(fit, dead));
+    erase_points(fit, dead.index);
+  }
 }
 
 void judge::judge_weights() {
@@ -192,8 +195,9 @@ bool judge::take_far(int phase, const std::vector<found_peak>& of) {
 
 /// A movement that brings many peaks, not by chance, onto lines from which they are a good part of a width away.
 bool judge::convinces(const match& m, const match& now, const std::vector<found_peak>& of) const {
-  constexpr double much_better = 1.5, mends = 0.6, least_part = 0.4, least_distance = 0.25;
+  constexpr double much_better = 1.5, mends = 0.6, more = 1.25, least_part = 0.4, least_distance = 0.25;
   if (m.matched < fewest_peaks || m.matched < least_part * m.observed || m.odds > most_odds) return false;
+  if (m.matched < more * now.matched) return false;
   if (m.score < much_better * now.score && m.score - now.score < mends * (1.0 - now.score)) return false;
   double square = 0.0;
   for (const found_peak& p : of) {

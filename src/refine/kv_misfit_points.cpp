@@ -94,7 +94,7 @@ double sum_without(const fit_view& fit, const background_offset& ground) {
 
 double scatter_ratio(const fit_view& fit) { return std::min(ratio_of(fit, false), ratio_of(fit, true)); }
 
-dead_point_set dead_points(const fit_view& fit) {
+dead_point_set lone_points(const fit_view& fit) {
   constexpr double least = 10.0, alone = 5.0;
   constexpr std::size_t longest_run = 3;
   dead_point_set found;
@@ -121,6 +121,61 @@ dead_point_set dead_points(const fit_view& fit) {
   std::ranges::stable_sort(found.index, std::ranges::greater{},
                            [&](std::size_t i) { return std::abs(deviate(fit, i)); });
   found.share = total > 0.0 ? theirs / total : 0.0;
+  return found;
+}
+
+namespace {
+
+/// Lower tenth of the data within so many points of i: the ground, whatever peaks stand on it.
+double ground_around(const fit_view& fit, std::size_t i) {
+  constexpr std::size_t around = 50;
+  const std::size_t first = i > around ? i - around : 0, last = std::min(i + around + 1, fit.size());
+  std::vector<double> values(fit.y.begin() + static_cast<std::ptrdiff_t>(first),
+                             fit.y.begin() + static_cast<std::ptrdiff_t>(last));
+  const auto tenth = values.begin() + static_cast<std::ptrdiff_t>(values.size() / 10);
+  std::ranges::nth_element(values, tenth);
+  return *tenth;
+}
+
+struct neighbours {
+  double height = 0, sigma = 0;  ///< mean of the points beside a run, and sigma of one
+};
+neighbours beside_run(const fit_view& fit, std::size_t first, std::size_t end) {
+  neighbours out;
+  double n = 0.0;
+  for (std::size_t k = 1; k <= 2; ++k)
+    for (const std::size_t i : {first - k, end - 1 + k})  // an index below 0 wraps round beyond the end
+      if (i < fit.size()) out.height += fit.y[i], out.sigma += std::sqrt(fit.var[i]), n += 1.0;
+  if (n > 0.0) out.height /= n, out.sigma /= n;
+  return out;
+}
+
+}  // namespace
+
+dead_point_set sunken_points(const fit_view& fit) {
+  constexpr double own_sigmas = 10.0, ground_sigmas = 5.0, nothing = 0.01;
+  constexpr std::size_t longest_run = 3;
+  dead_point_set found;
+  double tension = 0.0;
+  for (std::size_t i = 0; i < fit.size(); ++i) {
+    const double ground = ground_around(fit, i);
+    const auto sunken = [&](std::size_t k) {
+      return fit.y[k] + own_sigmas * std::sqrt(fit.var[k]) < ground && fit.y[k] < 0.5 * ground;
+    };
+    std::size_t end = i;
+    bool empty = true;
+    for (; end < fit.size() && sunken(end); ++end) empty = empty && fit.y[end] < nothing * ground;
+    const neighbours next = beside_run(fit, i, end);
+    if (end > i && (empty || end - i <= longest_run) && next.height > ground - ground_sigmas * next.sigma)
+      for (std::size_t k = i; k < end; ++k) {
+        found.index.push_back(k);
+        tension += (next.height - fit.y[k]) * (next.height - fit.y[k]) / fit.var[k];
+      }
+    i = std::max(i, end);
+  }
+  const double total = weighted_sum(fit);
+  for (const std::size_t i : found.index) found.share += deviate(fit, i) * deviate(fit, i) / total;
+  found.tension = tension / total;
   return found;
 }
 

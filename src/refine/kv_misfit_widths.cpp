@@ -122,7 +122,9 @@ width_change best_width_factor(const fit_view& fit, const width_line& observed) 
     if (l.position > fit.x.front() && l.position < fit.x.back()) ratios.push_back(widths.back() / l.width);
   }
   const double by_observed = ratios.empty() ? 0.0 : widened.fall_plain(widths);
-  if (by_observed > -least) return {median(std::move(ratios)), by_observed};
+  const bool at_edge = std::abs(ln_factor) > reach * (1.0 - 1e-6);  // the widths seen tell how far it goes
+  if (!ratios.empty() && (at_edge || by_observed > -least))
+    return {median(std::move(ratios)), std::max(by_observed, -least)};
   return {std::exp(ln_factor), -least};
 }
 

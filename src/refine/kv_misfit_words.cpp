@@ -42,7 +42,7 @@ remark dead_points(const kv_misfit::fit_view& fit, const kv_misfit::dead_point_s
   constexpr std::size_t most = 5;
   remark r;
   r.what = kind::dead_points;
-  r.gain = dead.share;
+  r.gain = std::max(dead.share, dead.tension / (1.0 + dead.tension));
   r.numbers.push_back(100.0 * dead.share);
   std::string where;
   for (std::size_t k = 0; k < dead.index.size(); ++k) {
@@ -53,10 +53,17 @@ remark dead_points(const kv_misfit::fit_view& fit, const kv_misfit::dead_point_s
                three_figures(fit.calc[i]) + ", sigma " + three_figures(std::sqrt(fit.var[i])) + ")";
   }
   const bool one = dead.index.size() == 1;
-  r.text = (one ? "One point carries " : std::to_string(dead.index.size()) + " points carry ") + percent(dead.share) +
-           " of the weighted sum, unlike the points beside " + (one ? "it" : "them") + ": exclude " +
-           (one ? "it" : "them") + " or correct the data. " + (one ? "Place: " : "Places: ") + where +
-           (dead.index.size() > most ? ", ..." : "") + ".";
+  r.text = one ? "One point" : std::to_string(dead.index.size()) + " points";
+  if (dead.share >= 0.5 * dead.tension)
+    r.text += (one ? " carries " : " carry ") + percent(dead.share) +
+              " of the weighted sum, unlike the points beside " + (one ? "it" : "them");
+  else
+    r.text += std::string(one ? " lies" : " lie") +
+              " far below the data on either side with a sigma that bends the fit to " + (one ? "it" : "them") +
+              ": on a curve through the points beside " + (one ? "it" : "them") + " the weighted sum would be " +
+              three_figures(1.0 + dead.tension) + " times as large";
+  r.text += std::string(". Exclude ") + (one ? "it" : "them") + " or correct the data. " +
+            (one ? "Place: " : "Places: ") + where + (dead.index.size() > most ? ", ..." : "") + ".";
   return r;
 }
 
