@@ -1,5 +1,6 @@
 // The search for causes in one fit: thresholds, order, and what rules out what.
 #include <cmath>
+#include <limits>
 
 #include "kv_misfit_parts.hpp"
 #include "kv_misfit_words.hpp"
@@ -27,12 +28,23 @@ constexpr double peak_sigma = 6.0;
 /// Chance, all trials counted, below which a match of positions is none.
 constexpr double most_odds = 1e-3;
 constexpr int fewest_peaks = 4;
+/// A movement must bring so many times the peaks onto calculated ones that stand there as it is.
+constexpr double many_more = 1.25;
 
 void erase_points(fit_view& fit, std::vector<std::size_t> index) {
   std::ranges::sort(index, std::ranges::greater{});
   for (const std::size_t i : index)
     for (auto* v : {&fit.x, &fit.y, &fit.calc, &fit.background, &fit.var})
       v->erase(v->begin() + static_cast<std::ptrdiff_t>(i));
+}
+
+/// Distance to the nearest of places in ascending order.
+double distance_to(const std::vector<place>& places, double position) {
+  const auto right = std::ranges::lower_bound(places, position, {}, &place::position);
+  double distance = std::numeric_limits<double>::infinity();
+  if (right != places.end()) distance = right->position - position;
+  if (right != places.begin()) distance = std::min(distance, position - std::prev(right)->position);
+  return distance;
 }
 
 /// From the plainest causes to those that are left when the others are known.
@@ -58,7 +70,7 @@ class judge {
   void see_scales();
   void judge_phases();
   [[nodiscard]] std::vector<place> own_lines(int ph) const;
-  [[nodiscard]] found_peak height_of(int ph, std::span<const place> own) const;
+  [[nodiscard]] found_peak height_of(int ph, const std::vector<place>& own) const;
   [[nodiscard]] double gain(double sum) const { return (total - sum) / excess; }
   [[nodiscard]] std::optional<remark> movement_remark() const;
   [[nodiscard]] std::optional<remark> width_remark() const;
@@ -160,10 +172,8 @@ std::vector<found_peak> judge::peaks_without_others(int ph) const {
   for (int other = 0; other < static_cast<int>(fit.phases.size()); ++other) {
     if (other == ph) continue;
     const auto theirs = merged_lines(fit, width, other);
-    std::erase_if(left, [&](const found_peak& p) {
-      return std::ranges::any_of(
-          theirs, [&](const place& q) { return std::abs(q.position - p.position) < 0.5 * width.at(p.position); });
-    });
+    std::erase_if(left,
+                  [&](const found_peak& p) { return distance_to(theirs, p.position) < 0.5 * width.at(p.position); });
   }
   return left;
 }
@@ -178,6 +188,7 @@ bool judge::take_far(int phase, const std::vector<found_peak>& of) {
   for (const found_peak& p : calculated_peaks) tops.push_back({p.position, p.height, false});
   if (const match by_curve = match_of(of, tops, width, {}); phase < 0 && by_curve.score > now.score)
     now = by_curve;  // asymmetry moves the tops of peaks away from the lines
+  if (now.observed < many_more * now.matched) return false;
   const double reach = std::min(std::max(reach_in_widths * width.at(of.front().position), largest_zero),
                                 part_of_range * (fit.x.back() - fit.x.front()));
   std::optional<match> best;
@@ -195,9 +206,9 @@ bool judge::take_far(int phase, const std::vector<found_peak>& of) {
 
 /// A movement that brings many peaks, not by chance, onto lines from which they are a good part of a width away.
 bool judge::convinces(const match& m, const match& now, const std::vector<found_peak>& of) const {
-  constexpr double much_better = 1.5, mends = 0.6, more = 1.25, least_part = 0.4, least_distance = 0.25;
+  constexpr double much_better = 1.5, mends = 0.6, least_part = 0.4, least_distance = 0.25;
   if (m.matched < fewest_peaks || m.matched < least_part * m.observed || m.odds > most_odds) return false;
-  if (m.matched < more * now.matched) return false;
+  if (m.matched < many_more * now.matched) return false;
   if (m.score < much_better * now.score && m.score - now.score < mends * (1.0 - now.score)) return false;
   double square = 0.0;
   for (const found_peak& p : of) {
@@ -348,10 +359,7 @@ void judge::judge_unexplained() {
 std::vector<place> judge::own_lines(int ph) const {
   std::vector<place> own = merged_lines(fit, width, ph);
   const auto not_own = [&](const std::vector<place>& theirs) {
-    std::erase_if(own, [&](const place& p) {
-      return std::ranges::any_of(
-          theirs, [&](const place& q) { return std::abs(q.position - p.position) < width.at(p.position); });
-    });
+    std::erase_if(own, [&](const place& p) { return distance_to(theirs, p.position) < width.at(p.position); });
   };
   std::erase_if(own, [&](const place& p) { return p.position < fit.x.front() || p.position > fit.x.back(); });
   for (int other = 0; other < static_cast<int>(fit.phases.size()); ++other)
@@ -362,15 +370,13 @@ std::vector<place> judge::own_lines(int ph) const {
 
 /// Height of the largest peak of a phase from the points at its own lines, by least squares; height 0 and sigma 0 when
 /// there are no such points. sigma holds what the points leave.
-found_peak judge::height_of(int ph, std::span<const place> own) const {
+found_peak judge::height_of(int ph, const std::vector<place>& own) const {
   constexpr double core = 0.7;
   const std::vector<double> shape = plain_peaks(fit, ph, line_widths(fit));
   const double scale = fit.phases[static_cast<std::size_t>(ph)].scale;
   double sv = 0.0, ss = 0.0, top = 0.0, squares = 0.0, n = 0.0;
   for (std::size_t i = 0; i < fit.size(); ++i) {
-    if (std::ranges::none_of(
-            own, [&](const place& p) { return std::abs(fit.x[i] - p.position) < core * width.at(p.position); }))
-      continue;
+    if (distance_to(own, fit.x[i]) > core * width.at(fit.x[i])) continue;
     const double net = fit.y[i] - fit.calc[i] + scale * shape[i];
     sv += net * shape[i] / fit.var[i], ss += shape[i] * shape[i] / fit.var[i];
     squares += net * net / fit.var[i], n += 1.0;

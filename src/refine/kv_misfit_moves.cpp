@@ -56,6 +56,21 @@ class matcher {
     });
     return all_ > 0.0 ? sum / all_ : 0.0;
   }
+  /// Per shift from -n to n steps the observed peaks (roots of heights) that it brings within a step of a calculated
+  /// one.
+  void vote(double step, int n, std::vector<double>& votes) const {
+    votes.assign(static_cast<std::size_t>(2 * n + 1), 0.0);
+    if (n == 0) return;
+    for (const found_peak& p : observed_) {
+      const double reach = n * step;
+      for (auto q = std::ranges::lower_bound(moved_, p.position - reach); q != moved_.end() && *q <= p.position + reach;
+           ++q) {
+        const int k = static_cast<int>(std::lround((p.position - *q) / step));
+        for (int near = std::max(k - 1, -n); near <= std::min(k + 1, n); ++near)
+          votes[static_cast<std::size_t>(near + n)] += std::sqrt(p.height);
+      }
+    }
+  }
   [[nodiscard]] double position(const pair& q) const { return observed_[q.observed].position; }
 
  private:
@@ -222,18 +237,25 @@ search_grid grid_of(std::span<const found_peak> observed, const width_line& widt
   return g;
 }
 
-/// The best place of the grid.
+/// The best place of the grid. Shifts are voted for by the distances of all pairs; the best vote of each row is tried
+/// with its neighbours.
 void search(matcher& places, const search_grid& g, match& best) {
+  std::vector<double> votes;
+  const auto try_shift = [&](const movement& base, int k) {
+    if (const double s = places.score(k * g.step); s > best.score) {
+      best.score = s, best.by = base;
+      best.by.shift = k * g.step;
+    }
+  };
   best.score = places.score(0.0);
   for (int e = -g.n_stretch; e <= g.n_stretch; ++e)
     for (int c = -g.n_displacement; c <= g.n_displacement; ++c) {
       const movement base{0.0, e * g.stretch_step, c * g.step};
       places.place_at(base);
-      for (int k = -g.n_shift; k <= g.n_shift; ++k)
-        if (const double s = places.score(k * g.step); s > best.score) {
-          best.score = s, best.by = base;
-          best.by.shift = k * g.step;
-        }
+      places.vote(g.step, g.n_shift, votes);
+      const int k = static_cast<int>(std::ranges::max_element(votes) - votes.begin()) - g.n_shift;
+      for (int near = -1; near <= 1; ++near)
+        if (std::abs(k + near) <= g.n_shift) try_shift(base, k + near);
     }
 }
 
