@@ -1,11 +1,9 @@
 #include "kv_misfit.hpp"
 
-#include <algorithm>
-#include <array>
 #include <cmath>
+#include <cstdlib>
 
 #include "kv_background.hpp"
-#include "kv_misfit_words.hpp"
 #include "kv_peak_geometry.hpp"
 
 namespace kv_misfit {
@@ -16,384 +14,18 @@ using kalvaris_params::pattern_type;
 using kalvaris_params::state_type;
 namespace slot = kalvaris_params::slot;
 
-// ---- thresholds ----------------------------------------------------------------------------------------------------
-
-/// The sum must exceed the number of points by so many of its standard deviations, sqrt(2 N), before a cause is sought.
-constexpr double least_excess = 6.0;
-/// Part of the excess that the cause of a remark explains. Imperfect peak shapes and intensities, the common lot of
-/// measured patterns, spread theirs over many small causes.
-constexpr double least_gain = 0.3;
-/// A scatter this many times its variance, or that part of it, is no matter of counting: sigma is wrong by two.
-constexpr double strange_scatter = 4.0;
-/// Movements below this part of the width do not change what a fit says.
-constexpr double least_shift = 0.1;
-/// Widths wrong by less are a matter of the shape.
-constexpr double least_width_factor = 1.2;
-/// Peaks below this part of the largest are not called unexplained.
-constexpr double least_height = 0.03;
-constexpr double peak_sigma = 6.0;
-/// Chance, all trials counted, below which a match of positions is none.
-constexpr double most_odds = 1e-3;
-constexpr int fewest_peaks = 4;
-
-double weighted_sum(const fit_view& fit) {
-  double sum = 0.0;
-  for (std::size_t i = 0; i < fit.size(); ++i) {
-    const double d = fit.y[i] - fit.calc[i];
-    sum += d * d / fit.var[i];
-  }
-  return sum;
-}
-
-void erase_points(fit_view& fit, std::vector<std::size_t> index) {
-  std::ranges::sort(index, std::ranges::greater{});
-  for (const std::size_t i : index)
-    for (auto* v : {&fit.x, &fit.y, &fit.calc, &fit.background, &fit.var})
-      v->erase(v->begin() + static_cast<std::ptrdiff_t>(i));
-}
-
-/// The search for causes in one fit, from the plainest to those that are left when the others are known.
-class judge {
- public:
-  explicit judge(const fit_view& given) : fit(given) {}
-  std::vector<remark> remarks();
-
- private:
-  void judge_points();
-  void judge_weights();
-  bool see_peaks();
-  bool judge_far_movement();
-  bool take_far(int phase, const std::vector<found_peak>& of);
-  [[nodiscard]] bool convinces(const match& m, const match& now, const std::vector<found_peak>& of) const;
-  [[nodiscard]] std::vector<found_peak> peaks_without_others(int ph) const;
-  void judge_model();
-  void judge_width_of_moved();
-  void judge_seen_widths();
-  void judge_unexplained();
-  void see_scales();
-  void judge_phases();
-  [[nodiscard]] double gain(double sum) const { return (total - sum) / excess; }
-  [[nodiscard]] std::optional<remark> movement_remark() const;
-  [[nodiscard]] std::optional<remark> width_remark() const;
-  [[nodiscard]] std::optional<remark> background_remark() const;
-  [[nodiscard]] double bragg(std::size_t i) const { return fit.calc[i] - fit.background[i]; }
-  [[nodiscard]] bool near_a_line(const found_peak& p) const;
-  [[nodiscard]] double explained_part(const found_peak& p) const;
-
-  fit_view fit;  ///< without dead points, variances at the scale of the scatter
-  std::vector<remark> found;
-  double total = 0, excess = 0;
-  width_line width;
-  std::vector<found_peak> peaks;
-  double highest = 0;  ///< of the peaks
-  std::vector<place> lines;                  ///< calculated, from the list
-  std::vector<found_peak> calculated_peaks;  ///< from the calculated curve
-  std::optional<match> far;  ///< movement that brings calculated peaks on observed ones
-  int far_phase = -1;
-  std::vector<double> usual_scale;
-};
-
-std::vector<remark> judge::remarks() {
-  constexpr std::size_t fewest_points = 50;
-  if (fit.size() < fewest_points) return {};
-  judge_points();
-  judge_weights();
-  total = weighted_sum(fit);
-  const auto n = static_cast<double>(fit.size());
-  excess = total - n;
-  const bool bad = excess > least_excess * std::sqrt(2.0 * n);
-  if (see_peaks()) {
-    if (bad) {
-      const std::size_t before = found.size();
-      if (!fit.two_theta || !judge_far_movement()) judge_model();
-      judge_unexplained();
-      if (found.size() == before) judge_seen_widths();
-    }
-    judge_phases();
-  }
-  if (found.size() > most_remarks) found.resize(most_remarks);
-  return found;
-}
-
-void judge::judge_points() {
-  const dead_point_set dead = dead_points(fit);
-  if (dead.share >= least_gain) found.push_back(kv_misfit_words::dead_points(fit, dead));
-  erase_points(fit, dead.index);
-}
-
-void judge::judge_weights() {
-  const double ratio = scatter_ratio(fit);
-  if (!(ratio > 0.0)) return;
-  const bool strange = ratio > strange_scatter || ratio < 1.0 / strange_scatter;
-  if (strange && !fit.unit_weights)
-    found.push_back(kv_misfit_words::weights(ratio, weighted_sum(fit) / static_cast<double>(fit.size())));
-  if (strange || fit.unit_weights)
-    for (double& v : fit.var) v *= ratio;
-}
-
-bool judge::see_peaks() {
-  const auto seen = observed_width(fit.x, fit.y, fit.var);
-  if (!seen) return false;
-  width = *seen;
-  peaks = find_peaks(fit.x, fit.y, fit.var, width, peak_sigma);
-  for (const found_peak& p : peaks) highest = std::max(highest, p.height);
-  std::erase_if(peaks, [&](const found_peak& p) { return p.height < least_height * highest; });
-  lines = merged_lines(fit, width, -1);
-  calculated_peaks = find_peaks(fit.x, fit.calc, fit.var, width, peak_sigma);
-  std::erase_if(calculated_peaks, [&](const found_peak& p) { return p.height < least_height * highest; });
-  return !peaks.empty();
-}
-
-/// Movements so far that calculated and observed peaks hardly overlap: sought on the lists of their positions.
-bool judge::judge_far_movement() {
-  if (take_far(-1, peaks)) return true;
-  const int n = static_cast<int>(fit.phases.size());
-  for (int ph = 0; ph < n && n > 1; ++ph)
-    if (fit.phases[static_cast<std::size_t>(ph)].contributes && take_far(ph, peaks_without_others(ph))) return true;
-  return false;
-}
-
-/// Observed peaks at which no line of another phase stands.
-std::vector<found_peak> judge::peaks_without_others(int ph) const {
-  std::vector<found_peak> left = peaks;
-  for (int other = 0; other < static_cast<int>(fit.phases.size()); ++other) {
-    if (other == ph) continue;
-    const auto theirs = merged_lines(fit, width, other);
-    std::erase_if(left, [&](const found_peak& p) {
-      return std::ranges::any_of(theirs, [&](const place& q) {
-        return std::abs(q.position - p.position) < 0.5 * width.at(p.position);
-      });
-    });
-  }
-  return left;
-}
-
-bool judge::take_far(int phase, const std::vector<found_peak>& of) {
-  constexpr double reach_in_widths = 20.0, largest_zero = 2.5, part_of_range = 0.15;
-  constexpr double clearly = 1.1;  // of the score of a plainer movement
-  if (static_cast<int>(of.size()) < fewest_peaks) return false;
-  const auto places = merged_lines(fit, width, phase);
-  match now = match_of(of, places, width, {});
-  std::vector<place> tops;
-  for (const found_peak& p : calculated_peaks) tops.push_back({p.position, p.height, false});
-  if (const match by_curve = match_of(of, tops, width, {}); phase < 0 && by_curve.score > now.score)
-    now = by_curve;  // asymmetry moves the tops of peaks away from the lines
-  const double reach = std::min(std::max(reach_in_widths * width.at(of.front().position), largest_zero),
-                                part_of_range * (fit.x.back() - fit.x.front()));
-  std::optional<match> best;
-  for (const family how : {family::common, family::stretch, family::displacement, family::common_and_stretch}) {
-    if (phase >= 0 && how != family::stretch) continue;
-    const match m = best_match(of, places, width, how, reach);
-    if (convinces(m, now, of) && (!best || m.score > clearly * best->score)) best = m;
-  }
-  if (!best) return false;
-  far = best, far_phase = phase;
-  found.push_back(kv_misfit_words::moved(fit, *best, now.matched, phase, std::nullopt));
-  if (phase < 0 && !fit.widths_free) judge_width_of_moved();
-  return true;
-}
-
-/// A movement that brings many peaks, not by chance, onto lines from which they are a good part of a width away.
-bool judge::convinces(const match& m, const match& now, const std::vector<found_peak>& of) const {
-  constexpr double much_better = 1.5, mends = 0.6, least_part = 0.4, least_distance = 0.25;
-  if (m.matched < fewest_peaks || m.matched < least_part * m.observed || m.odds > most_odds) return false;
-  if (m.score < much_better * now.score && m.score - now.score < mends * (1.0 - now.score)) return false;
-  double square = 0.0;
-  for (const found_peak& p : of) {
-    const double distance = (moved(m.by, p.position) - p.position) / width.at(p.position);
-    square += distance * distance / static_cast<double>(of.size());
-  }
-  return square > least_distance * least_distance;
-}
-
-/// Peaks that overlap with the observed ones: what position, width and background leave in the sum.
-void judge::judge_model() {
-  std::optional<remark> best;
-  for (auto& r : {movement_remark(), width_remark(), background_remark()})
-    if (r && r->gain >= least_gain && (!best || r->gain > best->gain)) best = r;
-  if (best) found.push_back(*best);
-}
-
-std::optional<remark> judge::movement_remark() const {
-  constexpr double reach_in_widths = 3.0, clearly = 0.05;  // of the excess
-  if (!fit.two_theta || lines.empty()) return {};
-  const double reach = reach_in_widths * width.at(0.5 * (fit.x.front() + fit.x.back()));
-  moved_sum best{{}, total};
-  match m;
-  for (const family how : {family::common, family::stretch, family::displacement, family::common_and_stretch})
-    if (const moved_sum s = best_moved_sum(fit, how, reach); best.sum - s.sum > clearly * excess) best = s, m.how = how;
-  double largest = 0.0;
-  std::vector<place> there = lines;
-  for (place& p : there) {
-    const double before = p.position;
-    p.position = moved(best.by, before);
-    if (before > fit.x.front() && before < fit.x.back())
-      largest = std::max(largest, std::abs(p.position - before) / width.at(before));
-  }
-  if (largest < least_shift) return {};
-  const int now = match_of(peaks, lines, width, {}).matched;
-  const match after = refined_match(peaks, there, width, m.how);
-  m.by = best.by, m.matched = after.matched, m.observed = after.observed, m.sigma = after.sigma;
-  return kv_misfit_words::moved(fit, m, now, -1, gain(best.sum));
-}
-
-std::optional<remark> judge::width_remark() const {
-  const width_change w = best_width_factor(fit, width);
-  if (std::max(w.factor, 1.0 / w.factor) < least_width_factor) return {};
-  return kv_misfit_words::width(w.factor, width.at(0.5 * (fit.x.front() + fit.x.back())), w.fall / excess);
-}
-
-/// Widths that are not refined, beside a movement: where positions are refined, they ran away because of the widths.
-void judge::judge_width_of_moved() {
-  fit_view there = fit;
-  for (line& l : there.lines) l.position = moved(far->by, l.position);
-  const width_change w = best_width_factor(there, width);
-  if (std::max(w.factor, 1.0 / w.factor) < least_width_factor || w.fall < least_gain * excess) return;
-  const auto place = fit.positions_free ? found.end() - 1 : found.end();
-  found.insert(place, kv_misfit_words::width(w.factor, width.at(0.5 * (fit.x.front() + fit.x.back())), w.fall / excess));
-}
-
-/// Widths as they are seen in both curves, when no other cause was found: the intensities may be too far off for a sum
-/// to tell.
-void judge::judge_seen_widths() {
-  constexpr double strange = 1.5, far_off = 3.0;
-  if (lines.empty() || total < far_off * static_cast<double>(fit.size())) return;
-  const auto calculated = observed_width(fit.x, fit.calc, fit.var);
-  const double middle = 0.5 * (fit.x.front() + fit.x.back());
-  std::vector<double> told = line_widths(fit);
-  std::ranges::sort(told);
-  const double median = told[told.size() / 2], narrow = width.least;
-  const double factor = width.at(middle) / (!calculated || median < narrow ? median : calculated->at(middle));
-  if (std::max(factor, 1.0 / factor) > strange)
-    found.push_back(kv_misfit_words::width(factor, width.at(middle), std::nullopt));
-}
-
-std::optional<remark> judge::background_remark() const {
-  const double range = fit.x.back() - fit.x.front();
-  const double stretch = std::max(10.0 * width.at(0.5 * (fit.x.front() + fit.x.back())), range / 40.0);
-  const background_offset offset = offset_between_peaks(fit, stretch);
-  if (offset.x.size() < 3) return {};
-  return kv_misfit_words::background(fit, offset, gain(offset.sum));
-}
-
-/// Some calculated line stands at the peak, moved as found. Where no cause is known yet that displaces or widens the
-/// peaks, a line of a structure counts when its area is a fair part of that of the peak.
-bool judge::near_a_line(const found_peak& p) const {
-  constexpr double near = 0.7, fair_part = 0.2;
-  const double reach = near * width.at(p.position);
-  const bool any_line = far || !found.empty();
-  if (std::ranges::any_of(lines, [&](const place& q) {
-        return (any_line || q.follows_data) &&
-               std::abs((far ? moved(far->by, q.position) : q.position) - p.position) < reach;
-      }))
-    return true;
-  double area = 0.0;
-  for (const line& l : fit.lines)
-    if (std::abs(l.position - p.position) < reach) area += l.weight * usual_scale[static_cast<std::size_t>(l.phase)];
-  return !far && area > fair_part * p.height * width.at(p.position);
-}
-
-/// Per phase the scale factor, or what its lines that stand at observed peaks ask for in the middle: a fit with needles
-/// for peaks has a scale that says nothing.
-void judge::see_scales() {
-  for (int ph = 0; ph < static_cast<int>(fit.phases.size()); ++ph) {
-    std::vector<double> asked;
-    for (const found_peak& p : peaks) {
-      double weight = 0.0;
-      for (const line& l : fit.lines)
-        if (l.phase == ph && std::abs(l.position - p.position) < 0.7 * width.at(p.position)) weight += l.weight;
-      if (weight > 0.0) asked.push_back(p.height * width.at(p.position) / weight);
-    }
-    std::ranges::sort(asked);
-    const bool known = 2 * asked.size() > peaks.size();
-    usual_scale.push_back(std::max(fit.phases[static_cast<std::size_t>(ph)].scale, known ? asked[asked.size() / 2] : 0.0));
-  }
-}
-
-/// Calculated over observed Bragg part of the core of a peak.
-double judge::explained_part(const found_peak& p) const {
-  double calculated = 0.0, observed = 0.0;
-  for (std::size_t i = 0; i < fit.size(); ++i) {
-    if (std::abs(fit.x[i] - p.position) > 0.5 * width.at(p.position)) continue;
-    calculated += bragg(i), observed += fit.y[i] - fit.background[i];
-  }
-  return observed > 0.0 ? calculated / observed : 1.0;
-}
-
-void judge::judge_unexplained() {
-  see_scales();
-  constexpr double explained = 0.25, window = 1.2;
-  std::vector<found_peak> left = peaks;
-  std::erase_if(left, [&](const found_peak& p) {
-    return near_a_line(p) || (!far && explained_part(p) > explained);
-  });
-  if (left.empty()) return;
-  double theirs = 0.0;
-  for (std::size_t i = 0; i < fit.size(); ++i) {
-    const double d = fit.y[i] - fit.calc[i];
-    if (std::ranges::any_of(left, [&](const found_peak& p) {
-          return std::abs(fit.x[i] - p.position) < window * width.at(p.position);
-        }))
-      theirs += d * d / fit.var[i] - 1.0;
-  }
-  const double share = theirs / excess;
-  if (share < least_gain) return;
-  remark r = kv_misfit_words::unexplained(left, highest, share);
-  const auto before = std::ranges::find_if(found, [&](const remark& q) {  // the cause that explains more comes first
-    return (q.what == kind::width || q.what == kind::background) && q.gain < r.gain;
-  });
-  found.insert(before, std::move(r));
-}
-
-/// Phases whose own lines, away from those of the others, stand on nothing.
-void judge::judge_phases() {
-  constexpr double apart = 1.0, significant = 3.0;
-  if (far && far_phase < 0) return;
-  for (int ph = 0; ph < static_cast<int>(fit.phases.size()); ++ph) {
-    const phase_view& phase = fit.phases[static_cast<std::size_t>(ph)];
-    if (!phase.contributes || ph == far_phase) continue;
-    std::vector<place> own = merged_lines(fit, width, ph), others;
-    for (int other = 0; other < static_cast<int>(fit.phases.size()); ++other)
-      if (other != ph && fit.phases[static_cast<std::size_t>(other)].contributes) {
-        const auto theirs = merged_lines(fit, width, other);
-        others.insert(others.end(), theirs.begin(), theirs.end());
-      }
-    std::erase_if(own, [&](const place& p) {
-      return p.position < fit.x.front() || p.position > fit.x.back() || std::ranges::any_of(others, [&](const place& q) {
-               return std::abs(q.position - p.position) < apart * width.at(p.position);
-             });
-    });
-    if (own.empty()) continue;
-    // height of the phase from its own lines alone, each point seen once
-    const std::vector<double> shape = plain_peaks(fit, ph, line_widths(fit));
-    double sv = 0.0, ss = 0.0, top = 0.0, chi2 = 0.0, n = 0.0;
-    for (std::size_t i = 0; i < fit.size(); ++i) {
-      if (std::ranges::none_of(own, [&](const place& p) {
-            return std::abs(fit.x[i] - p.position) < 0.7 * width.at(p.position);
-          }))
-        continue;
-      const double net = fit.y[i] - fit.calc[i] + phase.scale * shape[i];
-      sv += net * shape[i] / fit.var[i], ss += shape[i] * shape[i] / fit.var[i];
-      chi2 += net * net / fit.var[i], n += 1.0;
-      top = std::max(top, shape[i]);
-    }
-    if (!(ss > 0.0)) continue;
-    const double height = sv / ss;
-    const double spread = std::max(1.0, (chi2 - height * sv) / std::max(1.0, n - 1.0));
-    const double sigma = std::sqrt(spread / ss);
-    const bool seen = height > significant * sigma;
-    if (seen) continue;
-    found.push_back(kv_misfit_words::empty_phase(ph, static_cast<int>(own.size()), 100.0 * height * top / highest,
-                                                 100.0 * sigma * top / highest));
-  }
-}
-
 double shape_of(int npro, float gam) {
   switch (npro) {
-    case 0: return 0.0;
-    case 1: return 1.0;
-    case 2: case 3: case 6: return 0.5;
-    default: return std::clamp(static_cast<double>(gam), 0.0, 1.0);
+    case 0:
+      return 0.0;
+    case 1:
+      return 1.0;
+    case 2:
+    case 3:
+    case 6:
+      return 0.5;
+    default:
+      return std::clamp(static_cast<double>(gam), 0.0, 1.0);
   }
 }
 
@@ -404,9 +36,11 @@ std::vector<line> lines_of(const state_type& st, int ip) {
     const auto u = static_cast<std::size_t>(k);
     const auto key = kalvaris_params::unpack_irefs(p.refl.irefs[u]);
     if (key.phase >= st.run.nphase || st.mix(key.phase, ip).jcontr == 0) continue;
-    const line l{kv_peak_geometry::peak_position(st, ip, k), static_cast<double>(p.refl.hw[u]),
-                 shape_of(st.mix(key.phase, ip).npro, p.refl.gam[u]),
-                 static_cast<double>(p.refl.lp[u]) * static_cast<double>(p.refl.ff[u]) * static_cast<double>(p.refl.corr[u]), key.phase};
+    const line l{
+        kv_peak_geometry::peak_position(st, ip, k), static_cast<double>(p.refl.hw[u]),
+        shape_of(st.mix(key.phase, ip).npro, p.refl.gam[u]),
+        static_cast<double>(p.refl.lp[u]) * static_cast<double>(p.refl.ff[u]) * static_cast<double>(p.refl.corr[u]),
+        key.phase};
     if (std::isfinite(l.position) && l.width > 1e-6 && std::isfinite(l.width) && l.weight > 0.0 &&
         std::isfinite(l.weight))
       lines.push_back(l);
@@ -471,8 +105,6 @@ fit_view view_of(const state_type& st, int ip) {
 }
 
 }  // namespace
-
-std::vector<remark> remarks_of(const fit_view& fit) { return judge(fit).remarks(); }
 
 std::vector<remark> remarks(const state_type& st) {
   std::vector<remark> all;

@@ -1,6 +1,6 @@
 // kv_misfit: what makes a finished fit wrong, told from its residual alone, in words with the evidence in numbers.
 // It owns nothing and changes nothing: the gathering reads the state, the kernels take and return numbers.
-// kv_misfit.cpp gathers and ranks, _points.cpp judges points, _peaks.cpp finds and matches peaks, _words.cpp tells.
+// kv_misfit.cpp gathers, _judge.cpp ranks; the kernels stand in _points.cpp, _peaks.cpp, _moves.cpp and _widths.cpp.
 //
 // A cause is named only when putting it right would take away a good part of what the sum has in excess of the number
 // of points, and when its size matters beside the width of the peaks. A fit within its standard deviations, and one
@@ -29,8 +29,8 @@ struct remark {
 
 inline constexpr std::size_t most_remarks = 3;  ///< of a pattern
 
-/// Remarks on all patterns that were fitted, the likeliest of each pattern first; none for calculated patterns, lists of
-/// intensities and good fits.
+/// Remarks on all patterns that were fitted, the likeliest of each pattern first; none for calculated patterns, lists
+/// of intensities and good fits.
 [[nodiscard]] std::vector<remark> remarks(const kalvaris_params::state_type& st);
 
 // ---- what the judgement rests on -----------------------------------------------------------------------------------
@@ -46,9 +46,9 @@ struct line {
 
 struct phase_view {
   bool contributes = false;
-  bool matching = false;      ///< its intensities follow the data
-  double scale = 0;           ///< what multiplies the weights of its lines
-  double scale_sigma = 0;     ///< 0: not refined
+  bool matching = false;   ///< its intensities follow the data
+  double scale = 0;        ///< what multiplies the weights of its lines
+  double scale_sigma = 0;  ///< 0: not refined
 };
 
 /// Points that count, ascending in x, and the reflections.
@@ -56,8 +56,8 @@ struct fit_view {
   std::vector<double> x, y, calc, background, var;
   std::vector<line> lines;
   std::vector<phase_view> phases;
-  bool two_theta = true;      ///< abscissa in degrees
-  bool unit_weights = false;  ///< the scale of var means nothing
+  bool two_theta = true;                             ///< abscissa in degrees
+  bool unit_weights = false;                         ///< the scale of var means nothing
   bool positions_free = false, widths_free = false;  ///< refined: of two causes the one that is held is the likelier
   [[nodiscard]] std::size_t size() const { return x.size(); }
 };
@@ -74,11 +74,15 @@ struct fit_view {
 
 struct dead_point_set {
   std::vector<std::size_t> index;
-  double share = 0;  ///< of the weighted sum
+  double share = 0;    ///< of the weighted sum
+  double tension = 0;  ///< what they would add to the sum if the curve ran through the points beside them, over the sum
 };
-/// Points that stand alone: their residual is five times that of the points beside a run of at most three, and ten
+/// Points whose residual stands alone: five times that of the points beside a run of at most three, one above, and ten
 /// standard deviations. Largest part of the sum first.
-[[nodiscard]] dead_point_set dead_points(const fit_view& fit);
+[[nodiscard]] dead_point_set lone_points(const fit_view& fit);
+/// Points far below the ground of the data around them, whatever was calculated: a fit bends to such points when their
+/// sigma is small, so that their residual does not show them. Runs of at most three, or of any length near 0.
+[[nodiscard]] dead_point_set sunken_points(const fit_view& fit);
 
 struct background_offset {
   std::vector<double> x, offset;  ///< places between peaks, and observed minus calculated there
@@ -142,9 +146,10 @@ struct match {
 /// The same, and the movement of the family that the distances of the matched peaks still ask for, with its sigma.
 [[nodiscard]] match refined_match(std::span<const found_peak> observed, std::span<const place> calculated,
                                   const width_line& width, family how);
-/// The best movement of a family with shifts within +-reach [deg] and stretches within +-largest_stretch.
+/// The best movement of a family with shifts within +-reach [deg] and stretches within +-largest_stretch; none, score
+/// 0, where the lines stand so close that even a match of all has odds above most_odds.
 [[nodiscard]] match best_match(std::span<const found_peak> observed, std::span<const place> calculated,
-                               const width_line& width, family how, double reach);
+                               const width_line& width, family how, double reach, double most_odds);
 inline constexpr double largest_stretch = 0.06;
 
 struct moved_sum {

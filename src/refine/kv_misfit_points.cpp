@@ -1,20 +1,11 @@
 // Points: the scatter against the weights, points that stand alone, the ground between the peaks.
-#include <algorithm>
 #include <cmath>
-#include <cstdlib>
 
-#include "kv_misfit.hpp"
+#include "kv_misfit_parts.hpp"
 
 namespace kv_misfit {
 
 namespace {
-
-double median(std::vector<double> values) {
-  if (values.empty()) return 0.0;
-  const auto middle = values.begin() + static_cast<std::ptrdiff_t>(values.size() / 2);
-  std::ranges::nth_element(values, middle);
-  return *middle;
-}
 
 /// The four points from i on follow each other without a gap.
 bool in_a_row(const std::vector<double>& x, std::size_t i) {
@@ -103,7 +94,7 @@ double sum_without(const fit_view& fit, const background_offset& ground) {
 
 double scatter_ratio(const fit_view& fit) { return std::min(ratio_of(fit, false), ratio_of(fit, true)); }
 
-dead_point_set dead_points(const fit_view& fit) {
+dead_point_set lone_points(const fit_view& fit) {
   constexpr double least = 10.0, alone = 5.0;
   constexpr std::size_t longest_run = 3;
   dead_point_set found;
@@ -115,7 +106,8 @@ dead_point_set dead_points(const fit_view& fit) {
       continue;
     }
     std::size_t best_end = 0;
-    for (std::size_t n = 1; n <= longest_run && i + n <= fit.size() && best_end == 0; ++n) {
+    const std::size_t longest = deviate(fit, i) > 0.0 ? 1 : longest_run;  // two high points may be a narrow peak
+    for (std::size_t n = 1; n <= longest && i + n <= fit.size() && best_end == 0; ++n) {
       double smallest = std::abs(deviate(fit, i));
       for (std::size_t k = i; k < i + n; ++k) smallest = std::min(smallest, std::abs(deviate(fit, k)));
       if (smallest >= least && smallest > alone * beside(fit, i, i + n - 1)) best_end = i + n;
@@ -132,6 +124,61 @@ dead_point_set dead_points(const fit_view& fit) {
   return found;
 }
 
+namespace {
+
+/// Lower tenth of the data within so many points of i: the ground, whatever peaks stand on it.
+double ground_around(const fit_view& fit, std::size_t i) {
+  constexpr std::size_t around = 50;
+  const std::size_t first = i > around ? i - around : 0, last = std::min(i + around + 1, fit.size());
+  std::vector<double> values(fit.y.begin() + static_cast<std::ptrdiff_t>(first),
+                             fit.y.begin() + static_cast<std::ptrdiff_t>(last));
+  const auto tenth = values.begin() + static_cast<std::ptrdiff_t>(values.size() / 10);
+  std::ranges::nth_element(values, tenth);
+  return *tenth;
+}
+
+struct neighbours {
+  double height = 0, sigma = 0;  ///< mean of the points beside a run, and sigma of one
+};
+neighbours beside_run(const fit_view& fit, std::size_t first, std::size_t end) {
+  neighbours out;
+  double n = 0.0;
+  for (std::size_t k = 1; k <= 2; ++k)
+    for (const std::size_t i : {first - k, end - 1 + k})  // an index below 0 wraps round beyond the end
+      if (i < fit.size()) out.height += fit.y[i], out.sigma += std::sqrt(fit.var[i]), n += 1.0;
+  if (n > 0.0) out.height /= n, out.sigma /= n;
+  return out;
+}
+
+}  // namespace
+
+dead_point_set sunken_points(const fit_view& fit) {
+  constexpr double own_sigmas = 10.0, ground_sigmas = 5.0, nothing = 0.01;
+  constexpr std::size_t longest_run = 3;
+  dead_point_set found;
+  double tension = 0.0;
+  for (std::size_t i = 0; i < fit.size(); ++i) {
+    const double ground = ground_around(fit, i);
+    const auto sunken = [&](std::size_t k) {
+      return fit.y[k] + own_sigmas * std::sqrt(fit.var[k]) < ground && fit.y[k] < 0.5 * ground;
+    };
+    std::size_t end = i;
+    bool empty = true;
+    for (; end < fit.size() && sunken(end); ++end) empty = empty && fit.y[end] < nothing * ground;
+    const neighbours next = beside_run(fit, i, end);
+    if (end > i && (empty || end - i <= longest_run) && next.height > ground - ground_sigmas * next.sigma)
+      for (std::size_t k = i; k < end; ++k) {
+        found.index.push_back(k);
+        tension += (next.height - fit.y[k]) * (next.height - fit.y[k]) / fit.var[k];
+      }
+    i = std::max(i, end);
+  }
+  const double total = weighted_sum(fit);
+  for (const std::size_t i : found.index) found.share += deviate(fit, i) * deviate(fit, i) / total;
+  found.tension = tension / total;
+  return found;
+}
+
 background_offset offset_between_peaks(const fit_view& fit, double stretch) {
   background_offset out;
   std::vector<ground> places;
@@ -145,7 +192,8 @@ background_offset offset_between_peaks(const fit_view& fit, double stretch) {
     const double before = places[k > 0 ? k - 1 : k].offset, after = places[std::min(k + 1, places.size() - 1)].offset;
     const double here = places[k].offset;
     out.x.push_back(places[k].x);
-    out.offset.push_back(std::max(std::min(before, after), std::min(std::max(before, after), here)));  // median of three
+    out.offset.push_back(
+        std::max(std::min(before, after), std::min(std::max(before, after), here)));  // median of three
     if (here < -3.0 * places[k].sigma) ++out.above;
     if (here > 3.0 * places[k].sigma) ++out.below;
   }

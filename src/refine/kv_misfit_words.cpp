@@ -9,8 +9,8 @@ namespace kv_misfit_words {
 
 namespace {
 
-using kv_misfit::kind;
 using kv_misfit::family;
+using kv_misfit::kind;
 
 /// A number with so many decimals and no blanks.
 std::string fixed(double value, int decimals) {
@@ -42,7 +42,7 @@ remark dead_points(const kv_misfit::fit_view& fit, const kv_misfit::dead_point_s
   constexpr std::size_t most = 5;
   remark r;
   r.what = kind::dead_points;
-  r.gain = dead.share;
+  r.gain = std::max(dead.share, dead.tension / (1.0 + dead.tension));
   r.numbers.push_back(100.0 * dead.share);
   std::string where;
   for (std::size_t k = 0; k < dead.index.size(); ++k) {
@@ -53,10 +53,17 @@ remark dead_points(const kv_misfit::fit_view& fit, const kv_misfit::dead_point_s
                three_figures(fit.calc[i]) + ", sigma " + three_figures(std::sqrt(fit.var[i])) + ")";
   }
   const bool one = dead.index.size() == 1;
-  r.text = (one ? "One point carries " : std::to_string(dead.index.size()) + " points carry ") +
-           percent(dead.share) + " of the weighted sum, unlike the points beside " + (one ? "it" : "them") +
-           ": exclude " + (one ? "it" : "them") + " or correct the data. " + (one ? "Place: " : "Places: ") + where +
-           (dead.index.size() > most ? ", ..." : "") + ".";
+  r.text = one ? "One point" : std::to_string(dead.index.size()) + " points";
+  if (dead.share >= 0.5 * dead.tension)
+    r.text += (one ? " carries " : " carry ") + percent(dead.share) +
+              " of the weighted sum, unlike the points beside " + (one ? "it" : "them");
+  else
+    r.text += std::string(one ? " lies" : " lie") +
+              " far below the data on either side with a sigma that bends the fit to " + (one ? "it" : "them") +
+              ": on a curve through the points beside " + (one ? "it" : "them") + " the weighted sum would be " +
+              three_figures(1.0 + dead.tension) + " times as large";
+  r.text += std::string(". Exclude ") + (one ? "it" : "them") + " or correct the data. " +
+            (one ? "Place: " : "Places: ") + where + (dead.index.size() > most ? ", ..." : "") + ".";
   return r;
 }
 
@@ -65,8 +72,8 @@ remark weights(double variance_ratio, double chi2) {
   r.what = kind::weights;
   const double factor = std::sqrt(variance_ratio);
   r.numbers = {factor, chi2};
-  r.text = "The standard deviations of the data are about " +
-           three_figures(factor < 1.0 ? 1.0 / factor : factor) + " times too " + (factor < 1.0 ? "large" : "small") +
+  r.text = "The standard deviations of the data are about " + three_figures(factor < 1.0 ? 1.0 / factor : factor) +
+           " times too " + (factor < 1.0 ? "large" : "small") +
            " for the scatter from point to point: were the data scaled" +
            (factor < 1.0 ? ", smoothed or interpolated" : "") +
            "? Chi-square, esds and expected R say nothing with such weights.";
@@ -99,8 +106,13 @@ remark moved(const kv_misfit::fit_view& fit, const kv_misfit::match& m, int matc
   const bool displaced = m.how == family::displacement;
   const double shift = displaced ? m.by.displacement : m.by.shift;
   const double shift_sigma = displaced ? m.sigma.displacement : m.sigma.shift;
-  r.numbers = {shift, shift_sigma, 100.0 * std::expm1(m.by.stretch), 100.0 * m.sigma.stretch,
-               double(m.matched), double(m.observed), double(matched_now)};
+  r.numbers = {shift,
+               shift_sigma,
+               100.0 * std::expm1(m.by.stretch),
+               100.0 * m.sigma.stretch,
+               double(m.matched),
+               double(m.observed),
+               double(matched_now)};
   const double at_middle = fit.x[fit.size() / 2];
   const double by_stretch = kv_misfit::moved({0.0, m.by.stretch, 0.0}, at_middle) - at_middle;
   r.what = std::abs(by_stretch) > std::abs(shift) ? kind::cell : kind::shift;
@@ -119,8 +131,9 @@ remark moved(const kv_misfit::fit_view& fit, const kv_misfit::match& m, int matc
                " the observed ones, farther with growing angle as tan(theta): " + cell_words(fit, m, phase) + ".";
       break;
     case family::common_and_stretch:
-      r.text = "The calculated peaks stand off the observed ones by a common shift and by a part of tan(theta): they are " +
-               amount + " too " + (shift > 0.0 ? "low" : "high") + ", and " + cell_words(fit, m, phase) + ".";
+      r.text =
+          "The calculated peaks stand off the observed ones by a common shift and by a part of tan(theta): they are " +
+          amount + " too " + (shift > 0.0 ? "low" : "high") + ", and " + cell_words(fit, m, phase) + ".";
       break;
   }
   r.text += " With that " + std::to_string(m.matched) + " of " + std::to_string(m.observed) +
@@ -175,13 +188,13 @@ remark unexplained(std::span<const kv_misfit::found_peak> peaks, double highest,
   std::string list;
   for (const auto& p : largest) {
     r.numbers.insert(r.numbers.end(), {p.position, 100.0 * p.height / highest});
-    list += (list.empty() ? "" : ", ") + fixed(p.position, 2) + " deg (" + fixed(100.0 * p.height / highest, 0) + " %, " +
-            fixed(p.height / p.sigma, 0) + " sigma)";
+    list += (list.empty() ? "" : ", ") + fixed(p.position, 2) + " deg (" + fixed(100.0 * p.height / highest, 0) +
+            " %, " + fixed(p.height / p.sigma, 0) + " sigma)";
   }
   const bool one = peaks.size() == 1;
   r.text = (one ? "One observed peak is" : std::to_string(peaks.size()) + " observed peaks are") +
-           " explained by no phase and " + (one ? "carries " : "carry ") + percent(gain) + " of the excess of the sum. " +
-           (one ? "" : "The largest, in per cent of the largest peak: ") + list + ".";
+           " explained by no phase and " + (one ? "carries " : "carry ") + percent(gain) +
+           " of the excess of the sum. " + (one ? "" : "The largest, in per cent of the largest peak: ") + list + ".";
   return r;
 }
 
