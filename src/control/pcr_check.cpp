@@ -100,8 +100,17 @@ void preferred_orientation(examination& e) {
     }
 }
 
-constexpr std::array<check_row, 14> checks{{
+/// Symbols that no table of settings has. Where axes or origin are in doubt the reader has warned of it.
+void symbols_read_by_letters(examination& e) {
+  for (std::size_t ph = 0; ph < e.st.phase.size(); ++ph) {
+    const auto& group = e.st.phase[ph].spgr;
+    if (!group.note.empty() && group.numspg != 0) e.note(0, "phase " + std::to_string(ph + 1) + ": " + group.note);
+  }
+}
+
+constexpr std::array<check_row, 15> checks{{
     {"requests that cannot be calculated", obstacles},
+    {"space-group symbols that no table has", symbols_read_by_letters},
     {"ranges that contradict themselves", ranges},
     {"requests for a number without automatic codes", requests_without_automatic},
     {"parameter numbers above the most that a run can refine", numbers_too_high},

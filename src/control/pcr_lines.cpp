@@ -222,14 +222,36 @@ bool line_reader::fail(std::initializer_list<std::string_view> lines, int ierr_f
   return false;
 }
 
+namespace {
+
+/// The sentences of a reason in lines of a message, as many to a line as it holds.
+std::vector<std::string> lines_of_reason(std::string_view reason) {
+  constexpr std::size_t longest = 126;
+  std::vector<std::string> lines;
+  while (!reason.empty()) {
+    const std::size_t stop = reason.find(". ");
+    const std::string_view sentence = reason.substr(0, stop == std::string_view::npos ? stop : stop + 2);
+    reason.remove_prefix(sentence.size());
+    if (lines.empty() || lines.back().size() + sentence.size() > longest) lines.emplace_back(message_continues);
+    lines.back() += sentence;
+  }
+  if (!lines.empty()) lines.front().erase(0, message_continues.size() - 4);
+  return lines;
+}
+
+}  // namespace
+
 bool line_reader::refuse(const place& at, std::string_view reason) {
   fmt_line where;
   where.a(" => Error in the ").a(at.name);
   if (at.phase > 0 || at.pattern > 0) where.a(" of");
   if (at.phase > 0) where.a(" phase: ").i(0, at.phase);
   if (at.pattern > 0) where.a(" pattern: ").i(0, at.pattern);
-  return fail({where.str(), fmt_line{}.a("    ").a(reason).str(),
-               fmt_line{}.a(" => Please check your input file at line: ").i(6, source_.lines_taken()).a(" !").str()});
+  fail({where.str()});
+  for (const std::string& line : lines_of_reason(reason)) state_->mess_findfmt.add(line);
+  state_->mess_findfmt.add(
+      fmt_line{}.a(" => Please check your input file at line: ").i(6, source_.lines_taken()).a(" !").str());
+  return false;
 }
 
 bool line_reader::fail_here(std::initializer_list<std::string_view> words) {

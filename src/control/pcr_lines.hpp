@@ -42,6 +42,7 @@ struct record {
   int last = 0;  ///< last line that was taken
 };
 
+inline constexpr std::string_view message_continues = "        ";  ///< begins a line that goes on with a reason
 inline constexpr int refused = 100;  ///< ierr_fmt of what the control file may not ask for
 
 /// Tabs made blanks, blanks at both ends cut.

@@ -14,6 +14,7 @@ using kalvaris_params::hand_operator_type;
 using kalvaris_params::hand_symmetry_type;
 using kalvaris_params::phase_type;
 using kalvaris_params::vector_type;
+using lmix_fixed_format::fmt_line;
 using lmix_string_utilities::u_case;
 using pcr_fields::part;
 using pcr_lines::place;
@@ -21,7 +22,8 @@ namespace sym = lmix_crystallographic_symmetry;
 
 namespace {
 
-constexpr std::size_t symbol_length = 20;
+constexpr std::size_t symbol_length = 20;  // of a Hermann-Mauguin symbol; what stands behind it is a remark
+constexpr std::string_view hall = "HALL";
 constexpr int basis_functions = -2, magnetic_group = 2;  // isym
 
 // ---- the symbol -----------------------------------------------------------------------------------------------------
@@ -43,12 +45,21 @@ bool is_triclinic_symbol(const std::string& symbol) {
 }
 
 bool set_group(reading& r, const place& at, phase_type& phase) {
-  constexpr std::string_view hall = "HALL";
   const bool is_hall = pcr_lines::begins_with(u_case(phase.symb), hall);
   const std::string_view name = is_hall ? std::string_view(phase.symb).substr(hall.size()) : phase.symb;
   auto err = sym::set_spacegroup(lmix_string_utilities::trim(name), phase.spgr, {}, is_hall ? "HAL" : "");
   if (err.err_symm && phase.isym != 0 && is_triclinic_symbol(phase.symb)) err = set_triclinic(phase.symb, phase.spgr);
-  return !err.err_symm || r.in.refuse(at, err.err_symm_mess);
+  if (err.err_symm) return r.in.refuse(at, err.err_symm_mess);
+  if (!phase.spgr.note.empty()) {
+    const bool origin_in_doubt = phase.spgr.numspg == 0;
+    kalvaris_inout::console_line(r.st.io, fmt_line{}
+                                              .a(origin_in_doubt ? " Warning! Phase " : " => Note: Phase ")
+                                              .i(0, at.phase)
+                                              .a(": ")
+                                              .a(phase.spgr.note)
+                                              .str());
+  }
+  return true;
 }
 
 // ---- operators by hand ----------------------------------------------------------------------------------------------
@@ -104,11 +115,15 @@ bool read_operator(reading& r, int ph, hand_operator_type& op) {
   if (!line) return false;
   if (const auto text = behind_word(*line, "SYMM")) {
     describe_text(r, at, pcr_forms::operator_text_fields, *line);
-    return take_text_matrix(r, at, *text, op.s, op.t);
+    if (!take_text_matrix(r, at, *text, op.s, op.t)) return false;
+  } else {
+    if (!r.in.values_of(at, *line, {pcr_forms::operator_fields})) return false;
+    op.t = {r.in.f(3), r.in.f(7), r.in.f(11)};
+    if (!take_matrix(r, at, std::array{0, 1, 2, 4, 5, 6, 8, 9, 10}, op.s)) return false;
   }
-  if (!r.in.values_of(at, *line, {pcr_forms::operator_fields})) return false;
-  op.t = {r.in.f(3), r.in.f(7), r.in.f(11)};
-  return take_matrix(r, at, std::array{0, 1, 2, 4, 5, 6, 8, 9, 10}, op.s);
+  sym::matrix3i rot{};
+  for (std::size_t k = 0; k < 9; ++k) rot[k / 3][k % 3] = op.s[k];
+  return std::abs(sym::determinant(rot)) == 1 || r.in.refuse(at, "the determinant of the operator is not 1 or -1");
 }
 
 /// u,v,w,phase behind the word, or ten numbers.
@@ -274,7 +289,8 @@ bool read_space_group(reading& r, int ph) {
   const auto line = r.in.text(pcr_forms::space_group, ph + 1);
   if (!line) return false;
   const std::string symbol(line->substr(0, line->find('<')));
-  phase.symb = pcr_lines::adjl_tab(symbol.substr(0, symbol_length));
+  const bool is_hall = pcr_lines::begins_with(u_case(symbol), hall);
+  phase.symb = pcr_lines::adjl_tab(is_hall ? lmix_string_utilities::trim(symbol) : symbol.substr(0, symbol_length));
   if (phase.symb.empty()) return r.in.refuse(at, "the symbol is missing");
   if (phase.isym != 0) phase.nlatti = u_case(phase.symb.substr(0, 1))[0];
   // The tables of magnetic and of superspace groups are not built: the lattice alone is known, and nothing is

@@ -455,7 +455,8 @@ void write_phase(writing& w, int ph) {
   }
   write_reflection_files(w, ph);
   write_distance_limits(w, phase);
-  w.text += line{}.text(20, phase.symb).text(" <-- space group symbol").str();
+  w.text +=
+      line{}.text(std::max(20, static_cast<int>(phase.symb.size())), phase.symb).text(" <-- space group symbol").str();
   write_symmetry(w, phase);
   write_vectors(w, phase, false);
   write_atoms(w, ph);

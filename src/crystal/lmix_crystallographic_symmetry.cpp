@@ -204,6 +204,9 @@ err_symm_type from_hall(std::string_view hall, space_group_type& spg) {
   if (symbol.err) return symbol.err;
   if (!parts::fill_record(spg, parts::close_group(symbol.generators)))
     return failure(" Wrong space-group symbol: " + std::string(hall));
+  if (spg.numlat != symbol.numlat)
+    return failure(" Wrong space-group symbol: " + std::string(hall) + ": its operators make a lattice of " +
+                   std::to_string(spg.numlat) + " points, its letter one of " + std::to_string(symbol.numlat));
   spg.hall = hall;
   return {};
 }
@@ -308,6 +311,20 @@ err_symm_type from_fixed_list(std::string_view spacegen, std::span<const std::st
   return {};
 }
 
+// ". Nearest symbols: P m m m, P m m 2"; nothing for an empty list.
+std::string list_of(std::string_view title, const std::vector<std::string>& items) {
+  std::string out;
+  for (const std::string& item : items) out += (out.empty() ? ". " + std::string(title) + ": " : ", ") + item;
+  return out;
+}
+
+std::vector<std::string> choices_of_number(int number) {
+  std::vector<std::string> out;
+  for (const spgr_info_row& s : lmix_symmetry_tables::spgr_info())
+    if (s.number == number && !s.choice.empty()) out.emplace_back(s.choice);
+  return out;
+}
+
 struct resolved {
   err_symm_type err;
   int row = 0;  // 0: not in the table
@@ -321,9 +338,9 @@ resolved resolve(std::string_view text, bool numbers) {
   const std::string_view choice =
       colon == std::string_view::npos ? std::string_view{} : trimmed(text.substr(colon + 1));
   const bool choice_given = colon != std::string_view::npos;
-  const auto no_choice = [&] {
+  const auto no_choice = [&](const std::vector<std::string>& known) {
     return failure("Error in the provided symbol/number of the space group: " + std::string(base) +
-                   " has no setting choice '" + std::string(choice) + "'");
+                   " has no setting choice '" + std::string(choice) + "'" + list_of("It has", known));
   };
   resolved out;
   out.by_number = numbers && !base.empty() && base.find_first_not_of("0123456789") == std::string_view::npos;
@@ -335,17 +352,25 @@ resolved resolve(std::string_view text, bool numbers) {
       return out;
     }
     if (!choice_given || !choice.empty()) out.row = lmix_symmetry_tables::find_number(number, choice);
-    if (out.row == 0) out.err = no_choice();
+    if (out.row == 0) out.err = no_choice(choices_of_number(number));
     return out;
   }
   out.row = lmix_symmetry_tables::preferred_row(lmix_symmetry_tables::find_hm(text));
-  if (out.row == 0 && choice_given && lmix_symmetry_tables::find_hm(base).size > 0) out.err = no_choice();
+  if (out.row != 0 || !choice_given) return out;
+  const lmix_symmetry_tables::row_list rows = lmix_symmetry_tables::find_hm(base);
+  std::vector<std::string> known;
+  for (int i = 0; i < rows.size; ++i) known.emplace_back(setting(rows.row[static_cast<std::size_t>(i)]).ext);
+  std::erase(known, "");
+  if (rows.size > 0) out.err = no_choice(known);
   return out;
 }
 
 err_symm_type from_hall_text(std::string_view text, space_group_type& spg) {
   if (const int row = lmix_symmetry_tables::find_hall(text)) return from_row(row, "Generated from Hall symbol", spg);
-  if (auto err = from_hall(text, spg)) return err;
+  if (auto err = from_hall(text, spg)) {
+    err.err_symm_mess += list_of("Nearest Hall symbols", nearest_hall_symbols(text));
+    return err;
+  }
   parts::add_tabulated_setting(spg);
   spg.sg_setting = "Generated from Hall symbol";
   return {};
@@ -374,17 +399,43 @@ err_symm_type from_hms_letters(std::string_view symbol, space_group_type& spg) {
   return {};
 }
 
-// A text that no row of the table knows: a Hall symbol, else the Hermann-Mauguin symbol of another cell.
+// What a symbol that stands in no table of settings was taken for.
+std::string note_of_letters(const space_group_type& spg) {
+  std::string note = spg.spg_symb + " stands in no table of settings. Its letters say ";
+  if (const int row = lmix_symmetry_tables::find_hall(spg.hall))
+    return note + std::string(setting(row).hm) + " (number " + std::to_string(spg.numspg) + ")";
+  const setting_info info = get_setting_info(spg);
+  const std::string operators = std::to_string(spg.multip) + " operators";
+  if (info.numspg == 0) return note + "a group of " + operators + "; see its list in the listing";
+  return note + info.reference + " (number " + std::to_string(info.numspg) + ") on other axes or another origin, " +
+         operators + "; the way to that setting is " + info.to_reference;
+}
+
+// A text that no row of the table has: the Hermann-Mauguin symbol of another cell, by its letters.
 err_symm_type from_unknown_text(std::string_view text, space_group_type& spg) {
-  space_group_type by_hall;
-  const err_symm_type hall_fault = from_hall_text(text, by_hall);
-  if (!hall_fault) {
-    spg = std::move(by_hall);
+  err_symm_type fault = from_hms_letters(text, spg);
+  if (!fault) {
+    spg.note = note_of_letters(spg);
     return {};
   }
-  const err_symm_type fault = from_hms_letters(text, spg);
-  const bool says_more = fault && !fault.err_symm_mess.starts_with(" Wrong space-group symbol");
-  return !fault || says_more ? fault : hall_fault;
+  fault.err_symm_mess += list_of("Nearest symbols", nearest_symbols(text));
+  if (const int row = lmix_symmetry_tables::find_hall(text))
+    fault.err_symm_mess += ". A Hall symbol is written HALL " + std::string(setting(row).hall);
+  return fault;
+}
+
+// A rhombohedral group on hexagonal axes under the letter that data banks of proteins give it.
+struct bank_symbol {
+  std::string_view symbol, meant;
+};
+constexpr bank_symbol bank_symbols[] = {{"H3", "R 3"}, {"H32", "R 3 2"}};
+
+const bank_symbol* find_bank_symbol(std::string_view text) {
+  std::string packed;
+  for (const char c : upper(text))
+    if (c != ' ' && c != '\t') packed += c;
+  const auto found = std::ranges::find(bank_symbols, packed, &bank_symbol::symbol);
+  return found == std::end(bank_symbols) ? nullptr : found;
 }
 
 // Settings that differ from another one by a letter behind its symbol, such as "P 21212(a)" and "I 2 3a".
@@ -401,6 +452,12 @@ err_symm_type take_road(std::string_view text, space_group_type& spg, std::span<
   if (text.empty()) return failure("Error in the provided symbol/number of the space group");
   if (mode == "HAL") return from_hall_text(text, spg);
   if (!mode.empty() && mode != "HMS" && mode != "ITC") return failure(" Space Group Not Defined... Blank Option");
+  if (const bank_symbol* bank = find_bank_symbol(text)) {
+    if (auto err = take_road(bank->meant, spg, gen, mode, force_hall)) return err;
+    spg.note = std::string(text) + " is taken as " + std::string(bank->meant) +
+               ", rhombohedral lattice on hexagonal axes, as data banks of proteins write it";
+    return {};
+  }
   const resolved found = resolve(text, mode != "HMS");
   if (found.err) return found.err;
   if (mode == "ITC" && found.row == 0)
@@ -412,8 +469,7 @@ err_symm_type take_road(std::string_view text, space_group_type& spg, std::span<
     return from_row(found.row, by_hall ? "Generated from Hall symbol" : "IT (Generated from Hermann-Mauguin symbol)",
                     spg);
   }
-  if (mode == "HMS") return from_hms_letters(text, spg);
-  return gen.empty() ? from_unknown_text(text, spg) : from_generators(gen, spg);
+  return mode == "HMS" || gen.empty() ? from_unknown_text(text, spg) : from_generators(gen, spg);
 }
 
 }  // namespace

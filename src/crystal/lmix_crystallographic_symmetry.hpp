@@ -67,6 +67,7 @@ struct group_labels {
   std::string pg;                   ///< one of point_group, in the orientation of the setting
   std::string info;                 ///< setting choice of the table, such as "b1", "2", "R"
   std::string sg_setting;           ///< how the record was made
+  std::string note;                 ///< what the text was taken for where no table of settings has it, else empty
   bool hexa = false;                ///< the rotations need the hexagonal table
   char spg_lat = ' ';               ///< P A B C I R F, or Z for any other set of centring vectors
   std::string spg_latsy;            ///< two letters, such as "oP"
@@ -106,14 +107,16 @@ struct ns_space_group_type : group_labels {
 // ---- the record ----------------------------------------------------------------------------------------------------
 
 /// Builds the record. `spacegen` is a Hermann-Mauguin symbol of any tabulated setting (any case, with or without the
-/// blanks between its fields), a number, either with a choice behind a colon ("F d -3 m:1", "227:2", "R -3 c:R",
-/// "15:c1"), or a Hall symbol with an origin shift in brackets (twelfths). A group with two origins is taken at the
-/// second unless told. A text that none of that knows is read as the Hermann-Mauguin symbol of another cell.
-/// `mode`: empty tries all that; "HMS" (a tabulated symbol, else the letters of the symbol), "ITC" (number or symbol,
-/// from the generators of International Tables) and "HAL" take one road; "GEN" closes the operators `gen` to a group,
-/// "FIX" takes them as they stand as the complete list, with the first letter of `spacegen` (or Z) as lattice symbol;
-/// such a record has centred 1, numlat 1, numops = multip. `force_hall` sends a tabulated symbol down the road of Hall
-/// symbols, which `sg_setting` then tells. On failure the record is left empty.
+/// blanks between its fields) or a number, either with a choice behind a colon ("F d -3 m:1", "227:2", "R -3 c:R",
+/// "15:c1", "50:cab"). A group with two origins is taken at the second unless told. A text that no table knows is read
+/// by its letters as the Hermann-Mauguin symbol of another cell, and `note` tells what they say; "H 3" and "H 32" are
+/// R 3 and R 3 2 on hexagonal axes. A text that is none of that is refused with the nearest symbols: a Hall symbol must
+/// be asked for, because most slips in a Hermann-Mauguin symbol are the Hall symbol of some other group.
+/// `mode`: empty tries all that; "HMS" does without numbers, "ITC" (number or tabulated symbol) takes the generators of
+/// International Tables, "HAL" reads a Hall symbol with an origin shift (twelfths) or new axes in brackets; "GEN"
+/// closes the operators `gen` to a group, "FIX" takes them as they stand as the complete list, with the first letter of
+/// `spacegen` (or Z) as lattice symbol; such a record has centred 1, numlat 1, numops = multip. `force_hall` sends a
+/// tabulated symbol down the road of Hall symbols, which `sg_setting` then tells. On failure the record is left empty.
 err_symm_type set_spacegroup(std::string_view spacegen, space_group_type& spacegroup,
                              std::span<const std::string> gen = {}, std::string_view mode = {},
                              bool force_hall = false);
@@ -124,6 +127,12 @@ err_symm_type set_spacegroup(std::string_view spacegen, space_group_type& spaceg
 /// first elements meet. ":R" asks for rhombohedral axes. `numspg` is known only where the operators are those of a
 /// tabulated setting. A symbol whose fields do not tell a group, or not all of it, is refused.
 err_symm_type get_so_from_hms(std::string_view symbol, space_group_type& spg);
+
+/// Tabulated symbols, at most `most` of different settings, that differ least from a text, the nearest first: field by
+/// field where it has blanks, else letter by letter; a lost field or letter counts less than a surplus one.
+std::vector<std::string> nearest_symbols(std::string_view text, std::size_t most = 4);
+/// The same for Hall symbols.
+std::vector<std::string> nearest_hall_symbols(std::string_view text, std::size_t most = 4);
 
 /// Line of operator `m` (from 0) in the listing, with its symbol when asked for: " => SYMM(  2): -x,-y,z".
 std::string write_sym(const space_group_type& spg, std::size_t m, bool with_symbol);

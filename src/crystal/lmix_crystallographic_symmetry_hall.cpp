@@ -9,7 +9,7 @@ namespace lmix_crystallographic_symmetry::parts {
 namespace {
 
 generator_set refused(std::string_view words, std::string_view hall) {
-  return {{true, std::string(words) + std::string(hall)}, {}};
+  return {{true, std::string(words) + std::string(hall)}, {}, 0};
 }
 
 constexpr std::string_view wrong_symbol = " Wrong space-group symbol: ";
@@ -229,9 +229,10 @@ generator_set get_so_from_hall(std::string_view hall) {
     op.push_back(*e);
   }
   if (centric) op.push_back({negated(identity), {}});
-  const auto changed = whole_operators(change_axes(op, centring, change));
+  const auto on_axes = change_axes(op, centring, change);
+  const auto changed = whole_operators(on_axes);
   if (!changed) return refused(wrong_symbol, hall);
-  return {{}, *changed};
+  return {{}, *changed, static_cast<int>(on_axes->centring.size())};
 }
 
 }  // namespace lmix_crystallographic_symmetry::parts

@@ -22,6 +22,7 @@ struct hm_field {
   bool inverted = false;  // rotoinversion
   int screw = 0;
   char plane = 0;  // m a b c d e n, 0: none
+  std::string text;
 };
 
 constexpr std::string_view repeated = " has been repeated within the same symmetry direction";
@@ -117,6 +118,7 @@ std::optional<matrix3i> rotation_about(direction d, int order) {
 /// The directions that the fields of a symbol stand for.
 struct axis_system {
   std::vector<direction> of_field;
+  std::string_view name = "monoclinic or orthorhombic", fields = "1 or 3";  // in words
   bool cubic = false, hexagonal = false, rhombohedral = false, tetragonal = false;
 };
 
@@ -128,16 +130,17 @@ axis_system system_of(std::vector<hm_field>& field, char lattice, bool rhombohed
   axis_system s;
   const std::size_t n = field.size();
   if (n >= 2 && named(field[1], 3)) {
-    s.cubic = true;
+    s.cubic = true, s.name = "cubic", s.fields = "2 or 3";
     if (n <= 3) s.of_field = {z, body, diagonal};
   } else if (named(field[0], 4)) {
-    s.tetragonal = true;
+    s.tetragonal = true, s.name = "tetragonal";
     if (n == 1 || n == 3) s.of_field = {z, x, diagonal};
   } else if (named(field[0], 3) && rhombohedral_axes) {
-    s.rhombohedral = true;
+    s.rhombohedral = true, s.name = "rhombohedral", s.fields = "1 or 2";
     if (n <= 2) s.of_field = {body, diagonal, none};
   } else if (named(field[0], 3) || named(field[0], 6)) {
-    s.hexagonal = true;
+    s.hexagonal = true, s.name = named(field[0], 3) ? "trigonal" : "hexagonal";
+    if (lattice == 'r') s.fields = "1, 2 or 3";
     const bool complete = n == 1 || n == 3 || (n == 2 && lattice == 'r');
     if (complete) s.of_field = {z, hex_x, hex_diagonal};
   } else if (std::ranges::all_of(field, [](const hm_field& f) { return f.order <= 2; })) {
@@ -229,15 +232,16 @@ std::vector<vector48> glides(char letter, direction d, const axis_system& system
   if (system.rhombohedral)
     return letter == 'c' || letter == 'n' ? std::vector<vector48>{{h, h, h}} : std::vector<vector48>{};
   if (d == direction::diagonal) {
-    const int v = diagonal_unit(lattice) * q;  // half of the shortest vector along a + b
+    // Half of a lattice vector in the plane, c before n. In a C cell (a + b + c)/2 is c already: the letters then stand
+    // for half of the vector to the centre of the base, as in C 4 m b, which is P 4 b m, and C 42 m n, P 42 n m.
+    const bool base_centred = diagonal_unit(lattice) == 1 && !in_lattice({0, h, h}, lattice);
     switch (letter) {
-      case 'a':
       case 'b':
-        return {{v, v, 0}};
+        return base_centred ? std::vector<vector48>{{q, q, 0}} : std::vector<vector48>{};
       case 'c':
         return {{0, 0, h}};
       case 'n':
-        return {{v, v, h}};
+        return base_centred ? std::vector<vector48>{{q, q, h}} : std::vector<vector48>{{h, h, h}};
       case 'd':
         return {{q, q, q}, {q, q, -q}};
       default:
@@ -484,8 +488,9 @@ std::vector<std::string_view> split(std::string_view text) {
   return fields;
 }
 
-generator_set refused(std::string_view words, std::string_view symbol) {
-  return {{true, std::string(words) + ": " + std::string(symbol)}, {}};
+generator_set refused(std::string_view words, std::string_view symbol, std::string_view why = {}) {
+  return {
+      {true, std::string(words) + ": " + std::string(symbol) + (why.empty() ? "" : ": ") + std::string(why)}, {}, 0};
 }
 
 std::string plain(std::string_view text) {
@@ -520,6 +525,7 @@ std::string read_symbol(std::string_view symbol, hm_symbol& out) {
   for (const std::string_view word : words) {
     hm_field f;
     if (std::string fault = field_reader(word).read(f); !fault.empty()) return fault;
+    f.text = word;
     out.field.push_back(f);
   }
   return {};
@@ -538,14 +544,21 @@ generator_set get_so_from_hms(std::string_view hms) {
   hm_symbol s;
   if (const std::string fault = read_symbol(hms, s); !fault.empty()) return refused(fault, hms);
   const axis_system system = system_of(s.field, s.lattice, s.choice == "r");
-  if (system.of_field.empty() || !lattice_fits(s, system)) return refused(wrong_symbol, hms);
+  const std::string symbol_of_system = "a " + std::string(system.name) + " symbol";
+  if (system.of_field.empty())
+    return refused(wrong_symbol, hms,
+                   std::to_string(s.field.size()) + (s.field.size() == 1 ? " field" : " fields") +
+                       " behind the lattice, " + symbol_of_system + " has " + std::string(system.fields));
+  if (!lattice_fits(s, system)) return refused(wrong_symbol, hms, "no such lattice in " + symbol_of_system);
   // "m 3" is the older spelling of "m -3".
   if (system.cubic && s.field[0].plane != 0) s.field[1].inverted = true;
 
   const lattice48 lattice = system.rhombohedral ? lattice_of('P') : lattice_of(s.lattice);
   std::vector<named_element> names;
   for (std::size_t i = 0; i < s.field.size(); ++i)
-    if (!elements_of(s.field[i], system.of_field[i], system, lattice, names)) return refused(wrong_symbol, hms);
+    if (!elements_of(s.field[i], system.of_field[i], system, lattice, names))
+      return refused(wrong_symbol, hms,
+                     "field " + std::to_string(i + 1) + " of " + symbol_of_system + " cannot be " + s.field[i].text);
   const std::vector<std::size_t> generating = generating_elements(names);
 
   // I 2 2 2 and I 21 21 21 hold the same kinds of elements; the symbol is that of the primitive group to which the
@@ -558,10 +571,11 @@ generator_set get_so_from_hms(std::string_view hms) {
     found = &literal.generator;
   else if (centred.place(generating, 0))
     found = &centred.generator;
-  if (!found) return refused(wrong_symbol, hms);
+  if (!found) return refused(wrong_symbol, hms, "no group has just these elements");
 
   if (s.choice != "1") move_to_centre(*found, lattice);
   generator_set out;
+  out.numlat = static_cast<int>(lattice.size());
   for (const op48& g : *found) {
     exact_op op{g.rot, {}};
     for (std::size_t i = 0; i < 3; ++i) op.tr[i] = static_cast<double>(modulo(g.tr[i])) / unit;

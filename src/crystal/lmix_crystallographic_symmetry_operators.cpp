@@ -185,6 +185,7 @@ err_symm_type invalid_character(char c, std::string_view text) {
 }
 
 // Reads the terms of one field: numbers, and letters with a number before ("2x", "1/2x") or a divisor behind ("x/2").
+// One sign stands between two terms, and one may stand before the first.
 class field_reader {
  public:
   field_reader(char first_letter, std::array<double, 3>& row, double& translation)
@@ -193,13 +194,9 @@ class field_reader {
   bool take(char c) {
     const int letter = std::tolower(static_cast<unsigned char>(c)) - first_;
     if (letter >= 0 && letter < 3) return take_letter(letter);
-    if (c == '+' || c == '-') {
-      const bool complete = end_term();
-      sign_ = c == '-' ? -1.0 : 1.0;
-      return complete;
-    }
+    if (c == '+' || c == '-') return take_sign(c == '-' ? -1.0 : 1.0);
     if (std::isdigit(static_cast<unsigned char>(c))) {
-      if (letter_ >= 0 && !number_.in_denominator) end_term();
+      if (letter_ >= 0 && !number_.in_denominator) return false;
       number_.digit(c - '0');
       return true;
     }
@@ -221,17 +218,25 @@ class field_reader {
 
  private:
   bool take_letter(int letter) {
-    if (!number_.complete() || (letter_ >= 0 && !end_term())) return false;
+    if (!number_.complete() || letter_ >= 0) return false;
     letter_ = letter;
     if (!number_.any) number_.digit(1);
     return true;
+  }
+  bool take_sign(double sign) {
+    if (!number_.any && signed_) return false;
+    const bool complete = end_term();
+    sign_ = sign;
+    signed_ = true;
+    return complete;
   }
 
   char first_;
   std::array<double, 3>& row_;
   double& translation_;
   double sign_ = 1.0;
-  int letter_ = -1;  // letter of the term under way, -1: none yet
+  bool signed_ = false;  // a sign was read: the next one needs a term before it
+  int letter_ = -1;      // letter of the term under way, -1: none yet
   number_reader number_;
   bool content_ = false;
 };
@@ -264,6 +269,8 @@ err_symm_type read_affine(std::string_view text, affine& out, char first) {
     if (auto err = read_field(text.substr(start, end - start), text, first, out.m[i], out.t[i])) return err;
     start = end + 1;
   }
+  if (start <= text.size() && text.find_first_not_of(" \t", start - 1) != std::string_view::npos)
+    return invalid_character(text[start - 1], text);
   return {};
 }
 
@@ -338,12 +345,13 @@ err_symm_type read_msymm(std::string_view info, msym_oper_type& op, bool ctrl) {
     if (std::isfinite(phase)) read.phase = phase;
     text.erase(last);
   }
+  const auto wrong = [&] { return failure(" The above operator is wrong: " + std::string(info)); };
+  if (std::ranges::count(text, ',') > 2) return wrong();
   parts::affine a;
   if (auto err = parts::read_affine(text, a, 'u')) return err;
   parts::exact_op e;
   const bool shifted = std::ranges::any_of(a.t, [](double t) { return t != 0.0; });
-  if (std::ranges::count(text, ',') != 2 || shifted || !parts::whole(a, e) || (ctrl && determinant(e.rot) == 0))
-    return failure(" The above operator is wrong: " + std::string(info));
+  if (shifted || !parts::whole(a, e) || (ctrl && determinant(e.rot) == 0)) return wrong();
   read.rot = e.rot;
   op = read;
   return {};

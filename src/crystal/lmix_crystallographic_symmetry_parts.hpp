@@ -64,6 +64,7 @@ closed_group close_group(std::span<const exact_op> generators);
 struct generator_set {
   err_symm_type err;
   std::vector<exact_op> generators;
+  int numlat = 0;  ///< lattice points per cell that the symbol names
 };
 /// Of a Hall symbol: its operators, then -1 if it says so, then the centring vectors.
 generator_set get_so_from_hall(std::string_view hall);

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cctype>
+#include <vector>
 
 namespace lmix_symmetry_tables {
 namespace {
@@ -31,6 +32,53 @@ std::string symbol_key(std::string_view text) {
   for (const char c : text)
     if (c != ' ' && c != '\t' && c != '_') key += upper(c);
   return key;
+}
+
+// Whether a word is one field of a symbol by itself: "21", "-4", "m", "42/n"; not "-3m" and not "212".
+bool is_one_field(std::string_view word) {
+  constexpr std::string_view planes = "MABCDEN", inverted = "1346";
+  if (word.size() == 1 && planes.find(word[0]) != std::string_view::npos) return true;
+  if (word.size() == 2 && word[0] == '-') return inverted.find(word[1]) != std::string_view::npos;
+  if (word.empty() || std::string_view("12346").find(word[0]) == std::string_view::npos) return false;
+  const char order = word[0];
+  word.remove_prefix(1);
+  if (!word.empty() && word[0] >= '1' && word[0] < order) word.remove_prefix(1);
+  return word.empty() || (word.size() == 2 && word[0] == '/' && planes.find(word[1]) != std::string_view::npos);
+}
+
+// The words behind the lattice letter, in upper case; blanks around a slash and behind a minus are none.
+std::vector<std::string> words_of(std::string_view symbol) {
+  std::string text;
+  for (const char c : symbol) {
+    const bool blank = c == ' ' || c == '\t';
+    if (c == '_' || (blank && (text.empty() || std::string_view(" /-").find(text.back()) != std::string_view::npos)))
+      continue;
+    if (c == '/' && !text.empty() && text.back() == ' ') text.pop_back();
+    text += blank ? ' ' : upper(c);
+  }
+  std::vector<std::string> words;
+  for (std::size_t i = 1; i < text.size(); ++i) {
+    if (text[i] == ' ') continue;
+    if (i == 1 || text[i - 1] == ' ') words.emplace_back();
+    words.back() += text[i];
+  }
+  return words;
+}
+
+// Whether a text with the key of a symbol also has its fields. Without blanks the key alone decides. With blanks a word
+// may hold several fields ("F m -3m") but no part of one, and a word that is a field by itself is that field: "P 3 2"
+// is not "P 32", and "P 31 2" is not "P 3 1 2".
+bool fields_fit(const std::vector<std::string>& words, std::string_view symbol) {
+  if (words.size() < 2) return true;
+  const std::vector<std::string> fields = words_of(symbol);
+  std::size_t next = 0;
+  for (const std::string& word : words) {
+    std::string joined;
+    std::size_t parts = 0;
+    for (; joined.size() < word.size() && next < fields.size(); ++parts) joined += fields[next++];
+    if (joined != word || (parts > 1 && is_one_field(word))) return false;
+  }
+  return next == fields.size();
 }
 
 // Upper case with single blanks. In a Hall symbol the blanks matter: "P 2 2a" and "P 22a" are not the same.
@@ -115,16 +163,18 @@ row_list find_hm(std::string_view symbol) {
   const std::string base = symbol_key(symbol.substr(0, colon));
   const bool any_choice = colon == std::string_view::npos;
   const std::string choice = any_choice ? std::string{} : symbol_key(symbol.substr(colon + 1));
+  const std::vector<std::string> words = words_of(symbol.substr(0, colon));
   row_list found;
   if (base.empty() || (!any_choice && choice.empty())) return found;
   const auto take = [&](int row) {
     const spgr_info_row& s = settings[row - 1];
     if (any_choice || choice == s.ext || choice == symbol_key(s.choice)) add_row(found, row);
   };
+  const auto names = [&](std::string_view known) { return base == symbol_key(known) && fields_fit(words, known); };
   for (std::size_t i = 0; i < std::size(settings); ++i)
-    if (base == symbol_key(settings[i].hm) || base == symbol_key(settings[i].short_hm)) take(static_cast<int>(i) + 1);
+    if (names(settings[i].hm) || names(settings[i].short_hm)) take(static_cast<int>(i) + 1);
   for (const alias_row& a : aliases)
-    if (base == symbol_key(a.symbol.substr(0, a.symbol.find(':')))) take(a.row);
+    if (names(a.symbol.substr(0, a.symbol.find(':')))) take(a.row);
   std::sort(found.row.begin(), found.row.begin() + found.size);
   return found;
 }
@@ -134,9 +184,15 @@ int find_number(int number, std::string_view choice) {
   if (first == std::end(settings)) return 0;
   const int row = static_cast<int>(first - std::begin(settings)) + 1;
   const std::string key = symbol_key(choice);
-  if (key.empty()) return first->ext == "1" ? row + 1 : row;
-  for (std::size_t i = 0; i < std::size(settings); ++i)
-    if (settings[i].number == number && key == symbol_key(settings[i].choice)) return static_cast<int>(i) + 1;
+  const bool orthorhombic = number >= 16 && number <= 74;
+  if (key.empty() || (orthorhombic && key == "ABC")) return first->ext == "1" ? row + 1 : row;
+  const auto row_of = [&](const std::string& wanted) {
+    for (std::size_t i = 0; i < std::size(settings); ++i)
+      if (settings[i].number == number && wanted == symbol_key(settings[i].choice)) return static_cast<int>(i) + 1;
+    return 0;
+  };
+  if (const int found = row_of(key)) return found;
+  if (const int second_origin = row_of("2" + key)) return second_origin;
   return key == "1" ? row : 0;
 }
 

@@ -89,8 +89,9 @@ int crystal_system_of_laue(int ilaue);
 std::string_view get_laue_class(int ispg);
 
 /// Rows (from 1) that a symbol names, in table order: without regard to case, and with or without the blanks between
-/// its fields ("P 63 m c", "P63mc", "p 6_3 m c"). A suffix ":1", ":2", ":H", ":R" or another setting choice selects;
-/// without one all settings that share the symbol are told (both origin choices). `size` 0: unknown.
+/// its fields ("P 63 m c", "P63mc", "p 6_3 mc"); blanks that stand elsewhere name another symbol ("P 6 3 mc"). A suffix
+/// ":1", ":2", ":H", ":R" or another setting choice selects; without one all settings that share the symbol are told
+/// (both origin choices). `size` 0: unknown.
 struct row_list {
   std::array<int, 8> row{};
   int size = 0;
@@ -99,7 +100,8 @@ row_list find_hm(std::string_view symbol);
 /// Generators of a group by its number or a symbol of its standard setting, in any case; null for any other text.
 const spg_gen_row* get_generators(std::string_view spgr);
 /// Row of a number with a setting choice. Without a choice (empty) the first row, or the second origin choice where
-/// there are two. "1" names the first row of a group without choices too. 0: no such row.
+/// there are two, also with axes alone ("cab"); "abc" is the first row of an orthorhombic group. "1" names the first
+/// row of a group without choices too. 0: no such row.
 int find_number(int number, std::string_view choice);
 /// First row with that Hall symbol, blanks folded, without regard to case; 0: none.
 int find_hall(std::string_view hall);

@@ -112,7 +112,8 @@ class trial {
       if (line.ends_with(" !")) line.resize(line.size() - 2);
       const bool mark = line.find_first_not_of("-^ ") == std::string::npos;
       const bool place = line.find("Please check your input file") != std::string::npos;
-      if (!mark && !place) text += (text.empty() ? "" : ": ") + line;
+      const bool continued = m.txt[static_cast<std::size_t>(i)].starts_with(pcr_lines::message_continues);
+      if (!mark && !place) text += (text.empty() ? "" : continued ? " " : ": ") + line;
     }
     return text;
   }

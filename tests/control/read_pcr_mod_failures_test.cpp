@@ -115,6 +115,7 @@ TEST(ReadPcrFailure, ShortForm) {
             23},
            {job("P m -3 m  ", "<"), 100, "the symbol is missing", 23},
            {job("P m -3 m  ", "P m -4 m  "), 100, "space group of phase: 1", 23},
+           {job("P m -3 m  ", "-P 4 2 3  "), 100, "\n        A Hall symbol is written HALL -P 4 2 3\n", 23},
            {job("La     LA     0.0", "my.spr\n! 0.0"), 100, "the scattering species of atom my.spr (Typ) is missing",
             25},
            {job("0.020833   0   0   0", "0.020833   0   0   1"), 100, "this kind of atom is not available (N_t 1)", 25},

@@ -278,6 +278,9 @@ std::vector<file_row> all_files() {
             "    1    1    1    1\nSYMM  x,y,z\nMSYM  u,v,w,0.00\n",
             "1 1 1 2 2\n0 1\n0 0\nSYMM x,y,z\nBASR 1 0 0 0 1 0\nBASR 0 0 1 0 0 0\nBASI 0 0 0 1 0 0\n"),
        {"! Nsym Cen Laue Ireps N_Bas", "BASI 0 0 0 1 0 0"}},
+      {"Hall symbol with new axes",
+       with(boride, "P m -3 m             <--", "HALL -P 4 2 3 (x+1/8,y,z)  <--"),
+       {"HALL -P 4 2 3 (x+1/8,y,z) <--"}},
       {"I -1 with operators", boride_with("P 1    ", "I -1   ")},
       {"magnetic group", boride_with("P 1                  <-- space group symbol\n!Nsym  Cen  Laue MagMat\n"
                                      "    1    1    1    1\nSYMM  x,y,z\nMSYM  u,v,w,0.00\n",

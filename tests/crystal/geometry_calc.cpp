@@ -308,6 +308,8 @@ TEST(BondValence, ParametersAgreeWithTheIonicRadii) {
   }
   EXPECT_EQ(compared, int(lmix_bvspar::bvs_par().size()));
   EXPECT_EQ(lmix_bvspar::find_bvs_par("fe+3", 3, "O1")->r0, 1.759);
+  // Antimonates: six bonds of 1.976, the mean of the published structures.
+  EXPECT_NEAR(6 * lmix_bvspar::bond_valence(*lmix_bvspar::find_bvs_par("Sb", 5, "O"), 1.976), 5.0, 0.1);
   EXPECT_EQ(lmix_bvspar::find_bvs_par("Fe", 5, "O"), nullptr);
 }
 

@@ -4,6 +4,7 @@ Usage: oracle_symmetry.py FILE. Each line of FILE, fields separated by tabs:
   table   row number symbol hall lattice centrosymmetric laue point-group operators   a tabulated setting
   symbol  number symbol operators            a group that was read from its Hermann-Mauguin symbol
   hall    hall operators                     a group that was read from a Hall symbol
+  taken   text operators                     a text that was taken as a Hermann-Mauguin symbol
 Operators are x,y,z texts separated by blanks. Prints what differs and "N compared"; ends with 77 without the libraries.
 """
 import sys
@@ -13,6 +14,8 @@ try:
     import spglib
 except ImportError:
     sys.exit(77)
+
+import oracle_letters
 
 # Older and oriented names on the common ones.
 LAUE = {"-3 R": "-3", "-3m R": "-3m", "-3m1": "-3m", "-31m": "-3m"}
@@ -50,6 +53,11 @@ def differences(fields):
         _, hall, ops = fields
         if keys_of_gemmi(gemmi.symops_from_hall(hall)) != {key_of(o) for o in ops.split()}:
             yield "operators"
+        return
+    if kind == "taken":
+        _, text, ops = fields
+        if oracle_letters.contradicts(text, ops.split()):
+            yield "not what its letters name"
         return
     if kind == "symbol":
         _, number, _, ops = fields

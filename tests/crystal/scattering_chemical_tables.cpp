@@ -1,9 +1,11 @@
 // Tables of elements and form factors: consistency with physics, published values, the rules of the look-ups.
 #include <gtest/gtest.h>
 
+#include <array>
 #include <cmath>
 #include <set>
 #include <string>
+#include <tuple>
 #include <vector>
 
 #include "lmix_scattering_chemical_tables.hpp"
@@ -93,6 +95,29 @@ TEST(Anomalous, ColumnIsTheLineWithinFiveThousandths) {
   EXPECT_FALSE(find_delta_fp_fpp("Xx", 1.54056f));
   EXPECT_FALSE(find_delta_fp_fpp("Fm", 1.54056f));  // Z = 100, above the table
   EXPECT_EQ(find_delta_fp_fpp("D", 1.54056f)->fpp, 0.f);
+}
+
+// Another table of the same theory, with another correction that is one number for an element: S. Sasaki, KEK Report
+// 88-14 (1989), at the seven lines. It shows what is no property of the element but of the quadrature.
+TEST(Anomalous, DiffersFromAnotherTableByOneNumberPerElement) {
+  struct row {
+    const char* element;
+    std::array<float, 7> fp;  // Cr Fe Cu Mo Ag Co Ni
+  };
+  for (const row& t : {row{"Ar", {0.242f, 0.352f, 0.365f, 0.155f, 0.100f, 0.369f, 0.372f}},
+                       row{"La", {-13.109f, -6.663f, -1.715f, -0.590f, -0.944f, -3.913f, -2.550f}},
+                       row{"Ce", {-9.639f, -8.446f, -2.167f, -0.564f, -0.905f, -5.106f, -3.238f}},
+                       row{"Pb", {-5.155f, -4.599f, -4.818f, -4.129f, -1.909f, -4.574f, -4.652f}},
+                       row{"Bi", {-5.409f, -4.690f, -4.778f, -4.862f, -2.114f, -4.612f, -4.648f}}}) {
+    const auto& ours = anomalous_scfac()[static_cast<std::size_t>(find_element(t.element)->z) - 1].fp;
+    for (std::size_t i = 0; i < 7; ++i)
+      EXPECT_NEAR(ours[i] - t.fp[i], ours[3] - t.fp[3], 0.01) << t.element << " line " << i;
+  }
+  // International Tables Vol. C, 4.2.6.8, Cu and Mo.
+  for (const auto& [element, cu, mo] : {std::tuple{"Pb", -4.0753f, -3.3944f}, std::tuple{"Bi", -4.0111f, -4.1077f}}) {
+    const auto& ours = anomalous_scfac()[static_cast<std::size_t>(find_element(element)->z) - 1].fp;
+    EXPECT_NEAR(ours[2] - cu, ours[3] - mo, 0.02) << element;
+  }
 }
 
 TEST(Anomalous, RowsStandInTheOrderOfZAndEdgesAreWhereTheyBelong) {

@@ -43,7 +43,7 @@ TEST(HallSymbol, IsFoundOnAnyAxesAndOrigin) {
     ++step;
     const std::string setting = std::string(axes[step % 10]) + ";" + origins[step / 10 % 3];
     SCOPED_TRACE(std::string(s.hall) + " on " + setting);
-    const space_group_type spg = group_of(s.hall);
+    const space_group_type spg = group_of(s.hall, "HAL");
     space_group_type changed;
     if (setting_change_conv(setting, spg, changed)) continue;  // the new lattice has not all of its rotations
     ++transformed;
@@ -82,7 +82,7 @@ TEST(HallSymbol, ChangeOfAxesInBrackets) {
 TEST(GeneratorSymbol, GivesTheGroupBack) {
   for (const auto& s : tables::spgr_info()) {
     SCOPED_TRACE(s.hall);
-    const space_group_type spg = group_of(s.hall);
+    const space_group_type spg = group_of(s.hall, "HAL");
     std::string symbol = get_gensymb_from_gener(spg);
     ASSERT_EQ(symbol[0], spg.spg_lat);
     std::vector<std::string> gen;

@@ -32,15 +32,94 @@ TEST(SpaceGroupSymbol, IsReadAsUsersWriteIt) {
                       row{"15:c1", "A 1 1 2/a", "-A 2a"},
                       row{"C m c e", "C m c a", "-C 2ac 2"},
                       row{"P 4/n:1", "P 4/n:1", "P 4ab -1ab"},
-                      row{"-P 2ac 2n", "P n m a", "-P 2ac 2n"},
-                      row{"P 31 2 (0 0 4)", "P 31 1 2", "P 31 2 (0 0 4)"},
-                      row{"-f 4vw 2vw 3", "F d -3 m", "-F 4vw 2vw 3"}}) {
+                      row{"50:cab", "P n c b", "-P 2b 2bc"},
+                      row{"50:1cab", "P n c b:1", "P 2 2 -1bc"},
+                      row{"68:abc", "C c c a", "-C 2a 2ac"},
+                      row{"59:bca", "P m n m", "-P 2c 2a"},
+                      row{"P 32", "P 32", "P 32"},
+                      row{"P 312", "P 3 1 2", "P 3 2"},
+                      row{"R 32", "R 3 2", "R 3 2\""},
+                      row{"P 6_3 mc", "P 63 m c", "P 6c -2c"},
+                      row{"F m-3m", "F m -3 m", "-F 4 2 3"},
+                      row{"P 21 / n", "P 1 21/n 1", "-P 2yn"},
+                      row{"P - 3 m 1", "P -3 m 1", "-P 3 2\""},
+                      row{"I 2 3a", "I 2 3a", "I 2ab 2bc 3"},
+                      row{"F -4 3 n", "F -4 3 c", "F -4a 2 3"},
+                      row{"F m -3 n", "F m -3 c", "-F 4a 2 3"},
+                      row{"F d -3 n", "F d -3 c", "-F 4ud 2vw 3"},
+                      row{"Fd-3n:1", "F d -3 c:1", "F 4d 2 3 -1ad"}}) {
     SCOPED_TRACE(t.text);
     space_group_type spg;
     const err_symm_type err = set_spacegroup(t.text, spg);
     ASSERT_FALSE(err) << err.err_symm_mess;
     EXPECT_EQ(spg.spg_symb, t.symbol);
     EXPECT_EQ(spg.hall, t.hall);
+    EXPECT_EQ(spg.note, "");
+  }
+  EXPECT_EQ(group_of("-f 4vw 2vw 3", "HAL").spg_symb, "F d -3 m");
+  EXPECT_EQ(group_of("P 31 2 (0 0 4)", "HAL").spg_symb, "P 31 1 2");
+}
+
+// What no table has is told with what it was taken for.
+TEST(SpaceGroupSymbol, OtherLettersAreTakenWithANote) {
+  struct row {
+    const char* text;
+    int number;  // of the table, 0 where the axes or the origin are others
+    int multip;
+    const char* words;
+  };
+  for (const row& t : {row{"R 3 2 1", 155, 18, "Its letters say R 3 2 (number 155)"},
+                       row{"R -3 c 1", 167, 36, "Its letters say R -3 c (number 167)"},
+                       row{"C 21 1 1", 0, 4, "C 1 2 1 (number 5) on other axes or another origin, 4 operators"},
+                       row{"F 4/m m c", 0, 64, "I 4/m c m (number 140)"},
+                       row{"H3", 146, 9, "H3 is taken as R 3, rhombohedral lattice on hexagonal axes"},
+                       row{"H 3 2", 155, 18, "H 3 2 is taken as R 3 2"}, row{"h 32", 155, 18, "h 32 is taken as R 3 2"},
+                       row{"H 3 2 1", 0, 18, "P 3 1 2 (number 149)"}}) {
+    SCOPED_TRACE(t.text);
+    const space_group_type spg = group_of(t.text);
+    EXPECT_EQ(spg.numspg, t.number);
+    EXPECT_EQ(spg.multip, t.multip);
+    EXPECT_NE(spg.note.find(t.words), std::string::npos) << spg.note;
+  }
+}
+
+// What is read, why it is none, and what may have been meant.
+TEST(SpaceGroupSymbol, RefusalsNameTheNearestSymbols) {
+  struct row {
+    const char* text;
+    const char* mode;
+    std::vector<const char*> words;
+  };
+  const char* lost_trigonal = "2 fields behind the lattice, a trigonal symbol has 1 or 3";
+  for (const row& t :
+       {row{"P 3 2", "", {"P 3 2: ", lost_trigonal, "Nearest symbols: P 32, P 3 1 2, P 3 2 1", "HALL P 3 2"}},
+        row{"P 63 2", "", {"a hexagonal symbol has 1 or 3. Nearest symbols: P 63 2 2"}},
+        row{"P 1 2", "", {"Nearest symbols: P 1 2 1, P 1 1 2"}},
+        row{"P 31 2", "", {lost_trigonal, "P 31 1 2, P 31 2 1"}},
+        row{"P 2 1/c", "", {"Nearest symbols: P 21/c"}},
+        row{"P 4 2", "", {"Nearest symbols: P 42, P 4 2 2"}},
+        row{"P 42 12", "", {"Nearest symbols: P 4 21 2"}},
+        row{"P 3 21", "", {"Nearest symbols: P 3 2 1"}},
+        row{"P 4 21", "", {"Nearest symbols: P 4 21 2"}},
+        row{"I 2 3 a", "", {"field 3 of a cubic symbol cannot be a"}},
+        row{"F 41 2 3", "", {"field 3 of a tetragonal symbol cannot be 3", "F 41 3 2"}},
+        row{"P 4/m m b", "", {"field 3 of a tetragonal symbol cannot be b", "Nearest symbols: P 4/m m m"}},
+        row{"P m -3 a", "", {"field 3 of a cubic symbol cannot be a", "Nearest symbols: P m -3 m"}},
+        row{"P m -3 d", "", {"no group has just these elements"}},
+        row{"I 3 2 1", "", {"no such lattice in a trigonal"}},
+        row{"Pnmz", "", {"Pnmz", "P n m a"}},
+        row{"-P 2ac 2n", "", {"A Hall symbol is written HALL -P 2ac 2n"}},
+        row{"F d -3 m:3", "", {"no setting choice '3'. It has: 1, 2"}},
+        row{"50:xyz", "", {"no setting choice 'xyz'. It has: 1, 2, 1cab, 2cab, 1bca, 2bca"}},
+        row{"R 3 2 1", "HAL", {"a lattice of 9 points, its letter one of 3. Nearest Hall symbols: R 3 2\""}},
+        row{"P 4 21", "HAL", {"a lattice of 2 points, its letter one of 1"}},
+        row{"F 41 2 3", "HAL", {"F 41 2 3", "Nearest Hall symbols: "}}}) {
+    SCOPED_TRACE(std::string(t.text) + t.mode);
+    space_group_type spg;
+    const err_symm_type err = set_spacegroup(t.text, spg, {}, t.mode);
+    ASSERT_TRUE(err) << spg.spg_symb;
+    for (const char* words : t.words) EXPECT_NE(err.err_symm_mess.find(words), std::string::npos) << err.err_symm_mess;
+    EXPECT_EQ(spg.multip, 0);
   }
 }
 
@@ -135,12 +214,26 @@ TEST(Operators, BadTextIsRefusedWithTheReason) {
     const char* words;
   };
   sym_oper_type op;
-  for (const row t :
-       {row{"x,,z", " Blank operator field"}, row{"x,y", " Blank operator field"}, row{"", " Blank operator field"},
-        row{"x,y,w", " Invalid character... w in operator string"}, row{"x,y,z+1/", " Invalid character... /"},
-        row{"x,y,z+1/0", " Invalid character... 0"}, row{"x,y,z+", " Invalid character... +"},
-        row{"x,y,1.2.3", " Invalid character... ."}, row{"x,x,z", " The above operator is wrong: x,x,z"},
-        row{"99999999999x,y,z", " The above operator is wrong: "}}) {
+  for (const row t : {row{"x,,z", " Blank operator field"},
+                      row{"x,y", " Blank operator field"},
+                      row{"", " Blank operator field"},
+                      row{"x,y,w", " Invalid character... w in operator string"},
+                      row{"x,y,z+1/", " Invalid character... /"},
+                      row{"x,y,z+1/0", " Invalid character... 0"},
+                      row{"x,y,z+", " Invalid character... +"},
+                      row{"x,y,1.2.3", " Invalid character... ."},
+                      row{"x,x,z", " The above operator is wrong: x,x,z"},
+                      row{"99999999999x,y,z", " The above operator is wrong: "},
+                      row{"x,y,-+z", " Invalid character... +"},
+                      row{"--x,y,z", " Invalid character... -"},
+                      row{"x,y-+1/2,z", " Invalid character... +"},
+                      row{"xy,y,z", " Invalid character... y"},
+                      row{"x2,y,z", " Invalid character... 2"},
+                      row{"x 1/2,y,z", " Invalid character... 1"},
+                      row{"x/2y,y,z", " Invalid character... y"},
+                      row{"x,y,z*2", " Invalid character... *"},
+                      row{"x,y,z,", " Invalid character... ,"},
+                      row{"2*x,y,z", " Invalid character... ,"}}) {
     SCOPED_TRACE(t.text);
     const err_symm_type err = read_xsym(t.text, 0, op);
     EXPECT_TRUE(err.err_symm);
