@@ -5,6 +5,8 @@
 #include <string>
 #include <string_view>
 
+#include "run_signals.hpp"
+
 namespace kalvaris_sub {
 
 using kalvaris_inout::both_listings;
@@ -58,10 +60,12 @@ void stop_without_listing(state_type& st) {
 
 /// The files of the run come to their places; the listing stays open to say why they did not.
 void bring_to_places(state_type& st) {
+  run_signals::hold signals;
   if (!kalvaris_inout::commit(st.io)) {
     kalvaris_inout::out(st.io, kalvaris_inout::unit::listing) << st.io.file_error_mess << '\n';
     stop_cond(st.io, st.io.file_error_mess, true);
   }
+  signals.done();
   kalvaris_inout::close_all(st.io);
 }
 

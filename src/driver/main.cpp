@@ -8,7 +8,7 @@
 #include "standard_streams.hpp"
 
 int main(int argc, char** argv) {
-  standard_streams::fill_closed();
+  standard_streams::prepare();
   floating_point::flush_denormals();
   const std::vector<std::string> arguments(argv + (argc > 0 ? 1 : 0), argv + argc);
   return command_line::run(arguments, program_stages::stages(), KALVARIS_VERSION, std::cout, std::cerr);

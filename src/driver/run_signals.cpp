@@ -9,25 +9,19 @@ namespace run_signals {
 
 namespace {
 
-enum class meaning { ends_the_run, failed_write };
 struct signal_row {
   int number;
   std::string_view name;
-  meaning means;
 };
-constexpr std::array<signal_row, 5> rows{{
-    {SIGINT, "SIGINT", meaning::ends_the_run},
-    {SIGTERM, "SIGTERM", meaning::ends_the_run},
-    {SIGHUP, "SIGHUP", meaning::ends_the_run},
-    {SIGPIPE, "SIGPIPE", meaning::failed_write},
-    {SIGXFSZ, "SIGXFSZ", meaning::failed_write},
-}};
+constexpr std::array<signal_row, 3> rows{{{SIGINT, "SIGINT"}, {SIGTERM, "SIGTERM"}, {SIGHUP, "SIGHUP"}}};
 
 volatile std::sig_atomic_t asked = 0;  // number of the signal; 0: none came
+volatile std::sig_atomic_t over = 0;   // 1: the results stand at their places
 
 void on_signal(int number) {
   constexpr std::string_view words =
       "\n => The run will end after this cycle and write its results; the next signal ends it at once\n";
+  if (over != 0) return;
   const int error_before = errno;
   if (asked != 0) {
     std::signal(number, SIG_DFL);
@@ -44,11 +38,12 @@ void on_signal(int number) {
 guard::guard() {
   static_assert(rows.size() == count);
   asked = 0;
+  over = 0;
   for (std::size_t k = 0; k < rows.size(); ++k) {
     sigaction(rows[k].number, nullptr, &before_[k]);
     if (before_[k].sa_handler == SIG_IGN) continue;
     struct sigaction action {};
-    action.sa_handler = rows[k].means == meaning::ends_the_run ? on_signal : SIG_IGN;
+    action.sa_handler = on_signal;
     action.sa_flags = SA_RESTART;
     for (const signal_row& row : rows) sigaddset(&action.sa_mask, row.number);
     sigaction(rows[k].number, &action, nullptr);
@@ -58,6 +53,17 @@ guard::guard() {
 guard::~guard() {
   for (std::size_t k = 0; k < rows.size(); ++k) sigaction(rows[k].number, &before_[k], nullptr);
 }
+
+hold::hold() {
+  sigset_t ending;
+  sigemptyset(&ending);
+  for (const signal_row& row : rows) sigaddset(&ending, row.number);
+  pthread_sigmask(SIG_BLOCK, &ending, &before_);
+}
+
+hold::~hold() { pthread_sigmask(SIG_SETMASK, &before_, nullptr); }
+
+void hold::done() { over = 1; }
 
 std::string_view asked_to_end() {
   const auto row = std::ranges::find(rows, static_cast<int>(asked), &signal_row::number);

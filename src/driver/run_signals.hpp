@@ -10,8 +10,7 @@
 namespace run_signals {
 
 /// As long as it lives: the first SIGINT, SIGTERM or SIGHUP asks the run to end after its cycle, the next one ends the
-/// process at once. One that was ignored before stays ignored (nohup, a background job of a script). Writing to a
-/// closed pipe or beyond the limit of a file is a failed write and no signal.
+/// process at once. One that was ignored before stays ignored (nohup, a background job of a script).
 class guard {
  public:
   guard();
@@ -20,8 +19,22 @@ class guard {
   guard& operator=(const guard&) = delete;
 
  private:
-  static constexpr std::size_t count = 5;
+  static constexpr std::size_t count = 3;
   std::array<struct sigaction, count> before_{};
+};
+
+/// As long as it lives no such signal reaches the process: files that belong together are moved together.
+class hold {
+ public:
+  hold();
+  ~hold();
+  hold(const hold&) = delete;
+  hold& operator=(const hold&) = delete;
+  /// What is asked for is done: signals that waited, and later ones, end nothing any more.
+  void done();
+
+ private:
+  sigset_t before_{};
 };
 
 /// Name of the signal that asked the run to end since the guard was made, blank when none did.

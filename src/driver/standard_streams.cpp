@@ -5,11 +5,13 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <csignal>
 #include <ostream>
 
 namespace standard_streams {
 
-void fill_closed() {
+void prepare() {
+  for (const int number : {SIGPIPE, SIGXFSZ}) std::signal(number, SIG_IGN);
   for (const int descriptor : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) {
     if (fcntl(descriptor, F_GETFD) != -1 || errno != EBADF) continue;
     // the lowest free number is this one: those below are open by now

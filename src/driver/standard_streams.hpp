@@ -6,12 +6,13 @@
 
 namespace standard_streams {
 
-/// Gives a file to each stream that was closed when the program began, one on which reading and writing fail: the next
-/// file to be opened, perhaps the listing, would take its number and the lines of the console with it.
-void fill_closed();
+/// Prepares the process, for good. A stream that was closed gets a file on which reading and writing fail: the next
+/// file to be opened, perhaps the listing, would take its number and the lines of the console with it. Writing to a
+/// closed pipe or beyond the limit of a file becomes a failed write like any other and kills nobody.
+void prepare();
 
-/// Why lines of the stream, which writes to the descriptor, were lost, blank when none were. A reader that closed its end
-/// of a pipe has seen what it wanted: that counts as none lost.
+/// Why lines of the stream, which writes to the descriptor, were lost, blank when none were. A reader that closed its
+/// end of a pipe has seen what it wanted: that counts as none lost.
 [[nodiscard]] std::string loss(std::ostream& out, int descriptor);
 
 }  // namespace standard_streams

@@ -5,6 +5,8 @@
 #include <cstdio>
 #include <string>
 
+#include "run_signals.hpp"
+
 namespace undo_rewriting {
 
 namespace {
@@ -33,10 +35,12 @@ void undo(kalvaris_inout::inout_type& io) {
   if (!kalvaris_inout::may_open(io, {file_key::control_out}) ||
       !kalvaris_inout::may_open(io, {file_key::control_backup}))
     stop(io);
+  run_signals::hold signals;
   if (!exchange(output_file::end_of_links(control), output_file::end_of_links(kept))) {
     io.next_control = {std::move(*text)};
     if (!kalvaris_inout::commit(io)) stop(io);
   }
+  signals.done();
   kalvaris_inout::close_all(io);
   kalvaris_inout::console_line(
       io, name + " is what it was before its last rewriting; what stood there is kept as " + name + ".bak");

@@ -1,5 +1,4 @@
 #include <algorithm>
-#include <csignal>
 #include <utility>
 
 #include "kalvaris_inout.hpp"
@@ -14,23 +13,6 @@ void set_write_error(inout_type& io, const output_file::file& file) {
   io.file_error = true;
   io.file_error_mess = " => Error writing file: " + file.failure();
 }
-
-/// A request to end the run waits while this lives: no signal comes between the files that belong together.
-class signals_wait {
- public:
-  signals_wait() {
-    sigset_t ending;
-    sigemptyset(&ending);
-    for (const int signal : {SIGINT, SIGTERM, SIGHUP}) sigaddset(&ending, signal);
-    pthread_sigmask(SIG_BLOCK, &ending, &before_);
-  }
-  ~signals_wait() { pthread_sigmask(SIG_SETMASK, &before_, nullptr); }
-  signals_wait(const signals_wait&) = delete;
-  signals_wait& operator=(const signals_wait&) = delete;
-
- private:
-  sigset_t before_{};
-};
 
 std::string with_line_ends_of(std::string_view old, std::string text) {
   const std::size_t first = old.find('\n');
@@ -88,7 +70,6 @@ bool finish_all(inout_type& io) {
 }
 
 bool move_all(inout_type& io) {
-  const signals_wait wait;
   const auto failed = [&](const auto& act) {
     const auto file = std::ranges::find_if_not(io.finished, act);
     if (file != io.finished.end()) set_write_error(io, **file);

@@ -106,9 +106,7 @@ bool file::fail(int error) {
   return false;
 }
 
-bool file::open() {
-  return may_take_place() && (way_ != way::in_place || open_in_place());
-}
+bool file::open() { return may_take_place() && (way_ != way::in_place || open_in_place()); }
 
 bool file::may_take_place() {
   const int obstacle = obstacle_at(place_, links_);

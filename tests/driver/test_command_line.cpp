@@ -15,6 +15,7 @@
 #include "floating_point.hpp"
 #include "kv_plot_stop.hpp"
 #include "run_names.hpp"
+#include "run_signals.hpp"
 #include "standard_streams.hpp"
 
 namespace {
@@ -458,17 +459,16 @@ TEST_F(Run, ASecondSignalEndsItAtOnceAndTheOldResultsStay) {
   EXPECT_EQ(text_of("code.pcr") + text_of("code.sum"), "x\nold");
 }
 
-TEST_F(Run, AClosedPipeAndAFullFileAreNoSignals) {
-  recorded.stages.iterate = [&](state_type&) {
-    int ends[2];
-    EXPECT_EQ(pipe(ends), 0);
-    close(ends[0]);
-    EXPECT_EQ(::write(ends[1], "x", 1), -1);
-    close(ends[1]);
-    raise(SIGXFSZ);
-    return 0;
-  };
-  EXPECT_EQ(run(), status::ended);
+TEST(Signals, ThatComeWhileTheFilesAreMovedEndNothing) {
+  const run_signals::guard signals;
+  {
+    run_signals::hold while_moving;
+    raise(SIGINT), raise(SIGTERM);
+    EXPECT_EQ(run_signals::asked_to_end(), "");
+    while_moving.done();
+  }
+  raise(SIGINT);
+  EXPECT_EQ(run_signals::asked_to_end(), "");
 }
 
 TEST(StandardStreams, LostLinesAreTold) {
@@ -483,16 +483,20 @@ TEST(StandardStreams, LostLinesAreTold) {
   for (const int descriptor : {ends[0], ends[1], file}) close(descriptor);
 }
 
-TEST(StandardStreams, WhatIsClosedTakesNoFile) {
+TEST(StandardStreams, PreparedTheyTakeNoFileAndKillNobody) {
   EXPECT_EXIT(
       {
         close(STDIN_FILENO);
         close(STDOUT_FILENO);
-        standard_streams::fill_closed();
+        standard_streams::prepare();
         const int file = open("/dev/null", O_RDONLY);
         char c = 'x';
-        std::exit(file > STDERR_FILENO && ::write(STDOUT_FILENO, &c, 1) == -1 && ::read(STDIN_FILENO, &c, 1) == -1 ? 7
-                                                                                                                   : 1);
+        const bool filled =
+            file > STDERR_FILENO && ::write(STDOUT_FILENO, &c, 1) == -1 && ::read(STDIN_FILENO, &c, 1) == -1;
+        int ends[2];
+        const bool piped = pipe(ends) == 0 && close(ends[0]) == 0 && ::write(ends[1], &c, 1) == -1;
+        raise(SIGXFSZ);
+        std::exit(filled && piped ? 7 : 1);
       },
       testing::ExitedWithCode(7), "");
 }

@@ -155,8 +155,10 @@ TEST(Explanation, TellsOfAMissingFileAtItsLineAndGoesOn) {
   std::string file = content_of(root / "tests/runs/truth/corundum_joint/corundum_joint.pcr");
   const answer whole = workplace().run(file, {"--explain"});
   EXPECT_EQ(whole.status, 0) << whole.out;
-  EXPECT_THAT(told_of(whole.out, 10), HasSubstr("The data file: corundum_joint_x.dat does not exist! -> Pattern#  1\n"));
-  EXPECT_THAT(told_of(whole.out, 11), HasSubstr("The data file: corundum_joint_n.dat does not exist! -> Pattern#  2\n"));
+  EXPECT_THAT(told_of(whole.out, 10),
+              HasSubstr("The data file: corundum_joint_x.dat does not exist! -> Pattern#  1\n"));
+  EXPECT_THAT(told_of(whole.out, 11),
+              HasSubstr("The data file: corundum_joint_n.dat does not exist! -> Pattern#  2\n"));
   EXPECT_THAT(whole.out, HasSubstr("Refined parameters and the lines of their codes:"));
 
   file = with(with(example(), "  0   7   2   0   0   0   1   0   0   0   1   0 ",

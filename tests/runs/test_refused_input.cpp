@@ -236,7 +236,7 @@ TEST_P(CutControlFile, IsRefusedWithWhatIsMissingWhereverItIsCut) {
     SCOPED_TRACE("cut after line " + std::to_string(n));
     const std::string cut = program_run::join({lines.begin(), lines.begin() + static_cast<std::ptrdiff_t>(n)});
     where.put(control, cut);
-    const outcome run = where.run(GetParam(), GetParam() + ".dat");
+    const outcome run = where.run(GetParam());
     EXPECT_EQ(run.status, 1);  // each line is needed, the last one too
     EXPECT_THAT(run.words(),
                 HasSubstr(n == 0 ? "Error reading the *.PCR at the first line" : "The control file ends before: "));
