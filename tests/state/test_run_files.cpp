@@ -1,10 +1,12 @@
 #include <gtest/gtest.h>
+
 #include <sys/stat.h>
 
 #include <filesystem>
 #include <fstream>
 #include <iostream>
 #include <sstream>
+#include <utility>
 
 #include "kalvaris_inout.hpp"
 #include "kalvaris_util.hpp"
@@ -168,6 +170,11 @@ TEST_F(RunFiles, FailuresSayWhatCouldNotBeOpened) {
     EXPECT_FALSE(opens(t.request));
     EXPECT_EQ(io.file_error_mess, t.words);
   }
+  const std::string data = std::exchange(io.filedat[0], "");
+  io.multipatt = true;
+  EXPECT_FALSE(opens({6, 1, 2}));
+  EXPECT_EQ(io.file_error_mess, " => Error opening a (hkl)-file: code2_1.hkl,hkl2_1.hkl,code2_1.int Unit:15");
+  io.filedat[0] = data, io.multipatt = false;
   fs::create_directory(directory / "code.out");
   EXPECT_FALSE(opens({2}));
   EXPECT_EQ(io.file_error_mess, " => Error opening file: code.out Unit: 7");
