@@ -63,6 +63,41 @@ constexpr std::array<request<phase_type>, 15> phase_requests{{
     {[](const phase_type& p) { return p.isi != 0; }, "size models (Size-Model) are not available"},
 }};
 
+// ---- flags without effect
+// ---------------------------------------------------------------------------------------------
+
+/// Places of flags among those of the control file, which a series or a search changes for the run.
+enum run_output : std::size_t { jci = 3, sho = 5 };
+enum pattern_output : std::size_t { ipc = 2, ls2 = 4, jlk = 8, jfo = 9 };
+
+constexpr std::array<request<run_type>, 3> idle_run_flags{{
+    {[](const run_type& r) { return r.optimize; },
+     "Opt changes nothing: the integrated intensities that it would leave to the last cycle are calculated in each"},
+    {[](const run_type& r) { return r.output_flags[jci] != 0; }, "Jci has no effect: no files for other programs"},
+    {[](const run_type& r) { return r.output_flags[sho] != 0; }, "Sho has no effect: the listing is not shortened"},
+}};
+
+constexpr std::array<request<pattern_type>, 6> idle_pattern_flags{{
+    {[](const pattern_type& p) { return p.output_flags[ipc] != 0 && p.output_flags[ipc] != 1; },
+     "Ipc has no effect beyond 1: the calculated pattern gets no file of its own"},
+    {[](const pattern_type& p) { return std::abs(p.output_flags[ls2]) == 4; },
+     "Ls2 has no effect: no plot is drawn in the cycles"},
+    {[](const pattern_type& p) { return p.output_flags[ls2] == 5; },
+     "Ls2 has no effect: no files for viewing the structure are written in the cycles"},
+    {[](const pattern_type& p) { return p.output_flags[jlk] != 0; },
+     "Jlk has no effect: no files of reflections for other programs are written"},
+    {[](const pattern_type& p) { return p.output_flags[jfo] != 0; },
+     "Jfo has no effect: no files for Fourier maps are written"},
+    {[](const pattern_type& p) { return p.iwgt == 3 && p.wght.given && p.wght.refine; },
+     "WGHT ... refine has no effect: the constants of the weights stay as they are"},
+}};
+
+constexpr std::array<request<mix_type>, 2> idle_mix_fields{{
+    {[](const mix_type& m) { return m.brinl != 0.f; }, "Brind has no effect: fractions are not corrected by it"},
+    {[](const mix_type& m) { return m.rmua != 0.f || m.rmub != 0.f || m.rmuc != 0.f; },
+     "Rmua, Rmub and Rmuc have no effect"},
+}};
+
 bool shape_available(int npro) {
   constexpr std::array<int, 7> shapes{0, 1, 2, 3, 5, 7, 12};
   return std::find(shapes.begin(), shapes.end(), npro) != shapes.end();
@@ -142,6 +177,29 @@ std::vector<obstacle> obstacles(const state_type& st) {
   for (int ip = 0; ip < st.run.n_patt; ++ip) look_at_pattern(st.pattern[static_cast<std::size_t>(ip)], ip + 1, found);
   for (int ph = 0; ph < st.run.nphase; ++ph) look_at_phase(st, ph, found);
   return found;
+}
+
+std::vector<obstacle> without_effect(const state_type& st) {
+  std::vector<obstacle> found;
+  for (const auto& row : idle_run_flags)
+    if (row.made(st.run)) found.push_back({0, 0, std::string(row.reason)});
+  for (int ip = 0; ip < st.run.n_patt; ++ip)
+    for (const auto& row : idle_pattern_flags)
+      if (row.made(st.pattern[static_cast<std::size_t>(ip)])) found.push_back({0, ip + 1, std::string(row.reason)});
+  for (int ph = 0; ph < st.run.nphase; ++ph)
+    for (int ip = 0; ip < st.run.n_patt; ++ip)
+      for (const auto& row : idle_mix_fields)
+        if (row.made(st.mix(ph, ip))) found.push_back({ph + 1, ip + 1, std::string(row.reason)});
+  return found;
+}
+
+void tell_without_effect(state_type& st) {
+  for (const obstacle& o : without_effect(st)) {
+    std::string where;
+    if (o.phase > 0) where += "phase " + std::to_string(o.phase) + ": ";
+    if (o.pattern > 0 && st.run.n_patt > 1) where += "pattern " + std::to_string(o.pattern) + ": ";
+    st.tell({false, where + o.reason, {}});
+  }
 }
 
 bool calculable(state_type& st) {

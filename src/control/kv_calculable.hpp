@@ -1,6 +1,6 @@
-// kv_calculable: what a control file may ask for and this release cannot calculate, found before anything is
-// calculated. It owns the list of such requests, each with its words; whoever builds one of them takes its row out. It
-// reads the whole state that the control reader has filled and writes nothing but the message of a refusal.
+// kv_calculable: what a control file may ask for and this release cannot calculate, or does not heed, found before
+// anything is calculated. It owns the lists of such requests, each with its words; whoever builds one of them takes its
+// row out. It reads the whole state that the control reader has filled and writes nothing but the messages.
 #pragma once
 #include <string>
 #include <vector>
@@ -20,5 +20,10 @@ struct obstacle {
 
 /// False when there is any: st.fmt.ierr_fmt is then 100 and st.fmt.mess_findfmt names the first four.
 [[nodiscard]] bool calculable(kalvaris_params::state_type& st);
+
+/// Flags without effect here: the run goes on without what they ask for.
+[[nodiscard]] std::vector<obstacle> without_effect(const kalvaris_params::state_type& st);
+/// Tells each of them as a note.
+void tell_without_effect(kalvaris_params::state_type& st);
 
 }  // namespace kv_calculable

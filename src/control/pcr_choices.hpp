@@ -96,8 +96,8 @@ inline constexpr std::array new_files{choice{0, "the control file stays as it is
                                       choice{1, "the control file gets the refined values"},
                                       choice{2, "the refined values go to code.new"}};
 inline constexpr std::array plot_times{choice{0, "at the end"}, choice{1, "corrected data are printed"},
-                                       choice{4, "in every cycle"}, choice{-4, "in every cycle"},
-                                       choice{5, "a file per cycle"}};
+                                       choice{4, "in every cycle: no effect"}, choice{-4, "in every cycle: no effect"},
+                                       choice{5, "a file per cycle: no effect yet"}};
 inline constexpr std::array plot_files{choice{0, "tab-separated columns"},
                                        choice{1, ".prf, compact form"},
                                        choice{2, "script for IGOR"},

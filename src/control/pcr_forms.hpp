@@ -52,7 +52,7 @@ inline constexpr field cor{"Cor", 'i', "corrections from a file", {}, ch::correc
 inline constexpr field anm{"Anm", 'i', "difference to the next pattern (anomalous scattering)", {}, ch::no_yes};
 inline constexpr field int_flag{"Int", 'i', "kind of data", {}, ch::data_kinds};
 inline constexpr std::array options{
-    field{"Opt", 'i', "damped steps", {}, ch::no_yes},
+    field{"Opt", 'i', "integrated intensities in the last cycle alone; here in each: no effect", {}, ch::no_yes},
     field{"Aut", 'i', "codes without a number get one, symmetry ties positions, betas and moments", {}, ch::no_yes}};
 
 inline constexpr std::array wght_fields{field{"WGHT", '4', "constants of SHELX-like weights"},
@@ -62,7 +62,7 @@ inline constexpr std::array wght_fields{field{"WGHT", '4', "constants of SHELX-l
                                         field{"d", 'f', "constant"},
                                         field{"e", 'f', "kept for sine terms"},
                                         field{"f", 'f', "fraction of the observed value in P"},
-                                        field{"refine", '6', "the word refine: constants are refined"}};
+                                        field{"refine", '6', "the word refine: no effect yet"}};
 inline constexpr line_form wght{"WGHT line", "optional, with Iwg 3", wght_fields};
 inline constexpr std::array file_fields{field{"File", rest, "name of the file, beside the control file"}};
 inline constexpr line_form data_file{"name of the data file", "long form: one line per pattern when data are read",
@@ -83,11 +83,12 @@ inline constexpr field ls3{"Ls3", 'i', "merged reflection list", {}, ch::no_yes}
 inline constexpr field nli{"Nli", 'i', "number of linear restraints"};
 inline constexpr field prf{"Prf", 'i', "file for plotting", {}, ch::plot_files};
 inline constexpr field ins{"Ins", 'i', "layout of the data file", {}, ch::layouts};
-inline constexpr field jci{"Jci", 'i', "amount of text of a cycle, files of reflections", {}, ch::usual_or_other};
+inline constexpr field jci{
+    "Jci", 'i', "files of reflections for other programs: no effect yet", {}, ch::usual_or_other};
 inline constexpr field jsy{"Jsy", 'i', "listing of the symmetry", {}, ch::symmetry_listings};
-inline constexpr field jlk{"Jlk", 'i', "files of reflections for other programs", {}, ch::none_or_some};
-inline constexpr field jfo{"Jfo", 'i', "files for Fourier maps", {}, ch::none_or_some};
-inline constexpr field sho{"Sho", 'i', "short listing", {}, ch::no_yes};
+inline constexpr field jlk{"Jlk", 'i', "files of reflections for other programs: no effect yet", {}, ch::none_or_some};
+inline constexpr field jfo{"Jfo", 'i', "files for Fourier maps: no effect yet", {}, ch::none_or_some};
+inline constexpr field sho{"Sho", 'i', "short listing: no effect yet", {}, ch::no_yes};
 inline constexpr field ana{"Ana", 'i', "analysis of the refinement at the end", {}, ch::no_yes};
 
 // ---- global section -------------------------------------------------------------------------------------------------
@@ -184,6 +185,8 @@ inline constexpr line_form phase_name{"name of the phase", "first line of each p
 inline constexpr std::array commands_fields{field{"COMMANDS", '9', "lines with a key word each follow, up to END"}};
 inline constexpr std::array command_fields{field{"Key", '9', "key word of the order"},
                                            field{"Argument", rest, "its argument"}};
+inline constexpr std::array domain_fields{field{"Key", '9', "fraction of a magnetic domain"},
+                                          field{"Operator", '9', "operator that makes it"}};
 inline constexpr std::array end_fields{field{"END", '9', "end of the command lines"}};
 inline constexpr line_form commands{"command lines", "optional, below the name: COMMANDS, lines with a key, END",
                                     command_fields};
@@ -209,7 +212,7 @@ inline constexpr field jhelix{"Hel", 'i', "the moments form a helix", {}, ch::no
 inline constexpr field jsol{"Sol", 'i', "a line of hkl-dependent shifts stands in the profile block", {}, ch::no_yes};
 inline constexpr field nmagc{"Mom", 'i', "number of moment restraints"};
 inline constexpr field jter{"Ter", 'i', "kept, without effect"};
-inline constexpr field brinl{"Brind", 'f', "Brindley coefficient", "1"};
+inline constexpr field brinl{"Brind", 'f', "Brindley coefficient: no effect yet", "1"};
 inline constexpr field rmua{"Rmua", 'f', "particle absorption, or factor of the weights of integrated intensities"};
 inline constexpr field rmub{"Rmub", 'f', "particle absorption, second value"};
 inline constexpr field rmuc{"Rmuc", 'f', "particle absorption, third value"};

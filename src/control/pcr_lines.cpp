@@ -138,7 +138,58 @@ bool line_reader::finish(const place& at, std::span<const part> parts, int ierr)
   }
   store(parts);
   keep_fields(at, parts);
+  look_for_odd_codes(at, parts);
+  ++list_.lines_behind;
   return true;
+}
+
+namespace {
+
+/// Numbers at the beginning of a line, up to the first word that is none.
+std::size_t numbers_of(std::string_view line) {
+  std::size_t n = 0;
+  float value = 0.f;
+  while (!lmix_string_utilities::trim(line).empty() &&
+         lmix_fixed_format::parse_real(lmix_string_utilities::cutst(line), value))
+    ++n;
+  return n;
+}
+
+}  // namespace
+
+/// A line of codes has as many numbers as there are slots, or as the line of their values has; another one is most
+/// likely a line of values.
+void line_reader::look_for_odd_codes(const place& at, std::span<const part> parts) {
+  std::size_t slots = 0, codes = 0;
+  for (const part& p : parts) {
+    for (int j = 0; j < p.size(); ++j) {
+      const part::element field = p.at(j);
+      slots += field.is == pcr_fields::kind::plain ? 0 : 1;
+      codes += field.is == pcr_fields::kind::code ? 1 : 0;
+    }
+  }
+  const std::size_t numbers = numbers_of(fields_.line);
+  if (codes == 0) values_above_ = std::min(numbers, slots);
+  if (codes == 0 || codes < slots || !odd_codes_.empty()) return;
+  if (numbers <= codes && numbers >= std::min(codes, values_above_)) return;
+  fmt_line text;
+  text.a("line ").i(0, source_.lines_taken()).a(" was read as ").a(at.name);
+  if (at.phase > 0) text.a(" of phase ").i(0, at.phase);
+  text.a(": it holds ").i(0, static_cast<long long>(numbers)).a(" numbers, of codes there are ");
+  odd_codes_ = text.i(0, static_cast<long long>(codes)).str();
+}
+
+std::string line_reader::out_of_step() const {
+  constexpr int near = 2;  // lines behind a list
+  std::string text = odd_codes_;
+  fmt_line list;
+  if (list_.entry > 0)
+    list.a("number ").i(0, list_.entry).a(" of the ").i(0, list_.count);
+  else if (list_.count > 0 && list_.lines_behind < near)
+    list.a("what stands behind the ").i(0, list_.count);
+  if (list.str().empty()) return text;
+  list.a(" ").a(list_.what).a(" (").a(list_.flag).a(" ").i(0, list_.count).a(") was read last");
+  return text + (text.empty() ? "" : "; ") + list.str();
 }
 
 bool line_reader::values(const place& at, std::span<const part> parts) {

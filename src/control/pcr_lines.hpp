@@ -111,7 +111,24 @@ class line_reader {
 
   [[nodiscard]] int lines_taken() const { return source_.lines_taken(); }
 
+  // What a refusal may come from: counts that do not fit, lines that are missing.
+
+  /// Entry k (1-based) of the `count` that the flag announces is read next.
+  void in_list(std::string_view flag, std::string_view what, int k, int count) { list_ = {flag, what, k, count, 0}; }
+  /// The list was read to its end.
+  void behind_list() { list_.entry = list_.lines_behind = 0; }
+  /// Where the lines that were read seem out of step with the file, and which count led to the line taken last; blank
+  /// when there is nothing to say.
+  [[nodiscard]] std::string out_of_step() const;
+
  private:
+  struct list_place {
+    std::string_view flag, what;
+    int entry = 0;  ///< that is being read, 0: behind all of them
+    int count = 0;
+    int lines_behind = 0;
+  };
+  void look_for_odd_codes(const place& at, std::span<const part> parts);
   bool ends_before(const place& at);
   std::string take_value_line();
   const std::string& letters_of(std::span<const part> parts);
@@ -127,6 +144,9 @@ class line_reader {
   lmix_string_utilities::field_values fields_;
   std::string letters_;  ///< of the line in hand
   record* record_ = nullptr;
+  list_place list_;
+  std::size_t values_above_ = 0;  ///< numbers on the line of values taken last, which codes follow
+  std::string odd_codes_;         ///< the first line of codes that has another number of numbers
   const kalvaris_params::state_type* model_ = nullptr;
 };
 

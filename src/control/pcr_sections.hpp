@@ -59,5 +59,7 @@ void read_commands(reading& r, int ip);         ///< VARY and FIX lines, when th
 [[nodiscard]] bool read_limits(reading& r);  ///< limits of parameters
 [[nodiscard]] bool read_search(reading& r);  ///< what a search is asked for
 [[nodiscard]] bool read_pattern_to_plot(reading& r);
+/// Keeps what the user has written and the flags do not ask for: comments, and lines behind the last one read.
+void keep_text_of_user(kalvaris_params::state_type& st, std::string_view text, const pcr_lines::record& kept);
 
 }  // namespace read_pcr_mod

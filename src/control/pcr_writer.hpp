@@ -8,6 +8,12 @@
 
 namespace read_pcr_mod {
 
+/// All of the control file but the comments of the user.
+[[nodiscard]] std::string write_without_comments(const kalvaris_params::state_type& st, std::string_view date_line);
+
+/// Puts the comments of the user back where they stood.
+[[nodiscard]] std::string with_user_comments(const kalvaris_params::run_type& run, std::string_view text);
+
 struct writing {
   const kalvaris_params::state_type& st;
   std::string text;

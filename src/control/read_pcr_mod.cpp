@@ -47,6 +47,28 @@ void echo_lines(state_type& st, std::string_view text, int lines) {
   kalvaris_inout::write_now(st.io, "debug_PCR.lst", std::string(text.substr(0, end)));
 }
 
+/// Where a refusal may come from when not from the line that it names.
+void tell_out_of_step(const reading& r) {
+  const std::string found = r.in.out_of_step();
+  if (!found.empty()) r.st.tell({true, "The lines may be out of step: " + found, "Compare the counts with the lines"});
+}
+
+/// Text that the flags leave unread.
+void tell_left_over(state_type& st, const pcr_lines::record& kept) {
+  const kalvaris_params::run_type& run = st.run;
+  const std::size_t lines = run.left_over.size() + run.behind_plot.size();
+  if (lines == 0) return;
+  const auto first = std::ranges::find(kept.lines, pcr_forms::passed_over_name, &pcr_lines::record::line::name);
+  const int number = !run.left_over.empty() && first != kept.lines.end() ? first->number : kept.last + 1;
+  const std::string& text = run.left_over.empty() ? run.behind_plot.front() : run.left_over.front();
+  constexpr std::size_t shown = 40;
+  st.tell({false,
+           "from line " + std::to_string(number) + " on the control file is not read (" + std::to_string(lines) +
+               (lines == 1 ? " line): " : " lines): ") + text.substr(0, shown),
+           "The flags ask for nothing there (Nph " + std::to_string(run.flags_read[0]) + ", Nli " +
+               std::to_string(run.nlinc) + ", Nre " + std::to_string(run.nrell) + "); the text stays in the file"});
+}
+
 bool check_limit(reading& r, const place& at, const parameter_limit& limit) {
   if (limit.number == 0) return limit.vlim1 <= limit.vlim2 || r.in.refuse(at, "lower limit above upper limit");
   if (limit.number < 1 || limit.number > r.st.dim.maxparam) return r.in.refuse(at, "parameter number out of range");
@@ -68,6 +90,7 @@ std::string name_behind(std::string_view line, int fields) {
 bool read_linear_restraints(reading& r) {
   const place at{pcr_forms::linear_restraint.name};
   for (int k = 0; k < r.st.run.nlinc; ++k) {
+    r.in.in_list("Nli", "linear restraints", k + 1, r.st.run.nlinc);
     const auto text = r.in.text(at);
     if (!text) return false;
     const std::string line = pcr_lines::without_comment(*text);
@@ -137,6 +160,7 @@ bool read_limits(reading& r) {
   const place at{pcr_forms::limits.name};
   r.st.run.limits.clear();
   for (int k = 0; k < r.st.run.nrell; ++k) {
+    r.in.in_list("Nre", "limits of parameters", k + 1, r.st.run.nrell);
     if (!r.in.values(pcr_forms::limits)) return false;
     parameter_limit limit{r.in.i(0), r.in.f(1), r.in.f(2), r.in.f(3), r.in.i(4), name_behind(r.in.cleaned_line(), 5),
                           r.in.i(0)};
@@ -158,9 +182,10 @@ bool read_pattern_to_plot(reading& r) {
     const auto line = r.in.any_line();
     if (!line) return true;
     run.pattern_to_plot = line->find("Pattern to plot") != std::string::npos;
-    if (line->empty() || line->front() == '!') continue;
+    if (lmix_text_input::is_blank_or_comment(*line)) continue;
     const auto& what = run.pattern_to_plot ? pcr_forms::plot_key_fields : pcr_forms::passed_over_fields;
     r.in.words({pcr_forms::passed_over_name}, what, std::array<std::string_view, 1>{*line});
+    if (!run.pattern_to_plot) run.left_over.push_back(*line);
   }
   const place at{pcr_forms::pattern_to_plot.name};
   if (!r.in.values(pcr_forms::pattern_to_plot)) return false;
@@ -176,12 +201,17 @@ void read_pcr(state_type& st, pcr_lines::record* keep) {
   const auto text = kalvaris_inout::content(st.io, kalvaris_inout::unit::control);
   const std::string_view lines = text ? std::string_view(*text) : std::string_view();
   reading r{st, pcr_lines::line_reader(lines, kalvaris_inout::unit::control, st.fmt), st.io.multi_pattern};
+  pcr_lines::record own;
+  pcr_lines::record& kept = keep != nullptr ? *keep : own;
   r.in.name_slots_of(st);
-  r.in.keep(keep);
+  r.in.keep(&kept);
   const bool read = read_sections(r);
-  if (keep != nullptr) keep->last = r.in.lines_taken();
+  kept.last = r.in.lines_taken();
   if (keep == nullptr) echo_lines(st, lines, r.in.lines_taken());
-  if (read) st.fmt.ierr_fmt = 0;
+  if (!read) return tell_out_of_step(r);
+  st.fmt.ierr_fmt = 0;
+  keep_text_of_user(st, lines, kept);
+  tell_left_over(st, kept);
 }
 
 void finish_reading(state_type& st) {

@@ -172,9 +172,12 @@ bool read_distance_cell(reading& r, int ph) {
 }
 
 bool read_atom_list(reading& r, int ph) {
-  for (int ia = 0; ia < r.st.phase[ph].natom; ++ia) {
+  const int natom = r.st.phase[ph].natom;
+  for (int ia = 0; ia < natom; ++ia) {
+    r.in.in_list("Nat", "atoms of the phase", ia + 1, natom);
     if (!read_atom(r, ph)) return false;
   }
+  r.in.behind_list();
   return true;
 }
 
@@ -207,6 +210,9 @@ bool read_atom(reading& r, int ph) {
 }
 
 bool has_species(reading& r, const place& at, const atom_type& atom) {
+  constexpr std::string_view begins_a_number = "0123456789.+-";
+  if (!atom.ntyp.empty() && begins_a_number.find(atom.ntyp.front()) != std::string_view::npos)
+    return r.in.refuse(at, "the scattering species (Typ) of an atom expected, the number " + atom.ntyp + " found");
   const bool named = atom.ntyp.find_first_not_of(' ') != std::string::npos;
   return named || r.in.refuse(at, "the scattering species of atom " + atom.atext + " (Typ) is missing");
 }

@@ -96,16 +96,24 @@ bool read_domain(reading& r, int ph, std::string_view text) {
   if (!read || (n.size() != 2 && n.size() != 4)) {
     return fail_of_phase(r, ph, " Error reading population of magnetic domains. Phase: ");
   }
-  kalvaris_params::domain_type domain;
+  std::vector<kalvaris_params::domain_type>& domains = r.st.phase[ph].magdom;
+  kalvaris_params::domain_type& domain = domains.emplace_back();
   domain.op = lmix_string_utilities::trim(text.substr(0, colon));
   domain.time_reversal = time_reversal;
   domain.chirality = n.size() == 4;
-  for (std::size_t k = 0; 2 * k < n.size(); ++k) {
-    domain.value[k + 1] = n[2 * k];
-    domain.code[k + 1] = domain.code_read[k + 1] = n[2 * k + 1];
-  }
-  r.st.phase[ph].magdom.push_back(std::move(domain));
-  return true;
+  std::string op = domain.op;
+  std::erase(op, ' ');
+  const slot_arrays to{domain.value,
+                       domain.code,
+                       domain.code_read,
+                       kalvaris_params::slot_family::domain,
+                       ph,
+                       static_cast<int>(domains.size()) - 1};
+  constexpr std::array slots{1, 2};
+  const auto given = std::span(slots).first(n.size() / 2);
+  const std::string line = (time_reversal ? "MAGDOMT " : "MAGDOM ") + op + " " + std::string(text.substr(colon + 1));
+  return r.in.values_of({pcr_forms::commands.name, ph + 1}, line,
+                        {pcr_forms::domain_fields, pcr_fields::part::pairs(to, given)});
 }
 
 bool read_twin(reading& r, int ph, std::string_view text) {

@@ -31,6 +31,7 @@ bool cut_out(std::string& name, std::string_view word) {
 
 bool read_name(reading& r, int ph) {
   phase_type& phase = r.st.phase[ph];
+  r.in.in_list("Nph", "phases", ph + 1, r.st.run.nphase);
   const auto line = r.in.text(pcr_forms::phase_name, ph + 1);
   if (!line) return false;
   phase.phsnm = pcr_lines::adjl_tab(line->substr(0, name_length));

@@ -74,10 +74,14 @@ bool read_bond_valence(reading& r, int ph) {
 }
 
 template <class restraint>
-bool read_list(reading& r, const place& at, int n, std::vector<restraint>& to,
+bool read_list(reading& r, const place& at, std::string_view flag, int n, std::vector<restraint>& to,
                bool (*read)(reading&, const place&, restraint&)) {
   to.resize(static_cast<std::size_t>(n));
-  return std::ranges::all_of(to, [&](restraint& one) { return read(r, at, one); });
+  int k = 0;
+  return std::ranges::all_of(to, [&](restraint& one) {
+    r.in.in_list(flag, "restraints", ++k, n);
+    return read(r, at, one);
+  });
 }
 
 }  // namespace
@@ -105,9 +109,10 @@ bool read_distance_limits(reading& r, int ph) {
 
 bool read_restraints(reading& r, int ph) {
   phase_type& phase = r.st.phase[ph];
-  return read_list(r, {pcr_forms::distance_restraint.name, ph + 1}, phase.ndic, phase.distances, read_distance) &&
-         read_list(r, {pcr_forms::angle_restraint.name, ph + 1}, phase.nangc, phase.angles, read_angle) &&
-         read_list(r, {pcr_forms::moment_restraint.name, ph + 1}, phase.nmagc, phase.moments, read_moment);
+  return read_list(r, {pcr_forms::distance_restraint.name, ph + 1}, "Dis", phase.ndic, phase.distances,
+                   read_distance) &&
+         read_list(r, {pcr_forms::angle_restraint.name, ph + 1}, "Ang", phase.nangc, phase.angles, read_angle) &&
+         read_list(r, {pcr_forms::moment_restraint.name, ph + 1}, "Nmagc", phase.nmagc, phase.moments, read_moment);
 }
 
 }  // namespace read_pcr_mod

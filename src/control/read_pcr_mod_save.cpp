@@ -23,6 +23,10 @@ write_decision_type write_decision(const state_type& st, bool cycles_failed) {
 }
 
 std::string write_pcr(const state_type& st, std::string_view date_line) {
+  return with_user_comments(st.run, write_without_comments(st, date_line));
+}
+
+std::string write_without_comments(const state_type& st, std::string_view date_line) {
   writing w{st, {}};
   write_head(w, date_line);
   write_flags(w);

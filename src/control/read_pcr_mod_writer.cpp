@@ -403,9 +403,11 @@ void write_end(writing& w) {
     w.text += out.text("  ").text(lmix_string_utilities::trim(named ? names[number] : limit.name)).str();
   }
   write_search(w);
+  for (const std::string& text : run.left_over) w.text += text + '\n';
   if (!run.pattern_to_plot) return;
   w.text += "!  t1_lim      t2_lim   Pattern to plot\n";
   w.text += line{}.n(12, 4, run.t1_lim).n(12, 4, run.t2_lim).i(5, run.n_pat_plot).str();
+  for (const std::string& text : run.behind_plot) w.text += text + '\n';
 }
 
 }  // namespace read_pcr_mod

@@ -6,6 +6,7 @@
 #include <sstream>
 
 #include "kv_background.hpp"
+#include "kv_calculable.hpp"
 #include "kv_read_intens.hpp"
 #include "kv_setup.hpp"
 #include "lmix_string_utilities.hpp"
@@ -147,6 +148,12 @@ struct examination {
   [[nodiscard]] bool has_error() const { return out.refused(); }
 };
 
+/// What the stages have told so far.
+void add_notices(examination& e) {
+  for (const kalvaris_params::notice& n : e.st.notices)
+    e.add(n.warning ? severity::warning : severity::note, 0, n.text, n.advice);
+}
+
 /// Reads the control file. False when it ends before its end.
 bool read_control_file(examination& e, pcr_check::line_table& lines) {
   state_type& st = e.st;
@@ -178,6 +185,7 @@ bool read_control_file(examination& e, pcr_check::line_table& lines) {
   for (const kalvaris_inout::missing_file& missing : st.io.missing_files)
     e.add(severity::error, missing.line, missing.words, "Put the file beside the control file, or correct its name.");
   if (read) return true;
+  add_notices(e);
   e.add(severity::error, line, words.empty() ? t.reason() : words);
   e.add(severity::note, 0, "reading ended at that error: what stands behind it was not looked at",
         "Correct it and check again.");
@@ -250,12 +258,6 @@ void look_for_room(examination& e) {
         "Make file and folder writable, or copy them to another place.");
 }
 
-/// What the stages have told so far.
-void add_notices(examination& e) {
-  for (const kalvaris_params::notice& n : e.st.notices)
-    e.add(n.warning ? severity::warning : severity::note, 0, n.text, n.advice);
-}
-
 /// Everything that a run does before its first cycle, with no listing open.
 bool set_up(examination& e) {
   trial t(e.st);
@@ -267,10 +269,11 @@ bool set_up(examination& e) {
   return good;
 }
 
-/// The numbers of the parameters, where errors elsewhere stand in the way of all of set_up. What is refused in them was
-/// found before.
+/// The flags and the numbers of the parameters, where errors elsewhere stand in the way of all of set_up. What is
+/// refused in them was found before.
 void set_up_codes(examination& e) {
   trial t(e.st);
+  kv_calculable::tell_without_effect(e.st);
   (void)t.run([&] { (void)kv_setup::prepare_codes(e.st); });
   add_notices(e);
 }

@@ -11,6 +11,7 @@
 #include "kv_background.hpp"
 #include "kv_calculable.hpp"
 #include "kv_echo_words.hpp"
+#include "kv_output_cycles.hpp"
 #include "kv_read_intens.hpp"
 #include "kv_running_output.hpp"
 #include "lmix_fixed_format.hpp"
@@ -18,6 +19,7 @@
 #include "lmix_text_input.hpp"
 #include "look_scatt.hpp"
 #include "reflections_mod.hpp"
+#include "told_radiation_check.hpp"
 
 namespace kv_setup {
 
@@ -139,6 +141,7 @@ void read_data(state_type& st, int ip, const std::optional<float>& temperature) 
   }
   kv_running_output::echo_reading(st, ip);
   kv_read_intens::readint(st, ip);
+  told_radiation_check::look_at(st, ip, st.io.namefil);
   kv_read_intens::prepare_data(st, ip);
   if (temperature) p.tsamp = *temperature;
 }
@@ -194,7 +197,9 @@ void write_out(state_type& st) {
   for (pattern_type& p : st.pattern) prepare_radiation(p);
   kv_running_output::echo_conditions(st);
   stop_at_empty_search(st);
-  if (!kv_calculable::calculable(st) || !prepare_codes(st)) return;
+  if (!kv_calculable::calculable(st)) return;
+  kv_calculable::tell_without_effect(st);
+  if (!prepare_codes(st)) return;
   for (int ip = 0; ip < st.run.n_patt; ++ip) {
     kv_running_output::echo_points(st, ip);
     instrumental_resolution::write_irf_info(st, ip, kalvaris_inout::unit::listing);
@@ -209,7 +214,10 @@ void write_out(state_type& st) {
     prepare_background(st, ip);
   }
   kv_running_output::echo_phases(st);
-  for (int ip = 0; ip < st.run.n_patt; ++ip) reflections_mod::make_list(st, ip);
+  for (int ip = 0; ip < st.run.n_patt; ++ip) {
+    reflections_mod::make_list(st, ip);
+    kv_output_cycles::write_starting_reflections(st, ip);
+  }
   kv_running_output::echo_parameters(st);
 }
 

@@ -45,25 +45,6 @@ void write_lists(state_type& st, int ip) {
   if (p.ipl == 1) list(st, kv_prf::lp_plot(st, ip));
 }
 
-/// Flags of the control file that ask for a file which this program does not write.
-struct unwritten_file {
-  int pattern_type::*flag;
-  int silent_up_to;  ///< values above this, or negative, ask for it
-  std::string_view words;
-};
-constexpr std::array unwritten_files{
-    unwritten_file{&pattern_type::ipc, 1, "calculated pattern in a file of its own (Ipc)"},
-    unwritten_file{&pattern_type::jlkh, 0, "reflection file (Jlk)"},
-    unwritten_file{&pattern_type::jfou, 0, "file for Fourier synthesis (Jfo)"},
-};
-
-void name_unwritten_files(state_type& st, int ip) {
-  for (const unwritten_file& row : unwritten_files)
-    if (const int flag = at(st.pattern, ip).*row.flag; flag < 0 || flag > row.silent_up_to)
-      kalvaris_inout::mess_cons(
-          st.io, " Warning! Not written for pattern" + fmt_line{}.i(3, ip + 1).str() + ": " + std::string(row.words));
-}
-
 void write_summary(state_type& st) {
   kv_sumarize::write_results(st, apply_shifts::standing(st));
   for (int ip = 0; ip < st.run.n_patt; ++ip) {
@@ -139,7 +120,6 @@ void final_calcn_output(state_type& st) {
   for_each_pattern([&](int ip) { kept_intensities::write(st, ip); });
   for_each_pattern([&](int ip) { write_lists(st, ip); });
   for_each_pattern([&](int ip) { kv_prf::write_plot(st, ip); });
-  for_each_pattern([&](int ip) { name_unwritten_files(st, ip); });
   kv_output_cycles::write_correlations(st);
   write_summary(st);
   kv_sumarize::write_remarks(st);

@@ -16,6 +16,10 @@ void output_cycles(kalvaris_params::state_type& st, const kv_iterate_calc_cw::cy
 /// factor for correlated residuals. Listing; the main lines of the first set also on the console.
 void write_r_factors(kalvaris_params::state_type& st, int ip, bool last);
 
+/// Reflections of pattern ip, phase by phase, before the first cycle: position on the abscissa [deg], d [angstrom].
+/// Nothing with lst1 0.
+void write_starting_reflections(kalvaris_params::state_type& st, int ip);
+
 /// Reflections of pattern ip, phase by phase, with the intensities of the last cycle: position on the abscissa [deg],
 /// FWHM [deg], d [angstrom], observed and calculated integrated intensity and F^2.
 void write_reflections(kalvaris_params::state_type& st, int ip);

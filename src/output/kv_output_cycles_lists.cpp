@@ -74,6 +74,29 @@ void correlation_matrix(state_type& st) {
 
 }  // namespace
 
+void write_starting_reflections(state_type& st, int ip) {
+  const auto& p = at(st.pattern, ip);
+  if (p.lst1 == 0) return;
+  for (int ph = 0; ph < st.run.nphase; ++ph) {
+    if (st.mix(ph, ip).jcontr == 0) continue;
+    list(st, fmt_line{}
+                 .a("\n => REFLECTIONS BEFORE THE REFINEMENT OF PHASE No. " + kv_listing_text::phase_title(st, ph))
+                 .a("   IN PATTERN#")
+                 .i(3, ip + 1)
+                 .str());
+    list(st, "\n   No. Code   H   K   L Mult     2theta      d-hkl\n");
+    int number = 0;
+    for (int k = 0; k < p.refl.size(); ++k) {
+      const reflection_key key = kalvaris_params::unpack_irefs(at(p.refl.irefs, k));
+      if (key.phase != ph) continue;
+      fmt_line line;
+      line.i(6, ++number).i(4, key.wave).i(5, key.h).i(4, key.k).i(4, key.l).i(5, at(p.refl.mlt, k));
+      line.f(11, 4, kv_peak_geometry::peak_position(st, ip, k));
+      list(st, line.f(11, 6, static_cast<double>(at(p.refl.dspacing, k))).str());
+    }
+  }
+}
+
 void write_reflections(state_type& st, int ip) {
   const auto& r = at(st.pattern, ip).refl;
   if (static_cast<int>(r.iobs.size()) < r.size()) return;

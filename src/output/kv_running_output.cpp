@@ -56,9 +56,7 @@ constexpr std::array option_rows{
     of_run(&run_type::mat, 3, "    and the normal matrix in every cycle"),
     of_run(&run_type::nxt, 1, " => Generate new input file *.PCR"),
     of_run(&run_type::nxt, 2, " => Generate new input file *.NEW"),
-    of_run(&run_type::jcil, 0, " => Output for other programs (Jci)"),
     of_run(&run_type::jsy, 0, " => Print Wyckoff positions of the space groups"),
-    of_run(&run_type::ishor, 0, " => Short output"),
     of_pattern(&pattern_type::iot, 0, " => Print observed and calculated intensities"),
     of_pattern(&pattern_type::iot, -1, "    Reduced profile in the file of the run"),
     of_pattern(&pattern_type::iot, -2, "    Reduced profile in the file given"),
@@ -68,9 +66,6 @@ constexpr std::array option_rows{
     of_pattern(&pattern_type::ipc, 0, " => Output of integrated intensities"),
     of_pattern(&pattern_type::lst1, 0, " => Print reflection list"),
     of_pattern(&pattern_type::lst2, 1, " => Print corrected data"),
-    of_pattern(&pattern_type::lst2, 4, " => Plot pattern at each cycle"),
-    of_pattern(&pattern_type::lst2, -4, " => Plot pattern at each cycle"),
-    of_pattern(&pattern_type::lst2, 5, " => Generate a file for viewing the structure at each cycle"),
     of_pattern(&pattern_type::lst3, 0, " => Print merged reflection list"),
     of_pattern(&pattern_type::pl_prf, 0, " => Generate file *.PRF for plot"),
     of_pattern(&pattern_type::pl_prf, 2, "    as a script"),
@@ -80,8 +75,6 @@ constexpr std::array option_rows{
     of_pattern(&pattern_type::pl_prf, 5, "    as data sets for a plotting program, in its place"),
     of_pattern(&pattern_type::pl_prf, 6, "    in plain columns, in its place"),
     of_pattern(&pattern_type::pl_prf, 7, "    as a plotting project, in its place *.AGR"),
-    of_pattern(&pattern_type::jlkh, 0, " => Output of structure factors for other programs (Jlk)"),
-    of_pattern(&pattern_type::jfou, 0, " => Output for Fourier syntheses (Jfo)"),
     of_pattern(&pattern_type::ianaly, 0, " => Analysis of refinement at the end"),
 };
 
@@ -124,11 +117,7 @@ void echo_weights(state_type& st, const pattern_type& p) {
   list_words(st, words_of(p.cry_pat ? flag::integrated_weights : flag::weights, p.iwgt));
   if (p.iwgt != shelx_like || !p.wght.given) return;
   const auto& w = p.wght;
-  list(st, fmt_line{}
-               .a("    a, b, c, d, e, f: ")
-               .f(11, 5, std::array{w.a, w.b, w.c, w.d, w.e, w.f})
-               .a(w.refine ? "   a and b are refined" : "")
-               .str());
+  list(st, fmt_line{}.a("    a, b, c, d, e, f: ").f(11, 5, std::array{w.a, w.b, w.c, w.d, w.e, w.f}).str());
 }
 
 void echo_background(state_type& st, const pattern_type& p) {
@@ -258,7 +247,6 @@ void echo_cycles(state_type& st) {
   list(st, fmt_line{}.a(" => EPS-value for convergence: ").f(8, 4, d(run.eps)).str());
   constexpr int stop_on_rise = 2;
   if (run.idum == stop_on_rise) list(st, " => The run stops when Chi2 rises");
-  if (run.optimize) list(st, " => Optimised calculation (Opt)");
   if (run.automatic) list(st, " => Automatic numbering of the parameters");
 }
 

@@ -182,6 +182,32 @@ void note_rest(reading& r) {
   r.file.restore(here);
 }
 
+// --- What the heading tells ----------------------------------------------------------------------------------------
+
+/// "Calibrated wavelength = 0.4139", "Wavelength (A): 1.54" among the first lines of a file without keywords for it.
+void take_wavelength_words(reading& r) {
+  constexpr int heading_lines = 60;
+  constexpr std::size_t reach = 12;  // of what may stand between the word and its number
+  constexpr float longest = 50.f;    // angstrom; above it another unit
+  const auto begin = r.file.save();
+  for (int i = 0; i < heading_lines; ++i) {
+    const auto line = r.file.next();
+    if (!line) break;
+    constexpr std::string_view word = "WAVELENGTH";
+    const std::size_t at = lmix_string_utilities::u_case(*line).find(word);
+    if (at == std::string_view::npos) continue;
+    const std::string_view behind = line->substr(at + word.size());
+    const std::size_t sign = behind.find_first_of("=:");
+    if (sign > reach) continue;
+    kalvaris_params::told_value told;
+    take_told(told, line->substr(at, word.size()), behind.substr(sign), r.file.lines_taken());
+    if (!(told.value > 0.f && told.value < longest)) continue;
+    r.p.told.lambda1 = told;
+    break;
+  }
+  r.file.restore(begin);
+}
+
 // --- The end of a call ---------------------------------------------------------------------------------------------
 
 template <class T>
@@ -323,10 +349,12 @@ void readint(state_type& st, int ip) {
   p.cnorm = 1.f;
   for (std::vector<float>* array : {&p.txv, &p.y, &p.var}) array->clear();
   p.iww.clear();
+  p.told = {};
 
   if (!take_file(r, ip)) return stop(st, {}, st.io.file_error_mess);
   r.echo(" => Reading Intensity data  =>>");
   if (!r.file.ok()) return stop(st, {" => File: " + r.name + ": " + r.file.status_text()}, std::string(check_instr));
+  if (p.ixunit == 0) take_wavelength_words(r);
   if (!read_layout(r) || !check_points(r) || !thin_out(r)) {
     if (r.stop_text != too_many) tell_fitting_layouts(r);
     return stop(st, r.detail, r.stop_text);

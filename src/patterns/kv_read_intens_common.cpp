@@ -64,6 +64,13 @@ void take_tsamp(std::string_view line, std::string_view keyword, float& tsamp) {
   tsamp = lmix_list_input::read_values(line.substr(at + keyword.size()), value).full() ? value : 0.f;
 }
 
+void take_told(kalvaris_params::told_value& told, std::string_view word, std::string_view text, int line) {
+  text.remove_prefix(std::min(text.find_first_not_of(" \t,=:"), text.size()));
+  float value = NaN;
+  if (lmix_list_input::read_values(text, value).full() && value >= 0.f)
+    told = {value, line, std::string(lmix_string_utilities::trim(word))};
+}
+
 bool take_title(reading& r, std::string* kept) {
   std::string_view line;
   if (!take_line(r, line, "a title")) return false;

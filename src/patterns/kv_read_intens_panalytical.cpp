@@ -53,6 +53,16 @@ struct scan_range {
   int npts = 0;
 };
 
+/// A number of the radiation, echoed under its title.
+template <kalvaris_params::told_value kalvaris_params::told_radiation::*told>
+bool take_radiation(reading& r, std::string_view text, std::string_view title) {
+  take_told(r.p.told.*told, title.substr(4, title.find(':') - 4), text, r.file.lines_taken());
+  return echo_value(r, text, title);
+}
+constexpr auto take_lambda1 = take_radiation<&kalvaris_params::told_radiation::lambda1>;
+constexpr auto take_lambda2 = take_radiation<&kalvaris_params::told_radiation::lambda2>;
+constexpr auto take_ratio = take_radiation<&kalvaris_params::told_radiation::ratio>;
+
 bool take_npts(reading& r, std::string_view text, scan_range& h) { return take_value(r, text, h.npts); }
 bool take_step(reading& r, std::string_view text, scan_range& h) { return take_value(r, text, h.step); }
 bool take_range(reading& r, std::string_view text, scan_range& h) {
@@ -67,11 +77,11 @@ constexpr std::array<keyword<scan_range>, 7> csv_keys{{
     {"Title 1",
      [](reading& r, std::string_view v, scan_range&) { return echo_value(r, v, " -> Title of data file: "); }},
     {"K-Alpha1 wavelength",
-     [](reading& r, std::string_view v, scan_range&) { return echo_value(r, v, " -> K-Alpha1 wavelength: "); }},
+     [](reading& r, std::string_view v, scan_range&) { return take_lambda1(r, v, " -> K-Alpha1 wavelength: "); }},
     {"K-Alpha2 wavelength",
-     [](reading& r, std::string_view v, scan_range&) { return echo_value(r, v, " -> K-Alpha2 wavelength: "); }},
+     [](reading& r, std::string_view v, scan_range&) { return take_lambda2(r, v, " -> K-Alpha2 wavelength: "); }},
     {"Ratio K-Alpha2/K-Alpha1",
-     [](reading& r, std::string_view v, scan_range&) { return echo_value(r, v, " -> Ratio K-Alpha2/K-Alpha1: "); }},
+     [](reading& r, std::string_view v, scan_range&) { return take_ratio(r, v, " -> Ratio K-Alpha2/K-Alpha1: "); }},
     {"Data angle range,", take_range},
     {"Scan step size,", take_step},
     {"No. of points,", take_npts},
@@ -116,10 +126,12 @@ bool take_udf_step(reading& r, std::string_view text, scan_range& h) {
 constexpr std::array<keyword<scan_range>, 6> udf_keys{{
     {"SampleIdent,",
      [](reading& r, std::string_view v, scan_range&) { return echo_value(r, v, " -> Sample Identification: "); }},
-    {"LabdaAlpha1,", [](reading& r, std::string_view v, scan_range&) { return echo_value(r, v, " -> LabdaAlpha1: "); }},
-    {"LabdaAlpha2,", [](reading& r, std::string_view v, scan_range&) { return echo_value(r, v, " -> LabdaAlpha2: "); }},
+    {"LabdaAlpha1,",
+     [](reading& r, std::string_view v, scan_range&) { return take_lambda1(r, v, " -> LabdaAlpha1: "); }},
+    {"LabdaAlpha2,",
+     [](reading& r, std::string_view v, scan_range&) { return take_lambda2(r, v, " -> LabdaAlpha2: "); }},
     {"RatioAlpha21,",
-     [](reading& r, std::string_view v, scan_range&) { return echo_value(r, v, " -> RatioAlpha21: "); }},
+     [](reading& r, std::string_view v, scan_range&) { return take_ratio(r, v, " -> RatioAlpha21: "); }},
     {"DataAngleRange,", take_range},
     {"ScanStepSize,", take_udf_step},
 }};
@@ -129,11 +141,11 @@ constexpr std::array<keyword<scan_range>, 6> udf_keys{{
 constexpr std::array<keyword<scan_range>, 8> jcp_keys{{
     {"## TITLE=", [](reading& r, std::string_view v, scan_range&) { return echo_value(r, v, " -> Title: "); }},
     {"##$WAVELENGTH ALPHA1=",
-     [](reading& r, std::string_view v, scan_range&) { return echo_value(r, v, " -> Wavelength Alpha1: "); }},
+     [](reading& r, std::string_view v, scan_range&) { return take_lambda1(r, v, " -> Wavelength Alpha1: "); }},
     {"##$WAVELENGTH ALPHA2=",
-     [](reading& r, std::string_view v, scan_range&) { return echo_value(r, v, " -> Wavelength Alpha2: "); }},
+     [](reading& r, std::string_view v, scan_range&) { return take_lambda2(r, v, " -> Wavelength Alpha2: "); }},
     {"##$INTENSITY RATIO ALPHA2/ALPHA1=",
-     [](reading& r, std::string_view v, scan_range&) { return echo_value(r, v, " -> Ratio Alpha2/Alpha1: "); }},
+     [](reading& r, std::string_view v, scan_range&) { return take_ratio(r, v, " -> Ratio Alpha2/Alpha1: "); }},
     {"## FIRSTX=", [](reading& r, std::string_view v, scan_range& h) { return take_value(r, v, h.thmin); }},
     {"## LASTX= ", [](reading& r, std::string_view v, scan_range& h) { return take_value(r, v, h.thmax); }},
     {"## DELTAX=", take_step},

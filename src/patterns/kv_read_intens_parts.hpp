@@ -117,6 +117,9 @@ bool take_line(reading& r, std::string_view& line, std::string_view expected);
 void take_tsamp(std::string_view line, std::string_view keyword, float& tsamp);
 /// A title: echoed, its TSAMP taken.
 bool take_title(reading& r, std::string* kept = nullptr);
+/// The number in front of whose blanks, commas and equals signs the text begins, as what the file tells of its
+/// radiation under the word; a text without one tells nothing.
+void take_told(kalvaris_params::told_value& told, std::string_view word, std::string_view text, int line);
 /// thmin, step and thmax in free format, over as many lines as they need.
 bool free_range(reading& r);
 bool check_step(reading& r, int line, float step);

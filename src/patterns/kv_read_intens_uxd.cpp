@@ -20,21 +20,35 @@ struct uxd_header {
   bool per_second = false;  ///< intensities are to be multiplied by the step time
 };
 
-enum class key { counts, x_counts, x_rates, first_abscissa, step, step_time, step_count };
+enum class key {
+  counts,
+  x_counts,
+  x_rates,
+  first_abscissa,
+  step,
+  step_time,
+  step_count,
+  wavelength1,
+  wavelength2,
+  wavelength_ratio
+};
 struct key_row {
   std::string_view word;
   key id;
 };
 /// The longer words stand in front of those that they begin with.
-constexpr std::array<key_row, 9> keys{{{"_2THETACOUNTS", key::x_counts},
-                                       {"_2THETACPS", key::x_rates},
-                                       {"_COUNTS", key::counts},
-                                       {"_CPS", key::counts},  // kept: a rate without abscissae stays as it is
-                                       {"_2THETA", key::first_abscissa},
-                                       {"_START", key::first_abscissa},
-                                       {"_STEPSIZE", key::step},
-                                       {"_STEPTIME", key::step_time},
-                                       {"_STEPCOUNT", key::step_count}}};
+constexpr std::array<key_row, 12> keys{{{"_2THETACOUNTS", key::x_counts},
+                                        {"_2THETACPS", key::x_rates},
+                                        {"_COUNTS", key::counts},
+                                        {"_CPS", key::counts},  // kept: a rate without abscissae stays as it is
+                                        {"_2THETA", key::first_abscissa},
+                                        {"_START", key::first_abscissa},
+                                        {"_STEPSIZE", key::step},
+                                        {"_STEPTIME", key::step_time},
+                                        {"_STEPCOUNT", key::step_count},
+                                        {"_WL1", key::wavelength1},
+                                        {"_WL2", key::wavelength2},
+                                        {"_WLRATIO", key::wavelength_ratio}}};
 
 bool take_number(reading& r, std::string_view line, auto& value) {
   const auto equals = line.find('=');
@@ -58,6 +72,10 @@ bool take_uxd_tsamp(reading& r, std::string_view line) {
 bool take_key(reading& r, std::string_view line, uxd_header& header, bool& starts) {
   const auto row = std::find_if(keys.begin(), keys.end(), [&](const key_row& k) { return line.starts_with(k.word); });
   if (row == keys.end()) return true;
+  const auto told = [&](kalvaris_params::told_value& value) {
+    take_told(value, row->word, line.substr(row->word.size()), r.file.lines_taken());
+    return true;
+  };
   switch (row->id) {
     case key::counts:
     case key::x_counts:
@@ -74,6 +92,12 @@ bool take_key(reading& r, std::string_view line, uxd_header& header, bool& start
       return take_number(r, line, header.step_time);
     case key::step_count:
       return take_number(r, line, header.npts) && (header.npts <= r.st.dim.maxpoint || check_count(r, header.npts));
+    case key::wavelength1:
+      return told(r.p.told.lambda1);
+    case key::wavelength2:
+      return told(r.p.told.lambda2);
+    case key::wavelength_ratio:
+      return told(r.p.told.ratio);
   }
   return true;
 }

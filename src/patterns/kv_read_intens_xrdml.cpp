@@ -67,6 +67,34 @@ bool position(cursor& at, std::string_view name, float& value) {
   return refuse(r, open + " string not found!", bad_value(r, at.line, text, 0, "a number behind " + open));
 }
 
+/// The wavelengths in front of the positions of 2theta; true at these. A measurement with K-Beta tells that line alone.
+bool find_positions(cursor& at) {
+  constexpr std::array<std::string_view, 6> tags{"<positions axis=\"2Theta\" unit=\"deg\">",
+                                                 "<usedWavelength",
+                                                 "<kAlpha1 ",
+                                                 "<kAlpha2 ",
+                                                 "<kBeta ",
+                                                 "<ratioKAlpha2KAlpha1>"};
+  enum tag { positions, used, alpha1, alpha2, beta, ratio };
+  kalvaris_params::told_radiation& told = at.r.p.told;
+  bool of_beta = false;
+  const auto take = [&](kalvaris_params::told_value& value, std::string_view word) {
+    std::string_view text = at.rest;
+    if (const auto attributes = text.find('>'); word != "ratioKAlpha2KAlpha1")
+      text.remove_prefix(attributes == std::string_view::npos ? text.size() : attributes + 1);
+    take_told(value, word, text.substr(0, text.find('<')), at.line);
+  };
+  while (true) {
+    const int found = at.find(tags);
+    if (found <= positions) return found == positions;
+    if (found == used) of_beta = at.rest.substr(0, at.rest.find('>')).find("K-Beta") != std::string_view::npos;
+    if (found == alpha1 && !of_beta) take(told.lambda1, "kAlpha1");
+    if (found == alpha2 && !of_beta) take(told.lambda2, "kAlpha2");
+    if (found == beta && of_beta) take(told.lambda1, "kBeta");
+    if (found == ratio && !of_beta) take(told.ratio, "ratioKAlpha2KAlpha1");
+  }
+}
+
 /// A sum over scans: the first one tells the number of points, the others must have as many.
 struct scan_sum {
   int scans = 0;
@@ -133,7 +161,7 @@ void take_temperature(cursor& at) {
 bool data_panalytical_xrdml(reading& r) {
   pattern_type& p = r.p;
   cursor at{r, std::ifstream(r.path, std::ios::binary)};
-  if (!at.find("<positions axis=\"2Theta\" unit=\"deg\">"))
+  if (!find_positions(at))
     return refuse(r, "end of file while trying to read Wavelength",
                   place(r, at.line) + ": <positions axis=\"2Theta\" unit=\"deg\"> expected");
   if (!position(at, "startPosition", p.thmin) || !position(at, "endPosition", p.thmax)) return false;

@@ -238,8 +238,10 @@ void set_open_words(inout_type& io, const open_request& r, int unit_number) {
       return set_error(io, " ==> Error opening file CODEFIL.DAT(UXD,ACQ,CSV,UDF,JCP,XRDML) with CODEFIL=" + name("%d") +
                                unit_text(unit_number));
     case file_key::reflections_in:
-      return set_error(io, " => Error opening a (hkl)-file: " + name("%c%p.hkl") + "," + name("hkl%p.hkl") + "," +
-                               name("%d%t.int") + unit_text(unit_number));
+      // a calculation has no data file: then only a name by the code is left
+      return set_error(io, " => Error opening a (hkl)-file: " + name("%c%p%t.hkl") + "," + name("hkl%p%t.hkl") + "," +
+                               name(element(io.filedat, r.ipat).empty() ? "%c%p%t.int" : "%d%t.int") +
+                               unit_text(unit_number));
     case file_key::background:
       return set_error(io, " => Error opening a BAC-file: " + name("%c%t") + ".bac   - or - " + name("%d.bac"));
     case file_key::background_out:

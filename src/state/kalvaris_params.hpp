@@ -528,6 +528,21 @@ struct correction_type {
   bool operator==(const correction_type&) const = default;
 };
 
+/// A number that a data file tells of its radiation.
+struct told_value {
+  float value = 0.f;  ///< 0: not told
+  int line = 0;       ///< of the file
+  std::string word;   ///< by which the file calls it
+  bool operator==(const told_value&) const = default;
+};
+/// The radiation of a measurement by its data file. Written by readint; the control file rules, this is held against
+/// it.
+struct told_radiation {
+  told_value lambda1, lambda2;  ///< wavelengths [angstrom]
+  told_value ratio;             ///< intensity of the second over the first
+  bool operator==(const told_radiation&) const = default;
+};
+
 struct pattern_type {
   // flags of the control file, as read; forced values are applied in place and noted beside the field
   int jobtyp = 2;    ///< 0 X-rays, 1 neutrons, 2/3 calculation only, 4 electrons; radiation by the absolute value
@@ -628,6 +643,7 @@ struct pattern_type {
   bool cry_mphas = false;      ///< integrated intensities of several phases
   resolution_type resolution;  ///< instrument by its resolution file, alive with ireso not 0
   correction_type correction;  ///< intensity correction from a file, alive with icorr not 0
+  told_radiation told;         ///< radiation by the data file
 
   /// Refinement data (as opposed to a pattern that is only calculated).
   [[nodiscard]] bool refining() const { return (jobtyp < 2 && jobtyp > -2) || jobtyp == job::electrons; }
@@ -780,6 +796,14 @@ enum class intensity_road : std::uint8_t {
   fixed,      ///< shifts at fixed intensities, then partitions of the net profile
 };
 
+/// A comment line that the user has written into the control file.
+struct user_comment {
+  int lines_above = 0;        ///< lines of the file above it that are no comments, without the title
+  bool below_header = false;  ///< it stood behind the comment of the program on the next line
+  std::string text;
+  bool operator==(const user_comment&) const = default;
+};
+
 struct run_type {
   std::string title;
   bool s_format = true;     ///< short form of the control file
@@ -807,10 +831,13 @@ struct run_type {
   bool pattern_to_plot = false;  ///< the line stood in the file
   std::vector<parameter_limit> limits;
   // what the writer of the control file needs and the run may change
-  std::array<int, 6> output_flags{};  ///< mat nxt nlinc jcil jsy ishor, as read
-  int maxs_read = 0;                  ///< number of refined parameters, as read
-  bool automatic_read = false;        ///< flag Aut, as read
-  std::array<int, 5> flags_read{};    ///< nphase idum iasg nrell icryg, as read
+  std::array<int, 6> output_flags{};     ///< mat nxt nlinc jcil jsy ishor, as read
+  int maxs_read = 0;                     ///< number of refined parameters, as read
+  bool automatic_read = false;           ///< flag Aut, as read
+  std::array<int, 5> flags_read{};       ///< nphase idum iasg nrell icryg, as read
+  std::vector<user_comment> comments;    ///< in the order of the file
+  std::vector<std::string> left_over;    ///< lines behind the last one that the flags ask for, without comments
+  std::vector<std::string> behind_plot;  ///< and behind the pattern to plot
   std::vector<linear_restraint> linear;
   search_type search;
   // asked for on the command line

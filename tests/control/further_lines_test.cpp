@@ -160,7 +160,7 @@ TEST(FurtherLines, WhatIsMalformedIsRefusedWithItsLine) {
   for (const failure_row& row : std::vector<failure_row>{
            {with(lab6, restraint, "0.35 0.1 11\n"), "number of terms must lie in 1..10", 46},
            {with(lab6, restraint, "0.35 0.1 -2000000000\n"), "number of terms must lie in 1..10", 46},
-           {with(lab6, restraint, "0.35 0.1 1 1.0 501\n"), "parameter number must lie in 1..500", 46},
+           {with(lab6, restraint, "0.35 0.1 1 1.0 501\n"), "parameter number must lie in 0..500", 46},
            {with(lab6, restraint, ""), "The control file ends before: linear restraint", 0, -1},
            {with(yttria, "0.0000   0.00     144.845", "144.845 1"),
             "  Error reading the items: zero, code, dtt1, code, dtt2, code ...\n", 15},

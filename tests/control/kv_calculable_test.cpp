@@ -2,6 +2,8 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <functional>
+
 #include "control_files.hpp"
 #include "kv_calculable.hpp"
 
@@ -83,6 +85,39 @@ TEST(Calculable, AFileThatAsksForManyThingsIsToldTheFirstFour) {
             "    phase: 2 symmetry given by hand (Isy) is not available\n"
             "    phase: 2 propagation vectors (Nvk) are not available\n"
             "    phase: 2 this kind of atom is not available (N_t 1)\n");
+}
+
+TEST(Calculable, FlagsWithoutEffectAreTold) {
+  const auto output = [](std::size_t flag, int value) {
+    return [=](state_type& st) { st.pattern[0].output_flags[flag] = value; };
+  };
+  struct row {
+    std::function<void(state_type&)> change;
+    std::string told;
+  };
+  run_directory run;
+  EXPECT_TRUE(kv_calculable::without_effect(run.read(control_files::lab6_free())).empty());
+  for (const row& t : {row{[](state_type& s) { s.run.optimize = true; }, "Opt changes nothing"},
+                       row{[](state_type& s) { s.run.output_flags[3] = -1; }, "Jci has no effect"},
+                       row{[](state_type& s) { s.run.output_flags[5] = 1; }, "Sho has no effect"},
+                       row{output(2, 2), "Ipc has no effect"}, row{output(4, -4), "Ls2 has no effect: no plot"},
+                       row{output(4, 5), "Ls2 has no effect: no files"}, row{output(8, 1), "Jlk has no effect"},
+                       row{output(9, 4), "Jfo has no effect"},
+                       row{[](state_type& s) {
+                             s.pattern[0].iwgt = 3, s.pattern[0].wght = {true, true};
+                           },
+                           "WGHT ... refine has no effect"},
+                       row{[](state_type& s) { s.mix(0, 0).brinl = 0.5f; }, "phase 1: Brind has no effect"},
+                       row{[](state_type& s) { s.mix(0, 0).rmuc = 1.f; }, "phase 1: Rmua, Rmub and Rmuc"}}) {
+    SCOPED_TRACE(t.told);
+    state_type& st = run.read(control_files::lab6_free());
+    run.console.str("");
+    t.change(st);
+    kv_calculable::tell_without_effect(st);
+    ASSERT_EQ(st.notices.size(), 1u);
+    EXPECT_TRUE(st.notices[0].text.starts_with(t.told)) << st.notices[0].text;
+    EXPECT_THAT(run.console.str(), testing::HasSubstr("Note: " + t.told));
+  }
 }
 
 }  // namespace

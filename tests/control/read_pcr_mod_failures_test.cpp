@@ -167,7 +167,9 @@ TEST(ReadPcrFailure, LimitsOfParameters) {
   EXPECT_FLOAT_EQ(st.run.limits[0].step, 0.04f);
   expect_failure(run, {limits("1 0.5 0.1\n2 0 1\n"), 100, "lower limit above upper limit", 26});
   expect_failure(run, {limits("501 0 1\n2 0 1\n"), 100, "parameter number out of range", 26});
-  expect_failure(run, {limits("0 0 1\n2 0 1\n"), 100, "parameter number out of range", 26});
+  expect_failure(run, {limits("-1 0 1\n2 0 1\n"), 100, "parameter number out of range", 26});
+  expect_failure(run, {limits("0 0.5 0.1\n2 0 1\n"), 100, "lower limit above upper limit", 26});
+  EXPECT_EQ(run.read(limits("0 0 1\n0 0 1\n")).fmt.ierr_fmt, 0);  // limits that wait for a number
   expect_failure(run, {limits("2 0 1\n2 0 1\n"), 100, "were given before", 27});
   expect_failure(run, {limits("2 0 1\n"), -1, " => The control file ends before: limits of a parameter", 0});
 }

@@ -9,6 +9,7 @@
 #include <sstream>
 
 #include "../own_directory.hpp"
+#include "told_radiation_check.hpp"
 
 namespace {
 
@@ -122,6 +123,59 @@ TEST(SetUp, TemperatureOfAStepStandsInTheListOfTheSeries) {
     EXPECT_EQ(st.io.file_error_mess.starts_with(" => Error in the list of temperatures "), st.io.file_error);
   }
   std::filesystem::remove(file);
+}
+
+TEST(ToldRadiationCheck, SpeaksWhereFileAndControlFileDiffer) {
+  using kalvaris_params::pattern_type;
+  namespace gslot = kalvaris_params::gslot;
+  struct row {
+    const char* what;
+    void (*change)(pattern_type&);
+    const char* told;  ///< null: nothing
+  };
+  const row rows[] = {
+      {"the same within the tolerance", [](pattern_type& p) { p.told.lambda1.value = 1.54058f; }, nullptr},
+      {"beyond it", [](pattern_type& p) { p.told.lambda1.value = 1.5408f; },
+       "Warning! a.xrdml tells another radiation than the control file, which is used: kAlpha1 1.5408 (line 4) against "
+       "Lambda1 1.5406. Correct the wavelengths, unless the data file is wrong"},
+      {"the second alone", [](pattern_type& p) { p.told.lambda2.value = 1.5418f; }, "kAlpha2 1.5418 (line 5) against"},
+      {"the ratio", [](pattern_type& p) { p.told.ratio.value = 0.4f; }, "ratio 0.4 (line 6) against Ratio 0.5"},
+      {"no second line in the file", [](pattern_type& p) { p.told.ratio.value = 0.f, p.told.lambda2.value = 9.f; },
+       "used: ratio 0 (line 6) against Ratio 0.5."},
+      {"one wavelength in the control file",
+       [](pattern_type& p) { p.single_wave = true, p.lamda[1] = p.lamda[0], p.ratio[1] = 1.f; },
+       "used: ratio 0.5 (line 6) against Ratio 0."},
+      {"nothing told", [](pattern_type& p) { p.told = {}, p.lamda[0] = 9.f; }, nullptr},
+      {"no wavelength in use", [](pattern_type& p) { p.lamda[0] = 9.f, p.ixunit = 1; }, nullptr},
+      {"refined",
+       [](pattern_type& p) {
+         p.lamda[0] = 1.6f;
+         p.lglb[gslot::lambda] = 1, p.aglb[gslot::lambda] = 1.f;
+       },
+       "Note: the refined wavelengths start beside those of a.xrdml: kAlpha1 1.5406 (line 4) against Lambda1 1.6"},
+      {"refined, but not what differs",
+       [](pattern_type& p) {
+         p.told.ratio.value = 0.4f;
+         p.lglb[gslot::lambda] = 1, p.aglb[gslot::lambda] = 1.f;
+       },
+       "Warning!"},
+  };
+  for (const row& t : rows) {
+    SCOPED_TRACE(t.what);
+    std::ostringstream console;
+    state_type st = calculated_pattern(console);
+    pattern_type& p = st.pattern[0];
+    st.run.maxs = 1;
+    p.lamda = {1.5406f, 1.5444f}, p.ratio = {1.f, 0.5f};
+    p.told = {{1.5406f, 4, "kAlpha1"}, {1.5444f, 5, "kAlpha2"}, {0.5f, 6, "ratio"}};
+    t.change(p);
+    told_radiation_check::look_at(st, 0, "a.xrdml");
+    if (t.told == nullptr) {
+      EXPECT_EQ(console.str(), "");
+    } else {
+      EXPECT_THAT(console.str(), HasSubstr(t.told));
+    }
+  }
 }
 
 }  // namespace

@@ -182,7 +182,6 @@ TEST_F(Echo, ConditionsFollowTheFlags) {
       {flag_of(&pattern::lst3, 1), " => Print merged reflection list\n"},
       {flag_of(&pattern::pl_prf, 3), " => Generate file *.PRF for plot\n    in columns with tabs\n"},
       {flag_of(&pattern::lst2, 1), " => Print corrected data\n", "Plot pattern"},
-      {flag_of(&pattern::lst2, -4), " => Plot pattern at each cycle\n", "corrected data"},
       {flag_of(&pattern::ianaly, 1), " => Analysis of refinement at the end\n"},
       {flag_of(&pattern::ipl, 3), " => Generate difference curve in *.BAC\n", "Line-printer"},
       {[](kp::state_type& st) { st.pattern[0].ratio[1] = 0.5f; }, " => Alpha2/Alpha1 ratio:    0.5000\n"},

@@ -920,4 +920,76 @@ TEST(DataFormats, EveryRowOfTheTableIsPrintedAndReached) {
   }
 }
 
+TEST(ToldRadiation, IsTakenWithItsLine) {
+  using kalvaris_params::told_value;
+  const std::string xrdml_used =
+      "<usedWavelength intended=\"K-Alpha 1\">\n<kAlpha1 unit=\"Angstrom\">1.5405980</kAlpha1>\n"
+      "<kAlpha2 unit=\"Angstrom\">1.5444260</kAlpha2>\n<kBeta unit=\"Angstrom\">1.3922500</kBeta>\n"
+      "<ratioKAlpha2KAlpha1>0.0000</ratioKAlpha2KAlpha1>\n</usedWavelength>\n";
+  const auto swap = [](std::string whole, const std::string& was, const std::string& is) {
+    return whole.replace(whole.find(was), was.size(), is);
+  };
+  const auto xrdml = [&](const std::string& used) {
+    return swap(file_xrdml(12, 1), "<positions", used + "<positions");
+  };
+  struct row {
+    const char* what;
+    sample file;
+    told_value lambda1, lambda2, ratio;
+  };
+  const row rows[] = {
+      {"xrdml",
+       {13, xrdml(xrdml_used), ".xrdml"},
+       {1.540598f, 4, "kAlpha1"},
+       {1.544426f, 5, "kAlpha2"},
+       {0.f, 7, "ratioKAlpha2KAlpha1"}},
+      {"xrdml of another line",
+       {13, xrdml(swap(xrdml_used, "K-Alpha 1", "K-Beta")), ".xrdml"},
+       {1.39225f, 6, "kBeta"},
+       {},
+       {}},
+      {"xrdml in one line",
+       {13, xrdml("<usedWavelength><kAlpha1 unit=\"A\">0.7093</kAlpha1></usedWavelength>"), ".xrdml"},
+       {0.7093f, 3, "kAlpha1"},
+       {},
+       {}},
+      {"uxd",
+       {9, file_uxd("_WL1=1.540560\n_WL2=1.544390\n_WLRATIO=0.500000\n_RANGE_WL=9.9\n_COUNTS",
+                    tens(12, "%10.0f", counts))},
+       {1.54056f, 8, "_WL1"},
+       {1.54439f, 9, "_WL2"},
+       {0.5f, 10, "_WLRATIO"}},
+      {"uxd without the number", {9, file_uxd("_WL1=\n_COUNTS", tens(12, "%10.0f", counts))}, {}, {}, {}},
+      {"csv",
+       {13, swap(file_csv(12, 12), "Scan step", "K-Alpha2 wavelength,1.54443\nRatio K-Alpha2/K-Alpha1,0.5\nScan step"),
+        ".csv"},
+       {1.5406f, 3, "K-Alpha1 wavelength"},
+       {1.54443f, 4, "K-Alpha2 wavelength"},
+       {0.5f, 5, "Ratio K-Alpha2/K-Alpha1"}},
+      {"udf", {13, file_udf(12), ".udf"}, {1.5406f, 2, "LabdaAlpha1"}, {}, {}},
+      {"jcp", {13, file_jcp(15), ".jcp"}, {1.54f, 2, "Wavelength Alpha1"}, {}, {}},
+      {"heading",
+       {0, "10.0 0.5 15.5 Wavelength (A): 0.413909\n" + tens(12, "%8.0f", counts)},
+       {0.413909f, 1, "Wavelength"},
+       {},
+       {}},
+      {"a word without a number",
+       {0, "10.0 0.5 15.5 wavelength of the tube\n" + tens(12, "%8.0f", counts)},
+       {},
+       {},
+       {}},
+  };
+  for (const row& t : rows) {
+    SCOPED_TRACE(t.what);
+    data_run run(t.file.instr, t.file.content, t.file.extension);
+    run.pattern().told.lambda2 = {9.f, 9, "of another file"};
+    run.read();
+    ASSERT_EQ(run.stopped, "") << run.console.str();
+    EXPECT_TRUE(run.pattern().told.lambda1 == t.lambda1)
+        << run.pattern().told.lambda1.value << ' ' << run.pattern().told.lambda1.line;
+    EXPECT_TRUE(run.pattern().told.lambda2 == t.lambda2);
+    EXPECT_TRUE(run.pattern().told.ratio == t.ratio);
+  }
+}
+
 }  // namespace

@@ -66,6 +66,12 @@ const char* const zno = "zno_edge";
 const provoked rows[] = {
     {"a letter in a number", zno, word("!Mcycle", 0, "3x"), {"error: zno_edge.pcr, line 9: ", "Mcycle"}, 1},
     {"reading ends at an error", zno, word("!Mcycle", 0, "3x"), {"note: ", "reading ended at that error"}, 1},
+    {"a flag without effect", zno, word("!Job Npr", 17, "1"), {"note: ", "Opt changes nothing"}},
+    {"another wavelength in the data",
+     zno,
+     in_data("! x y sigma", "! calibrated wavelength = 1.2951"),
+     {"warning: ", "zno_edge.dat tells another radiation", "wavelength 1.2951 (line 4) against Lambda1 1.285"}},
+    {"text behind the last line", zno, appended("words of nobody"), {"note: ", "is not read (1 line): words of nobody"}},
     {"first missing data file",
      "corundum_joint",
      all_of({removed("corundum_joint_x.dat"), removed("corundum_joint_n.dat")}),

@@ -1,4 +1,5 @@
 #include <gtest/gtest.h>
+
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -8,6 +9,7 @@
 #include <functional>
 #include <iostream>
 #include <sstream>
+#include <utility>
 
 #include "../smaller_files.hpp"
 #include "kalvaris_inout.hpp"
@@ -172,6 +174,11 @@ TEST_F(RunFiles, FailuresSayWhatCouldNotBeOpened) {
     EXPECT_FALSE(opens(t.request));
     EXPECT_EQ(io.file_error_mess, t.words);
   }
+  const std::string data = std::exchange(io.filedat[0], "");
+  io.multipatt = true;
+  EXPECT_FALSE(opens({6, 1, 2}));
+  EXPECT_EQ(io.file_error_mess, " => Error opening a (hkl)-file: code2_1.hkl,hkl2_1.hkl,code2_1.int Unit:15");
+  io.filedat[0] = data, io.multipatt = false;
   fs::create_directory(directory / "code.out");
   EXPECT_FALSE(opens({2}));
   EXPECT_EQ(io.file_error_mess, " => Error opening file: code.out Unit: 7: Is a directory");
