@@ -343,6 +343,133 @@ TEST(Iterate, FindsBackFromStartsThatOvershoot) {
   }
 }
 
+/// Gives slot k of the phase the next parameter number.
+void refine_slot(refinement& r, int k, const char* name) {
+  auto& m = r.st.mixes[0];
+  m.lpar[static_cast<std::size_t>(k)] = ++r.st.run.maxs;
+  m.apar[static_cast<std::size_t>(k)] = 1.f;
+  const auto n = static_cast<std::size_t>(r.st.run.maxs);
+  r.st.parm.nampar.resize(n + 1), r.st.parm.valx.resize(n + 1), r.st.parm.svalx.resize(n + 1);
+  r.st.parm.nampar[n] = name;
+}
+
+using how = kp::cycles_end_type::how;
+
+TEST(Iterate, CorrelatedShiftsOfPositionEndAtTheMinimum) {
+  // zero, displacement and cell move the peaks almost alike: halving one of their shifts leads out of the valley
+  refinement r(1.0);
+  r.st.pattern[0].lglb[kp::gslot::sycos] = ++r.st.run.maxs;
+  r.st.pattern[0].aglb[kp::gslot::sycos] = 1.f;
+  refine_slot(r, kp::slot::w, "W");
+  r.disturb();
+  ASSERT_EQ(kv_iterate_calc_cw::iterate(r.st, r.hooks), 0);
+  EXPECT_EQ(r.st.run.cycles_end.end, how::converged);
+  EXPECT_TRUE(r.st.run.cycles_end.whole());
+  EXPECT_NEAR(r.st.run.t_chi2, 1.0f, 0.1f);
+}
+
+TEST(Iterate, ARiseOfTheSumIsTakenBack) {
+  // the calculated peaks stand beside the observed ones, where their slopes tell nothing about the distance
+  refinement r(1.0);
+  for (const int k : {kp::slot::w, kp::slot::x}) refine_slot(r, k, "width");
+  r.st.pattern[0].glb[kp::gslot::zero] += 0.09f;
+  r.st.mixes[0].par[kp::slot::scale] *= 3.f;
+  r.st.run.mcycle = 40;
+  ASSERT_EQ(kv_iterate_calc_cw::iterate(r.st, r.hooks), 0);
+  ASSERT_NE(r.console.str().find("is restored, damping"), std::string::npos);
+  EXPECT_EQ(r.st.run.cycles_end.end, how::converged) << r.console.str();
+  EXPECT_NEAR(r.st.run.t_chi2, 1.0f, 0.1f);
+}
+
+TEST(Iterate, TheEndSaysWhatHoldsTheResult) {
+  refinement few(1.0);
+  few.disturb();
+  few.st.run.mcycle = 2;
+  ASSERT_EQ(kv_iterate_calc_cw::iterate(few.st, few.hooks), 0);
+  EXPECT_EQ(few.st.run.cycles_end.end, how::used_up);
+  EXPECT_NE(few.console.str().find("cycles asked for ended without convergence"), std::string::npos);
+  EXPECT_EQ(few.console.str().find("Normal end"), std::string::npos);
+
+  refinement limited(1.0);  // the truth, 0.6, lies outside of the limits
+  limited.st.run.limits.push_back({4, 0.7f, 2.f, 0.f, 0, ""});
+  limited.st.run.nrell = 1;
+  limited.st.atom[0].xl[kp::aslot::biso] = 0.9f;
+  ASSERT_EQ(kv_iterate_calc_cw::iterate(limited.st, limited.hooks), 0);
+  const auto& end = limited.st.run.cycles_end;
+  EXPECT_EQ(end.end, how::converged);
+  EXPECT_FALSE(end.whole());
+  ASSERT_EQ(end.remarks.size(), 1u);
+  EXPECT_NE(end.remarks[0].find("held at its lower limit"), std::string::npos);
+  EXPECT_EQ(limited.st.parm.remark[4], "held at its lower limit");
+
+  refinement lost(1.0);  // peaks far from all observed ones: the scale factor falls to nothing, which is no minimum
+  lost.st.pattern[0].glb[kp::gslot::zero] += 2.f;
+  ASSERT_EQ(kv_iterate_calc_cw::iterate(lost.st, lost.hooks), 0);
+  EXPECT_FALSE(lost.st.run.cycles_end.whole());
+}
+
+TEST(Iterate, NothingRefinedStillExtractsTheIntensities) {
+  refinement r(1.0);
+  r.st.run.maxs = 0;
+  r.st.phase[0].jbt = 2;
+  for (float& f : r.st.pattern[0].refl.ff) f = 50.f;
+  ASSERT_EQ(kv_iterate_calc_cw::iterate(r.st, r.hooks), 0);
+  EXPECT_EQ(r.st.run.cycles_end.end, how::converged);
+  EXPECT_LT(r.st.run.t_chi2, 1.1f);
+}
+
+TEST(Iterate, ProfileMatchingSettlesOnEveryRoad) {
+  // background, cell and widths free at once, from a cell 0.1 % and widths 1.5 times off
+  for (const auto road : {kp::intensity_road::together, kp::intensity_road::partition}) {
+    refinement r(1.0);
+    r.st.run.intensities = road;
+    r.st.phase[0].jbt = 2;
+    r.st.atom[0].lp[kp::aslot::biso] = 0;
+    r.st.run.maxs = 3;
+    auto& m = r.st.mixes[0];
+    for (const int k : {kp::slot::w, kp::slot::y}) refine_slot(r, k, "width");
+    for (std::size_t k = 0; k < 3; ++k) {
+      r.st.pattern[0].lglb[kp::gslot::bac + k] = ++r.st.run.maxs;
+      r.st.pattern[0].aglb[kp::gslot::bac + k] = 1.f;
+    }
+    for (const int k : {+kp::slot::cell_a, kp::slot::cell_a + 1, +kp::slot::cell_f})
+      m.par[static_cast<std::size_t>(k)] *= 1.002f;
+    m.par[kp::slot::w] *= 2.25f, m.par[kp::slot::y] *= 1.5f;
+    ASSERT_EQ(kv_iterate_calc_cw::iterate(r.st, r.hooks), 0);
+    EXPECT_EQ(r.st.run.cycles_end.end, how::converged) << r.console.str();
+    EXPECT_LT(r.st.run.t_chi2, 1.1f);
+    EXPECT_NEAR(r.st.phase[0].cellp.cell[0], 4.9134f, 5.f * r.st.phase[0].cell_esd[0]);
+    EXPECT_LE(r.st.run.cycles_done, road == kp::intensity_road::together ? 12 : 25);
+    // the scale factor, number 1, is absorbed by the intensities
+    ASSERT_EQ(r.st.run.cycles_end.remarks.size(), 1u);
+    EXPECT_NE(r.st.run.cycles_end.remarks[0].find("absorb"), std::string::npos);
+  }
+}
+
+TEST(ApplyShifts, AWidthAtItsEdgeStopsNoOtherPhase) {
+  kp::state_type st = model_state::quartz(7);
+  st.run.nphase = 2;
+  st.phase.push_back(st.phase[0]), st.mixes.push_back(st.mixes[0]);
+  st.phase[1].natom = 0;
+  st.mixes[0].par[kp::slot::w] = 1.0e-8f;  // its Gaussian width is nothing beside the Lorentzian one
+  st.mixes[0].apar[kp::slot::w] = 11.f, st.mixes[1].apar[kp::slot::w] = 21.f;
+  st.run.maxs = 2;
+  model_state::load_cells(st);
+  kalvaris_codes::mod_codes(st);
+  ASSERT_EQ(look_scatt::lookup(st, 0), 0);
+  reflections_mod::make_list(st, 0);
+  st.ne.reset(2);
+  st.ne.vx(0) = -1.0e-4, st.ne.vx(1) = -1.0e-3;
+  apply_shifts::set_reference_multipliers(st);
+  const float before = st.mixes[1].par[kp::slot::w];
+  const auto report = apply_shifts::apply(st, apply_shifts::multiplier_at_guard::halved);
+  EXPECT_NEAR(st.mixes[0].par[kp::slot::w], 1.0e-8f, 1e-9f);
+  EXPECT_NEAR(st.mixes[1].par[kp::slot::w], before - 1.0e-3f, 1e-7f);
+  ASSERT_EQ(report.held.size(), 1u);
+  EXPECT_EQ(report.held[0].n, 1);
+  EXPECT_LT(report.held[0].outward, 0.0);
+}
+
 TEST(Iterate, FewerPointsThanParametersEndAbnormally) {
   refinement r(1.0);
   r.st.pattern[0].excluded = {{20.06f, 70.f}};

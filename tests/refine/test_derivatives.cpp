@@ -47,14 +47,14 @@ std::vector<double> central_difference(kp::state_type& st, const probe& p) {
   const float start = value;
   value = start + p.step;
   const double up = static_cast<double>(value);
-  apply_shifts::apply(st);
+  apply_shifts::apply(st, apply_shifts::multiplier_at_guard::halved);
   std::vector<double> d = model_state::calculated(st);
   value = start - p.step;
   const double down = static_cast<double>(value);
-  apply_shifts::apply(st);
+  apply_shifts::apply(st, apply_shifts::multiplier_at_guard::halved);
   const std::vector<double> low = model_state::calculated(st);
   value = start;
-  apply_shifts::apply(st);
+  apply_shifts::apply(st, apply_shifts::multiplier_at_guard::halved);
   for (std::size_t i = 0; i < d.size(); ++i) d[i] = (d[i] - low[i]) / (up - down);
   return d;
 }

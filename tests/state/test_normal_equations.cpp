@@ -2,6 +2,8 @@
 
 #include <gtest/gtest.h>
 
+#include <array>
+
 #include <random>
 
 using normal_equations::dp_inv;
@@ -20,6 +22,33 @@ std::vector<double> random_spd(int n, std::mt19937& gen) {
             a[static_cast<std::size_t>(i * n + k)] * a[static_cast<std::size_t>(j * n + k)];
   return m;
 }
+TEST(DependentSets, NameTheStepsThatChangeNothing) {
+  // columns of a design of 40 rows: 2 is 2 (0) - 0.5 (1), 3 has no effect, 4 is alone
+  std::mt19937 gen(11);
+  std::normal_distribution<double> g;
+  normal_equations::normal_matrix ne;
+  ne.reset(5);
+  double sum = 0.0;
+  for (int row = 0; row < 40; ++row) {
+    const auto a = static_cast<float>(g(gen)), b = static_cast<float>(3.0 * g(gen)), c = static_cast<float>(g(gen));
+    const std::array<float, 5> d{a, b, 2.f * a - 0.5f * b, 0.f, c};
+    ne.add_row(d, 0.25, 2.0);
+    sum += 0.25 * 4.0;
+  }
+  EXPECT_NEAR(ne.weighted_sum(), sum, 1e-12);
+  ne.fill_lower();
+  const auto sets = normal_equations::dependent_sets(ne.matrix(), 5);
+  ASSERT_EQ(sets.size(), 2u);
+  const auto& alone = sets[0].unknowns.size() == 1 ? sets[0] : sets[1];
+  const auto& three = sets[0].unknowns.size() == 1 ? sets[1] : sets[0];
+  EXPECT_EQ(alone.unknowns, std::vector<int>{3});
+  ASSERT_EQ(three.unknowns.size(), 3u);
+  std::array<double, 3> step{};
+  for (std::size_t i = 0; i < 3; ++i) step[static_cast<std::size_t>(three.unknowns[i])] = three.step[i];
+  EXPECT_NEAR(step[0] / step[2], -2.0, 1e-5);
+  EXPECT_NEAR(step[1] / step[2], 0.5, 1e-5);
+}
+
 }  // namespace
 
 TEST(NormalEquations, BlockUpdateEqualsTheRowsOneByOne) {
