@@ -173,7 +173,7 @@ void width_shares::cut(const state_type& st, const gaussian_terms& terms, double
                        double unseen2) {
   const std::array<double, 4> changes = terms.changes(tan_theta);
   const double change = changes[0] + changes[1] + changes[2] + changes[3];
-  if (!(hg2 > 1.0e-12) || !(hg2 + change < least)) return;
+  if (!(hg2 > 1.0e-12) || !(change < 0.0) || !(hg2 + change < least)) return;
   const auto most = static_cast<std::size_t>(std::ranges::min_element(changes) - changes.begin());
   const auto number = static_cast<std::size_t>(terms.number[most]);
   double& share = share_[root(number)];
@@ -195,6 +195,7 @@ void width_shares::look_at(const state_type& st, int ip) {
     for (const gaussian_terms& terms : of_phase.back()) join(terms);
   }
   for (std::size_t k = 0; k < p.refl.irefs.size(); ++k) {
+    if (p.refl.pos[k] > p.thmax) continue;  // the list goes on behind the pattern
     const auto key = kalvaris_params::unpack_irefs(p.refl.irefs[k]);
     const gaussian_terms& terms = of_phase[static_cast<std::size_t>(key.phase)][static_cast<std::size_t>(key.wave - 1)];
     // a twentieth of the whole width, or a fifth of a step, is not seen in the pattern

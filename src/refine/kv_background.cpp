@@ -345,6 +345,8 @@ void build(pattern_type& pattern) {
     b = 0.f;  // kept: a background that runs away falls to 0, it is not capped
     pattern.bk_cut[i] = 1;
   }
+  // cut nearly everywhere its slopes before the cut are all that leads back
+  if (2 * std::ranges::count(pattern.bk_cut, 1) > std::ssize(pattern.bk_cut)) pattern.bk_cut.assign(pattern.bk.size(), 0);
 }
 
 float backa(const pattern_type& pattern, int i) {

@@ -28,7 +28,8 @@ struct bg_model {
 void set_flags(kalvaris_params::pattern_type& pattern);
 
 /// Values at points first .. first + count - 1 of d bk/d glb(k) for the slots of `wanted` (a subset of slots()):
-/// rows[j * stride + p]; 0 where build cut the background. count <= stride.
+/// rows[j * stride + p]; 0 where build cut the background, unless it cut most of it. count <=
+/// stride.
 /// Polynomials use the abscissa itself, also below 0.1 deg where the value holds 0.1.
 void derivative_rows(const kalvaris_params::pattern_type& pattern, std::span<const int> wanted, int first, int count,
                      float* rows, std::size_t stride);

@@ -189,13 +189,18 @@ double overlap_equations::lowest_move(std::size_t r) const {
   return std::min(std::max(kept_share * value_[r], floor_of(r)) - value_[r], 0.0);
 }
 
+/// An intensity that no point feels, or at its lowest value with an equation that wants it lower, stays where it is.
+void overlap_equations::start_holding() {
+  if (!held_.empty()) return;
+  held_.assign(size(), 0);
+  held_move_.assign(size(), 0.0);
+  for (std::size_t r = 0; r < size(); ++r) held_[r] = !(g(r, r) > 0) || (value_[r] <= floor_of(r) && gi_[r] <= 0);
+  factorise();
+}
+
 void overlap_equations::eliminate(normal_equations::normal_matrix& ne) {
   if (size() == 0 || too_wide_) return;
-  if (held_.empty()) {
-    held_.assign(size(), 0);
-    held_move_.assign(size(), 0.0);
-    for (std::size_t r = 0; r < size(); ++r) held_[r] = !(g(r, r) > 0) || (value_[r] <= floor_of(r) && gi_[r] <= 0);
-  }
+  start_holding();
   factorise();
   const std::vector<double> known = times_g(held_move_);
   std::vector<double> z(size(), 0.0);
@@ -242,6 +247,7 @@ std::vector<double> overlap_equations::solve(std::span<const double> shifts) con
 
 bool overlap_equations::hold_back(std::span<const double> shifts) {
   if (size() == 0 || too_wide_) return false;
+  start_holding();
   constexpr double noticed = 0.02;  // standard deviations below the lowest value
   const std::vector<double> x = solve(shifts);
   bool found = false;
@@ -260,6 +266,8 @@ movement overlap_equations::follow(std::span<const double> shifts, reflection_li
   if (size() == 0 || too_wide_) return {};
   constexpr int most_passes = 6;
   // the shifts that were taken may differ from those that the equations gave
+  start_holding();
+  factorise();
   for (int pass = 0; pass < most_passes && hold_back(shifts); ++pass) factorise();
   const std::vector<double> change = solve(shifts);
   const std::vector<double> effect = times_g(change);

@@ -60,6 +60,7 @@ class overlap_equations {
   [[nodiscard]] std::size_t size() const { return value_.size(); }
   [[nodiscard]] double& g(std::size_t r, std::size_t s) { return band_[start_[r] + s - low_[r]]; }
   [[nodiscard]] double g(std::size_t r, std::size_t s) const { return band_[start_[r] + s - low_[r]]; }
+  void start_holding();
   void factorise();
   [[nodiscard]] std::vector<double> solve(std::span<const double> shifts) const;
   [[nodiscard]] double lowest_move(std::size_t r) const;

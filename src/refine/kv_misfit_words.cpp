@@ -163,12 +163,12 @@ remark background(const kv_misfit::fit_view& fit, const kv_misfit::background_of
   for (const double d : offset.offset) mean += d / static_cast<double>(offset.offset.size());
   for (const double b : fit.background) level += b / static_cast<double>(fit.size());
   const auto places = static_cast<double>(offset.x.size());
-  r.numbers = {mean, 100.0 * mean / level, double(offset.above), double(offset.below), places};
+  r.numbers = {mean, level > 0.0 ? 100.0 * mean / level : 0.0, double(offset.above), double(offset.below), places};
   const std::string all = " of " + std::to_string(offset.x.size()) + " places between peaks";
   if (offset.above > 3 * offset.below || offset.below > 3 * offset.above)
     r.text = "The calculated background lies " + std::string(mean < 0.0 ? "above" : "below") + " the observed one in " +
              std::to_string(std::max(offset.above, offset.below)) + all + ", by " + three_figures(std::abs(mean)) +
-             " in the mean (" + fixed(100.0 * std::abs(mean) / level, 0) + " % of it).";
+             " in the mean" + (level > 0.0 ? " (" + fixed(100.0 * std::abs(mean) / level, 0) + " % of it)." : ".");
   else
     r.text = "The calculated background does not follow the observed one: it lies above in " +
              std::to_string(offset.above) + " and below in " + std::to_string(offset.below) + all + ".";

@@ -368,17 +368,22 @@ TEST(Iterate, CorrelatedShiftsOfPositionEndAtTheMinimum) {
   EXPECT_NEAR(r.st.run.t_chi2, 1.0f, 0.1f);
 }
 
-TEST(Iterate, ARiseOfTheSumIsTakenBack) {
-  // the calculated peaks stand beside the observed ones, where their slopes tell nothing about the distance
-  refinement r(1.0);
-  for (const int k : {kp::slot::w, kp::slot::x}) refine_slot(r, k, "width");
-  r.st.pattern[0].glb[kp::gslot::zero] += 0.09f;
-  r.st.mixes[0].par[kp::slot::scale] *= 3.f;
-  r.st.run.mcycle = 40;
-  ASSERT_EQ(kv_iterate_calc_cw::iterate(r.st, r.hooks), 0);
-  ASSERT_NE(r.console.str().find("is restored, damping"), std::string::npos);
-  EXPECT_EQ(r.st.run.cycles_end.end, how::converged) << r.console.str();
-  EXPECT_NEAR(r.st.run.t_chi2, 1.0f, 0.1f);
+TEST(Iterate, NoEndBesideTheMinimumIsCalledWhole) {
+  // from offsets of the peaks up to several widths, where their slopes tell little about the distance
+  int reached = 0;
+  for (const float offset : {0.05f, 0.09f, 0.13f, -0.11f, 0.2f, -0.25f}) {
+    SCOPED_TRACE(offset);
+    refinement r(1.0);
+    for (const int k : {+kp::slot::w, +kp::slot::x}) refine_slot(r, k, "width");
+    r.st.pattern[0].glb[kp::gslot::zero] += offset;
+    r.st.mixes[0].par[kp::slot::w] *= 0.3f;
+    r.st.run.mcycle = 40;
+    ASSERT_EQ(kv_iterate_calc_cw::iterate(r.st, r.hooks), 0);
+    const bool at_minimum = r.st.run.t_chi2 < 1.1f;
+    reached += at_minimum;
+    EXPECT_TRUE(at_minimum || !r.st.run.cycles_end.whole()) << r.st.run.t_chi2;
+  }
+  EXPECT_GE(reached, 4);
 }
 
 TEST(Iterate, TheEndSaysWhatHoldsTheResult) {
@@ -425,6 +430,7 @@ TEST(Iterate, ProfileMatchingSettlesOnEveryRoad) {
     r.st.run.intensities = road;
     r.st.phase[0].jbt = 2;
     r.st.atom[0].lp[kp::aslot::biso] = 0;
+    r.st.pattern[0].wdt = 20.f;  // peaks that end: those behind the pattern leave no tails of free height in it
     r.st.run.maxs = 3;
     auto& m = r.st.mixes[0];
     for (const int k : {kp::slot::w, kp::slot::y}) refine_slot(r, k, "width");

@@ -172,7 +172,7 @@ directory::kept_run directory::run_and_keep(
   };
   const error_text errors;
   try {
-    result.reached_end = kalvaris_sub::kalvaris(*result.state, stages) == kalvaris_sub::run_end::normal;
+    result.reached_end = kalvaris_sub::kalvaris(*result.state, stages) != kalvaris_sub::run_end::abnormal;
   } catch (const kalvaris_inout::run_stopped&) {
     result.reached_end = false;
   }

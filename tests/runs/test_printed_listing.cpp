@@ -167,11 +167,15 @@ void PrintedListing::reflection_list(printed_file& s, int ip, int ph) {
   }
 }
 
-/// In each block of values, shifts and deviations the value is that of the block before, moved by the shift.
+/// In each block of values, shifts and deviations the value is that of the block before, moved by the shift, but for a
+/// cycle that started again from an older state.
 void expect_chained_cycles(const std::vector<std::string>& lines, int cycles) {
   std::vector<std::vector<std::pair<std::string, std::string>>> blocks;
+  std::vector<char> restored;
+  bool restores = false;
   for (const std::string& line : lines) {
-    if (line.starts_with(" => CYCLE No.:")) blocks.emplace_back();
+    restores |= line.find("is restored, damping") != std::string::npos;
+    if (line.starts_with(" => CYCLE No.:")) blocks.emplace_back(), restored.push_back(restores), restores = false;
     if (line.starts_with(" ==> RESULTS") || blocks.empty()) continue;
     if (line.size() > 100 && line[34] == '(') {  // an atom
       for (std::size_t j = 0; j < 3; ++j)
@@ -186,6 +190,7 @@ void expect_chained_cycles(const std::vector<std::string>& lines, int cycles) {
   int moved = 0;
   for (std::size_t c = 1; c + 1 < blocks.size(); ++c) {
     ASSERT_EQ(blocks[c].size(), blocks[0].size());
+    if (restored[c]) continue;
     for (std::size_t i = 0; i < blocks[c].size(); ++i) {
       const auto& [value, shift] = blocks[c][i];
       const std::string& before = blocks[c - 1][i].first;

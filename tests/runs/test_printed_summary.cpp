@@ -261,7 +261,8 @@ TEST_F(PrintedSummary, IsReadBackNumberByNumber) {
   for (int ip : {0, 1}) analysis(s, ip);
   parameter_table(s);
   EXPECT_EQ(
-      s.unread({"    Date:", "              CPU", "        ", " => Run finished at:", "    because of", " => PCR"}),
+      s.unread({"    Date:", "              CPU", "        ", " => Run finished at:", "    because of", " => PCR",
+                " => WARNING: parameter"}),
       "");
   EXPECT_EQ(pattern(0).lamda[0], pattern(0).glb[gslot::lambda]);
   EXPECT_NEAR(pattern(0).lamda[1] / pattern(0).lamda[0], 1.54439 / 1.54056, 1e-6);

@@ -185,8 +185,6 @@ const bad_input rows[] = {
      0},
     {"the same, strictly", control_changed(coordinate_at_a_centre), {"Singular Matrix!!"}, 3, {"--strict"}},
     {"two parameters with one effect", control_changed(two_equal_phases), {"Singular Matrix!!", "Scale_ph2_pat1"}},
-    {"shifts thrown too far", control_changed(shifts_too_long), {"Strong DIVERGENCE!!, at cycle no.:   2"}, 0},
-    {"shifts thrown too far, strictly", control_changed(shifts_too_long), {"DIVERGENCE"}, 3, {"--strict"}},
     {"start from infinite intensities",
      replaced("1.0   0.020833", "-9999 0.020833"),
      {"Strong DIVERGENCE!!, at cycle no.:   1", "not finite: reflection 1 1 1 of phase 1 in pattern 1"},
@@ -248,6 +246,14 @@ INSTANTIATE_TEST_SUITE_P(Cases, CutControlFile, testing::ValuesIn(program_run::c
                          [](const testing::TestParamInfo<std::string>& row) { return row.param; });
 
 // --- Not refused -----------------------------------------------------------------------------------------------------
+
+TEST(OrderlyEnd, ShiftsThrownTooFarAreTakenBack) {
+  const directory where("nacl_gauss");
+  control_changed(shifts_too_long)(where);
+  const outcome run = where.run("nacl_gauss", "", {"--strict"});
+  EXPECT_NE(run.console.find("is restored, damping"), std::string::npos) << run.last_words();
+  EXPECT_EQ(run.errors.find("DIVERGENCE"), std::string::npos);
+}
 
 TEST(OrderlyEnd, RequestToFinishEndsAfterThePresentCycle) {
   const directory where("nacl_gauss");
