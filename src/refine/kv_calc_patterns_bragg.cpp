@@ -69,7 +69,8 @@ double pattern_calculation::integrate(kv_iterate_calc_cw::intensity_update updat
     refl.icalc[u] = static_cast<float>(icalc);
     r_sums& s = sums[static_cast<std::size_t>(key.phase)];
     const double unit = phases[static_cast<std::size_t>(key.phase)].scale * refl.lp[u];
-    const double fobs = std::sqrt(std::abs(iobs / unit)), fcalc = std::sqrt(std::abs(icalc / unit));
+    const double fobs = unit > 0.0 ? std::sqrt(std::abs(iobs / unit)) : 0.0;
+    const double fcalc = unit > 0.0 ? std::sqrt(std::abs(icalc / unit)) : 0.0;
     s.bragg += std::abs(iobs - icalc);
     s.iobs += iobs;
     s.f += std::abs(fobs - fcalc);

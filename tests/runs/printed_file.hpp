@@ -47,7 +47,7 @@ inline void expect_quoted(const std::string& word, double value, double sigma) {
   const std::size_t open = word.find('(');
   if (sigma == 0.0) {
     EXPECT_EQ(open, std::string::npos) << word << ": not refined";
-    return expect_printed(word, value);
+    return expect_printed(word, value, 2);
   }
   ASSERT_NE(open, std::string::npos) << word << ": refined, sigma " << sigma;
   const std::string number = word.substr(0, open);

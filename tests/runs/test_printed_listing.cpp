@@ -280,7 +280,7 @@ TEST_F(PrintedListing, IsReadBackNumberByNumber) {
                                     std::string(":"), std::to_string(static_cast<int>(correlation(i, j))) + "%"}));
     }
   EXPECT_EQ(s.unread({"    Max", " => Total approximate", "              CPU", "        ",
-                      " => Run finished at:", "    because of", "    J.-F. Berar", " =>   Anisotropic"}),
+                      " => Run finished at:", "    because of", "    J.-F. Berar", " WARNING: parameter", " =>   Anisotropic"}),
             "");
 }
 
