@@ -51,10 +51,6 @@ const std::vector<row>& rows() {
        [](std::string text) {
          return replaced(text, {{"NPATT 2 1 1", "NPATT 2 1 0"}});
        }},
-      {"a phase of one pattern",
-       [](std::string text) {
-         return replaced(as_it_stands(text), {{"\n1 1\n0 7", "\n1 0\n0 7"}});
-       }},
   };
   return all;
 }

@@ -107,7 +107,7 @@ void PrintedSummary::summary_of_pattern(printed_file& s, int ip) {
     line = s.behind(" => DW-Stat.:");
     expect_printed(first_word(line), f.dw);
     expect_printed(first_word(after(line, "DW-exp:")), f.dw_limit);
-    expect_printed(first_word(s.behind(" => N-sigma of the GoF:")), f.deviate);
+    expect_printed(first_word(s.behind(" => N-sigma of the GoF:")), f.deviate, 2);
   }
   const std::string line = s.behind(" => Scor:");
   expect_printed(first_word(line), scor(ip));
